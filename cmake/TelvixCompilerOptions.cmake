@@ -1,0 +1,25 @@
+# Warnings and sanitizers shared by every target of the project.
+add_library(telvix_warnings INTERFACE)
+target_compile_options(telvix_warnings INTERFACE
+  $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                 -Wcast-align -Woverloaded-virtual -Wformat=2>)
+
+add_library(telvix_qt_defines INTERFACE)
+target_compile_definitions(telvix_qt_defines INTERFACE
+  QT_NO_FOREACH QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+  QT_DEPRECATED_WARNINGS)
+
+if(TELVIX_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(TELVIX_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+
+# Qt targets get moc; plain C targets (libgsm users, fuzzers) must not.
+function(telvix_enable_qt target)
+  set_target_properties(${target} PROPERTIES AUTOMOC ON)
+  target_link_libraries(${target} PRIVATE telvix_warnings telvix_qt_defines)
+endfunction()

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Configures and builds the project into ./build (Ninja, ccache).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+BUILD_DIR=${TELVIX_BUILD_DIR:-build}
+BUILD_TYPE=${TELVIX_BUILD_TYPE:-RelWithDebInfo}
+export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/telvix-ccache}
+mkdir -p "$CCACHE_DIR"
+
+cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE="$BUILD_TYPE" "$@"
+cmake --build "$BUILD_DIR" -j"$(nproc)"

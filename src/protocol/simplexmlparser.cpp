@@ -1,0 +1,799 @@
+#include "simplexmlparser.h"
+
+#include <QMutexLocker>
+#include <QStringView>
+#include <QVarLengthArray>
+
+#include <climits>
+#include <cstring>
+
+// The lookups scan characters directly. Their rules were first written as
+// regular expressions and every message class depends on the exact results of
+// those expressions, including their odd corners, so the character classes
+// below reproduce the expression classes: "\s" is QChar::isSpace(), "\w" is a
+// letter, number or mark category, or '_', tested per UTF-16 code unit.
+
+namespace {
+
+inline bool isSpaceUnit(ushort c)
+{
+    return QChar::isSpace(c);
+}
+
+inline bool isWordUnit(ushort c)
+{
+    if (c < 128)
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return QChar::isLetterOrNumber(c) || QChar::isMark(c);
+}
+
+// What may follow a tag name in the single-element lookups: "[>|\s]".
+inline bool endsElementName(ushort c)
+{
+    return c == '>' || c == '|' || isSpaceUnit(c);
+}
+
+// What may follow a tag name in the list lookups: "[\s*|>]".
+inline bool endsListedName(ushort c)
+{
+    return c == '>' || c == '|' || c == '*' || isSpaceUnit(c);
+}
+
+inline bool isDecimalDigit(ushort c)
+{
+    return c >= '0' && c <= '9';
+}
+
+inline int hexDigitValue(ushort c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+// Where a search from `offset` begins, with negative offsets counted from the
+// end; -1 when nothing can match.
+inline qsizetype searchOrigin(qsizetype offset, qsizetype length)
+{
+    if (offset < 0)
+        offset += length;
+    return (offset < 0 || offset > length) ? -1 : offset;
+}
+
+inline bool sameUnits(const QChar* a, const QChar* b, qsizetype count)
+{
+    return std::memcmp(a, b, size_t(count) * sizeof(QChar)) == 0;
+}
+
+// A tag name with "<" and ">" removed; no copy unless there was one to remove.
+class TagName
+{
+public:
+    explicit TagName(const QString& tag)
+    {
+        if (tag.contains(QLatin1Char('<')) || tag.contains(QLatin1Char('>'))) {
+            m_stripped = tag;
+            m_stripped.remove(QLatin1Char('<'));
+            m_stripped.remove(QLatin1Char('>'));
+            m_view = m_stripped;
+        } else {
+            m_view = tag;
+        }
+    }
+    QStringView view() const { return m_view; }
+
+private:
+    QString m_stripped;
+    QStringView m_view;
+};
+
+// First "<" + name + a unit accepted by `endsName`, at or after `from`.
+template <typename EndsName>
+qsizetype findOpening(QStringView xml, QStringView name, qsizetype from, EndsName endsName)
+{
+    const qsizetype n = xml.size();
+    const qsizetype nameLen = name.size();
+    const QChar* d = xml.data();
+    qsizetype i = from;
+    while (i + nameLen + 2 <= n) {
+        i = xml.indexOf(QLatin1Char('<'), i);
+        if (i < 0 || i + nameLen + 2 > n)
+            return -1;
+        if (endsName(d[i + 1 + nameLen].unicode()) && sameUnits(d + i + 1, name.data(), nameLen))
+            return i;
+        ++i;
+    }
+    return -1;
+}
+
+// First ">" or "/>" at or after `from` (negative counts from the end).
+qsizetype findTagEnd(QStringView xml, qsizetype from, bool& selfClosed)
+{
+    selfClosed = false;
+    const qsizetype n = xml.size();
+    const qsizetype origin = searchOrigin(from, n);
+    if (origin < 0)
+        return -1;
+    const QChar* d = xml.data();
+    for (qsizetype i = origin; i < n; ++i) {
+        const ushort c = d[i].unicode();
+        if (c == '>')
+            return i;
+        if (c == '/' && i + 1 < n && d[i + 1].unicode() == '>') {
+            selfClosed = true;
+            return i;
+        }
+    }
+    return -1;
+}
+
+// First "</" + name + ">" at or after `from` (from >= 0).
+qsizetype findClosing(QStringView xml, QStringView name, qsizetype from)
+{
+    const qsizetype n = xml.size();
+    const qsizetype nameLen = name.size();
+    const QChar* d = xml.data();
+    qsizetype i = from;
+    while (i + nameLen + 3 <= n) {
+        i = xml.indexOf(QLatin1Char('<'), i);
+        if (i < 0 || i + nameLen + 3 > n)
+            return -1;
+        if (d[i + 1].unicode() == '/' && d[i + 2 + nameLen].unicode() == '>'
+            && sameUnits(d + i + 2, name.data(), nameLen))
+            return i;
+        ++i;
+    }
+    return -1;
+}
+
+bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsizetype& start, qsizetype& end)
+{
+    const qsizetype origin = searchOrigin(startPos, xml.size());
+    start = origin < 0 ? -1 : findOpening(xml, name, origin, endsElementName);
+    bool selfClosed = false;
+    end = findTagEnd(xml, start, selfClosed);
+    return selfClosed;
+}
+
+enum class ValueKind { SelfClosed, Missing, Found };
+
+// Where the text of the element starting at or after `startPos` lies.
+ValueKind locateValue(QStringView xml, QStringView name, qsizetype startPos, QStringView& value)
+{
+    qsizetype start = -1;
+    qsizetype end = -1;
+    if (locateStartTag(xml, name, startPos, start, end))
+        return ValueKind::SelfClosed;
+    if (start < 0 || end < 0)
+        return ValueKind::Missing;
+    const qsizetype close = findClosing(xml, name, start);
+    if (close < 0)
+        return ValueKind::Missing;
+    // A closing tag inside the start tag (a ">" in an attribute value) leaves
+    // the whole rest of the text as the value.
+    value = close > end ? xml.mid(end + 1, close - end - 1) : xml.mid(end + 1);
+    return ValueKind::Found;
+}
+
+// QString::mid() on a view: out-of-range arguments give the same text.
+QStringView midLikeString(QStringView s, qsizetype position, qsizetype n)
+{
+    const qsizetype length = s.size();
+    if (position > length)
+        return QStringView();
+    if (position < 0) {
+        if (n < 0 || n + position >= length)
+            return s;
+        if (n + position <= 0)
+            return QStringView();
+        n += position;
+        position = 0;
+    } else if (size_t(n) > size_t(length - position)) {
+        n = length - position;
+    }
+    return s.mid(position, n);
+}
+
+bool startsWithAscii(const QChar* d, qsizetype available, const char* text, qsizetype textLen)
+{
+    if (available < textLen)
+        return false;
+    for (qsizetype k = 0; k < textLen; ++k) {
+        if (d[k].unicode() != ushort(uchar(text[k])))
+            return false;
+    }
+    return true;
+}
+
+// Numeric character reference ("&#65;", "&#x41;", "&#X41;") at d[0]; returns
+// its length, or 0 when there is none. "&#X" is a reference but reads as 0,
+// numbers beyond int read as 0, and only the low 16 bits are kept.
+qsizetype numericReferenceAt(const QChar* d, qsizetype available, ushort& unit)
+{
+    if (available < 4 || d[0].unicode() != '&' || d[1].unicode() != '#')
+        return 0;
+    const ushort marker = d[2].unicode();
+    quint64 value = 0;
+    bool overflow = false;
+    qsizetype j;
+    if (isDecimalDigit(marker)) {
+        for (j = 2; j < available && isDecimalDigit(d[j].unicode()); ++j) {
+            if (!overflow) {
+                value = value * 10 + (d[j].unicode() - '0');
+                overflow = value > quint64(INT_MAX);
+            }
+        }
+    } else if (marker == 'x' || marker == 'X') {
+        for (j = 3; j < available; ++j) {
+            const int digit = hexDigitValue(d[j].unicode());
+            if (digit < 0)
+                break;
+            if (!overflow) {
+                value = value * 16 + quint64(digit);
+                overflow = value > quint64(INT_MAX);
+            }
+        }
+        if (j == 3)
+            return 0;
+        if (marker == 'X')
+            value = 0;
+    } else {
+        return 0;
+    }
+    if (j >= available || d[j].unicode() != ';')
+        return 0;
+    unit = overflow ? ushort(0) : ushort(value & 0xFFFF);
+    return j + 1;
+}
+
+// A character that can be part of a numeric reference's text: producing one
+// may form a new reference out of its neighbours.
+inline bool canFormReference(ushort c)
+{
+    return c == '&' || c == '#' || c == ';' || c == 'x' || c == 'X' || hexDigitValue(c) >= 0;
+}
+
+// Named entities, in the order and with the single double decoding of
+// "&amp;" that sequential replacement gives. Returns units consumed; writes
+// the decoded unit.
+qsizetype namedEntityAt(const QChar* d, qsizetype available, QChar& out)
+{
+    auto tail = [&](qsizetype at) -> qsizetype {
+        const QChar* t = d + at;
+        const qsizetype left = available - at;
+        if (startsWithAscii(t, left, "gt;", 3)) {
+            out = QLatin1Char('>');
+            return 3;
+        }
+        if (startsWithAscii(t, left, "lt;", 3)) {
+            out = QLatin1Char('<');
+            return 3;
+        }
+        if (startsWithAscii(t, left, "quot;", 5)) {
+            out = QLatin1Char('"');
+            return 5;
+        }
+        if (startsWithAscii(t, left, "apos;", 5)) {
+            out = QLatin1Char('\'');
+            return 5;
+        }
+        return 0;
+    };
+    if (startsWithAscii(d, available, "&amp;", 5)) {
+        // "&amp;" becomes "&" first, which may then start one of the others.
+        const qsizetype more = tail(5);
+        if (more > 0)
+            return 5 + more;
+        out = QLatin1Char('&');
+        return 5;
+    }
+    const qsizetype used = tail(1);
+    if (used > 0)
+        return 1 + used;
+    out = QLatin1Char('&');
+    return 1;
+}
+
+QString decodeView(QStringView s, const QString* original)
+{
+    const qsizetype n = s.size();
+    const QChar* d = s.data();
+    qsizetype first = 0;
+    while (first < n && d[first].unicode() != '&' && d[first].unicode() != 0xFFFD)
+        ++first;
+    if (first == n)
+        return original ? *original : s.toString();
+
+    // References are looked for in the input but replaced in the decoded
+    // text, everywhere their text occurs there. Unless one decodes to a
+    // character that could build a new reference, or "&amp;#" builds one
+    // that the input does not hold, that is the same as decoding each in place.
+    bool inPlace = true;
+    QVarLengthArray<QPair<qsizetype, qsizetype>, 16> references;
+    QVarLengthArray<ushort, 16> units;
+    for (qsizetype i = first; i < n; ++i) {
+        if (d[i].unicode() != '&')
+            continue;
+        ushort unit = 0;
+        const qsizetype len = numericReferenceAt(d + i, n - i, unit);
+        if (len > 0) {
+            references.append(qMakePair(i, len));
+            units.append(unit);
+            if (canFormReference(unit))
+                inPlace = false;
+            i += len - 1;
+        } else if (startsWithAscii(d + i, n - i, "&amp;#", 6)) {
+            inPlace = false;
+        }
+    }
+
+    QString out(int(n), Qt::Uninitialized);
+    QChar* o = out.data();
+    std::memcpy(o, d, size_t(first) * sizeof(QChar));
+    qsizetype w = first;
+    int nextReference = 0;
+    for (qsizetype i = first; i < n;) {
+        const ushort c = d[i].unicode();
+        if (c == 0xFFFD) {
+            o[w++] = QLatin1Char(' ');
+            ++i;
+        } else if (c != '&') {
+            o[w++] = d[i++];
+        } else if (inPlace && nextReference < references.size() && references[nextReference].first == i) {
+            o[w++] = QChar(units[nextReference]);
+            i += references[nextReference].second;
+            ++nextReference;
+        } else {
+            QChar decoded;
+            i += namedEntityAt(d + i, n - i, decoded);
+            o[w++] = decoded;
+        }
+    }
+    out.resize(int(w));
+    if (inPlace)
+        return out;
+
+    for (int k = 0; k < references.size(); ++k) {
+        const QString text = s.mid(references[k].first, references[k].second).toString();
+        out.replace(text, QString(QChar(units[k])));
+    }
+    return out;
+}
+
+struct QuotedAttribute
+{
+    qsizetype start;
+    qsizetype equals;
+    qsizetype end; // one past the closing quote
+};
+
+// Next `name=<quote>...<quote>` at or after `from`, with the shortest value and
+// the leftmost name made of word characters and single inner hyphens.
+bool nextQuotedAttribute(QStringView s, qsizetype from, ushort quote, QuotedAttribute& found)
+{
+    const qsizetype n = s.size();
+    const QChar* d = s.data();
+    qsizetype eq = from;
+    for (;;) {
+        eq = s.indexOf(QLatin1Char('='), eq);
+        if (eq < 0)
+            return false;
+        if (eq + 1 < n && d[eq + 1].unicode() == quote && eq > from && isWordUnit(d[eq - 1].unicode())) {
+            qsizetype start = eq - 1;
+            for (;;) {
+                if (start - 1 >= from && isWordUnit(d[start - 1].unicode())) {
+                    start -= 1;
+                } else if (start - 2 >= from && d[start - 1].unicode() == '-'
+                           && isWordUnit(d[start - 2].unicode())) {
+                    start -= 2;
+                } else {
+                    break;
+                }
+            }
+            // Without a closing quote here, no later attribute can have one.
+            const qsizetype close = s.indexOf(QChar(quote), eq + 2);
+            if (close < 0)
+                return false;
+            found = {start, eq, close + 1};
+            return true;
+        }
+        ++eq;
+    }
+}
+
+QString unquoteView(QStringView s)
+{
+    const qsizetype n = s.size();
+    if (n > 0 && s.at(0) == s.at(n - 1) && (s.at(0) == QLatin1Char('"') || s.at(0) == QLatin1Char('\'')))
+        return s.mid(1, n - 2 < 0 ? 0 : n - 2).toString();
+    return s.toString();
+}
+
+QMap<QString, QString> parseAttributes(QStringView raw)
+{
+    // Blanks around "=" go, inside values too.
+    QString compact;
+    compact.reserve(int(raw.size()));
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        const QChar c = raw.at(i);
+        if (c != QLatin1Char('=')) {
+            compact.append(c);
+            continue;
+        }
+        int keep = compact.size();
+        while (keep > 0 && isSpaceUnit(compact.at(keep - 1).unicode()))
+            --keep;
+        compact.truncate(keep);
+        compact.append(c);
+        while (i + 1 < raw.size() && isSpaceUnit(raw.at(i + 1).unicode()))
+            ++i;
+    }
+    const QStringView attrs = QStringView(compact).trimmed();
+
+    QVarLengthArray<QuotedAttribute, 8> items;
+    for (const ushort quote : {ushort('"'), ushort('\'')}) {
+        qsizetype pos = 0;
+        QuotedAttribute item;
+        while (nextQuotedAttribute(attrs, pos, quote, item)) {
+            items.append(item);
+            pos = item.end;
+        }
+    }
+
+    QMap<QString, QString> properties;
+    for (const QuotedAttribute& item : items) {
+        // The value runs to the next "=", so one holding "=" is cut there.
+        qsizetype valueEnd = item.equals + 1;
+        while (valueEnd < item.end && attrs.at(valueEnd) != QLatin1Char('='))
+            ++valueEnd;
+        properties.insert(attrs.mid(item.start, item.equals - item.start).toString(),
+                          unquoteView(attrs.mid(item.equals + 1, valueEnd - item.equals - 1)));
+    }
+    return properties;
+}
+
+} // namespace
+
+SimpleXmlParser::SimpleXmlParser(QObject* parent)
+    : QObject(parent)
+{
+}
+
+SimpleXmlParser::~SimpleXmlParser() = default;
+
+void SimpleXmlParser::addData(const QString& data)
+{
+    bool appended = false;
+    // One round per message; signals may re-enter, so every round starts from
+    // the members again.
+    for (;;) {
+        if (m_maxBufferSize > 0 && bufferLength() > m_maxBufferSize) {
+            Q_EMIT parseErrorFound(BufferFull);
+            return;
+        }
+        if (!appended) {
+            appendToBuffer(data);
+            appended = true;
+        }
+        syncRootTag();
+
+        if (m_closeAt < 0)
+            m_closeAt = findInBuffer(m_closeTag, m_closeScanFrom);
+        const int end = m_closeAt;
+        if (end < 0)
+            return;
+        if (m_openAt < 0)
+            m_openAt = findInBuffer(m_openTag, m_openScanFrom);
+        const int start = m_openAt;
+
+        if (start >= 0 && start < end) {
+            const int stop = end + m_closeTag.size();
+            const QString message = m_buffer.mid(m_head + start, stop - start);
+            consumeBuffer(stop);
+            deliver(message);
+            if (bufferLength() == 0)
+                return;
+        } else if (start > end) {
+            consumeBuffer(start);
+            m_openAt = 0;
+            Q_EMIT parseErrorFound(MalformedStream);
+        } else {
+            // A closing tag with no opening tag anywhere: kept until one comes.
+            return;
+        }
+    }
+}
+
+void SimpleXmlParser::appendToBuffer(const QString& data)
+{
+    if (data.isEmpty())
+        return;
+    if (bufferLength() == 0) {
+        m_buffer = data;
+        m_head = 0;
+        return;
+    }
+    if (m_head > 0 && m_head >= m_buffer.size() / 2) {
+        m_buffer.remove(0, m_head);
+        m_head = 0;
+    }
+    m_buffer.append(data);
+}
+
+void SimpleXmlParser::consumeBuffer(int count)
+{
+    m_head += count;
+    if (m_head >= m_buffer.size()) {
+        m_buffer.clear();
+        m_head = 0;
+    }
+    resetScan();
+}
+
+void SimpleXmlParser::resetScan()
+{
+    m_openAt = -1;
+    m_openScanFrom = 0;
+    m_closeAt = -1;
+    m_closeScanFrom = 0;
+}
+
+void SimpleXmlParser::syncRootTag()
+{
+    if (m_framedTag == rootTag && !m_closeTag.isEmpty())
+        return;
+    m_framedTag = rootTag;
+    m_openTag = QLatin1Char('<') + rootTag + QLatin1Char('>');
+    m_closeTag = QLatin1String("</") + rootTag + QLatin1Char('>');
+    resetScan();
+}
+
+int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom)
+{
+    const int length = bufferLength();
+    const int found = m_buffer.indexOf(needle, m_head + scanFrom);
+    if (found >= 0)
+        return found - m_head;
+    scanFrom = qMax(scanFrom, qMax(0, length - needle.size() + 1));
+    return -1;
+}
+
+void SimpleXmlParser::enqueue(const QString& message)
+{
+    QMutexLocker lock(&m_mutex);
+    m_pendingMessages.append(message);
+}
+
+void SimpleXmlParser::deliver(const QString& message)
+{
+    switch (m_notifyMode) {
+    case 0:
+        enqueue(message);
+        Q_EMIT messageCompleted();
+        break;
+    case 1:
+        enqueue(message);
+        Q_EMIT parsedMessage(message);
+        break;
+    case 2:
+        Q_EMIT parsedMessage(message);
+        break;
+    case 3:
+        enqueue(message);
+        Q_EMIT messageCompleted();
+        Q_EMIT parsedMessage(message);
+        break;
+    default:
+        enqueue(message);
+        break;
+    }
+}
+
+bool SimpleXmlParser::hasPendingMessages()
+{
+    QMutexLocker lock(&m_mutex);
+    return !m_pendingMessages.isEmpty();
+}
+
+QString SimpleXmlParser::getNextMessage()
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_pendingMessages.isEmpty())
+        return QStringLiteral("");
+    return m_pendingMessages.takeFirst();
+}
+
+void SimpleXmlParser::setMaxBufferSize(int size)
+{
+    if (size >= 0)
+        m_maxBufferSize = size;
+}
+
+QString SimpleXmlParser::getCurrentBuffer() const
+{
+    return m_buffer.mid(m_head);
+}
+
+void SimpleXmlParser::emptyBuffer()
+{
+    m_buffer.clear();
+    m_head = 0;
+    resetScan();
+}
+
+bool SimpleXmlParser::findStartTagDelimiters(const QString& xml, const QString& tag, int startPos, int& start,
+                                             int& end)
+{
+    qsizetype s = -1;
+    qsizetype e = -1;
+    const bool selfClosed = locateStartTag(xml, tag, startPos, s, e);
+    start = int(s);
+    end = int(e);
+    return selfClosed;
+}
+
+QString SimpleXmlParser::getTagValue(const QString& xml, const QString& tag, int startPos,
+                                     const QString& defaultValue)
+{
+    const TagName name(tag);
+    QStringView value;
+    switch (locateValue(xml, name.view(), startPos, value)) {
+    case ValueKind::SelfClosed:
+        return QStringLiteral("");
+    case ValueKind::Missing:
+        return defaultValue;
+    case ValueKind::Found:
+        break;
+    }
+    return value.toString();
+}
+
+QString SimpleXmlParser::getDecodedTagValue(const QString& xml, const QString& tag, int startPos,
+                                            const QString& defaultValue)
+{
+    const TagName name(tag);
+    QStringView value;
+    switch (locateValue(xml, name.view(), startPos, value)) {
+    case ValueKind::SelfClosed:
+        return QStringLiteral("");
+    case ValueKind::Missing:
+        return decodeEntities(defaultValue);
+    case ValueKind::Found:
+        break;
+    }
+    return decodeView(value, nullptr);
+}
+
+QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& tag)
+{
+    const TagName name(tag);
+    QStringList values;
+    qsizetype from = 0;
+    for (;;) {
+        const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
+        if (at < 0)
+            break;
+        QStringView value;
+        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
+                                                                                   : QStringLiteral(""));
+        from = at + 1;
+    }
+    return values;
+}
+
+QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QString& tag)
+{
+    const TagName name(tag);
+    QStringList values;
+    qsizetype from = 0;
+    for (;;) {
+        const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
+        if (at < 0)
+            break;
+        QStringView value;
+        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? decodeView(value, nullptr)
+                                                                                   : QStringLiteral(""));
+        from = at + 1;
+    }
+    return values;
+}
+
+QMap<QString, QString> SimpleXmlParser::getTagProperties(const QString& xml, const QString& tag, int startPos)
+{
+    const TagName name(tag);
+    qsizetype start = -1;
+    qsizetype end = -1;
+    locateStartTag(xml, name.view(), startPos, start, end);
+    // With the element missing, start is -1 and whatever lies between the
+    // name's length and the last ">" is read as attributes.
+    const qsizetype from = start + name.view().size() + 1;
+    return parseAttributes(midLikeString(xml, from, end - from));
+}
+
+QList<QMap<QString, QString>> SimpleXmlParser::getTagsProperties(const QString& xml, const QString& tag)
+{
+    const TagName name(tag);
+    QList<QMap<QString, QString>> list;
+    qsizetype from = 0;
+    for (;;) {
+        const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
+        if (at < 0)
+            break;
+        list.append(getTagProperties(xml, tag, int(at)));
+        from = at + 1;
+    }
+    return list;
+}
+
+QString SimpleXmlParser::unquoteString(const QString& s)
+{
+    const int n = s.size();
+    if (n > 0 && s.at(0) == s.at(n - 1) && (s.at(0) == QLatin1Char('"') || s.at(0) == QLatin1Char('\'')))
+        return s.mid(1, n - 2);
+    return s;
+}
+
+QString SimpleXmlParser::decodeEntities(const QString& s)
+{
+    return decodeView(s, &s);
+}
+
+QString SimpleXmlParser::encodeEntities(const QString& s, bool encodeNonAscii)
+{
+    const int n = s.size();
+    const QChar* d = s.constData();
+    int first = 0;
+    for (; first < n; ++first) {
+        const ushort c = d[first].unicode();
+        if (c == '&' || c == '>' || c == '<' || c == '"' || c == '\'' || (encodeNonAscii && c > 128))
+            break;
+    }
+    if (first == n)
+        return s;
+
+    QString out;
+    out.reserve(n + 16);
+    out.append(d, first);
+    static const char hexDigits[] = "0123456789abcdef";
+    for (int i = first; i < n; ++i) {
+        const ushort c = d[i].unicode();
+        switch (c) {
+        case '&':
+            out.append(QLatin1String("&amp;"));
+            continue;
+        case '>':
+            out.append(QLatin1String("&gt;"));
+            continue;
+        case '<':
+            out.append(QLatin1String("&lt;"));
+            continue;
+        case '"':
+            out.append(QLatin1String("&quot;"));
+            continue;
+        case '\'':
+            out.append(QLatin1String("&apos;"));
+            continue;
+        default:
+            break;
+        }
+        if (encodeNonAscii && c > 128) {
+            // "&#x..;" is escaped again by the "&" rule: kept as the wire has it.
+            char buffer[16] = "&amp;#x";
+            int len = 7;
+            int shift = 12;
+            while (shift > 0 && ((c >> shift) & 0xF) == 0)
+                shift -= 4;
+            for (; shift >= 0; shift -= 4)
+                buffer[len++] = hexDigits[(c >> shift) & 0xF];
+            buffer[len++] = ';';
+            out.append(QLatin1String(buffer, len));
+        } else {
+            out.append(QChar(c));
+        }
+    }
+    return out;
+}

@@ -1,0 +1,50 @@
+#include "xmlbodywriter.h"
+
+XmlBodyWriter::XmlBodyWriter()
+    : m_writer(&m_body)
+{
+}
+
+XmlBodyWriter& XmlBodyWriter::start(const QString& name)
+{
+    m_writer.writeStartElement(name);
+    return *this;
+}
+
+XmlBodyWriter& XmlBodyWriter::end()
+{
+    m_writer.writeEndElement();
+    return *this;
+}
+
+XmlBodyWriter& XmlBodyWriter::text(const QString& name, const QString& value)
+{
+    m_writer.writeTextElement(name, value);
+    return *this;
+}
+
+XmlBodyWriter& XmlBodyWriter::text(const QString& name, int value)
+{
+    m_writer.writeTextElement(name, QString::number(value));
+    return *this;
+}
+
+XmlBodyWriter& XmlBodyWriter::empty(const QString& name)
+{
+    m_writer.writeEmptyElement(name);
+    return *this;
+}
+
+XmlBodyWriter& XmlBodyWriter::verbatim(const QString& xml)
+{
+    // Close a pending start tag ("<Name") before raw text goes in.
+    m_writer.writeCharacters(QString());
+    m_body += xml;
+    return *this;
+}
+
+QString XmlBodyWriter::result()
+{
+    m_writer.writeEndDocument();
+    return m_body;
+}

@@ -1,0 +1,38 @@
+// An application without a QCoreApplication: the library makes its own on
+// its thread and ends it at shutdown.
+#include "logbuscapture.h"
+#include "qtlogcapture.h"
+#include "telvix.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class TestTelvixOwnApp : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void libraryCreatesAndEndsItsOwnApplication()
+    {
+        QVERIFY(!QCoreApplication::instance());
+        QTemporaryDir dir;
+        QtLogCapture log;
+        {
+            Telvix client(QStringLiteral("Linux"), QStringLiteral("6"), QStringLiteral("t"), QStringLiteral("1"),
+                          QStringLiteral("d"), dir.path());
+            QVERIFY(client.init());
+            QVERIFY(log.contains("Creating new QCoreApplication"));
+            QVERIFY(QCoreApplication::instance());
+            QCOMPARE(QCoreApplication::instance()->thread(), static_cast<QThread*>(&client));
+            QCOMPARE(QCoreApplication::arguments(), QStringList{"TelvixApplication"});
+            QVERIFY(client.shutdown());
+            QVERIFY(client.isFinished());
+        }
+        QVERIFY(!QCoreApplication::instance());
+        QVERIFY(QFile::exists(dir.filePath("telvixLog.txt")));
+    }
+};
+
+QTEST_APPLESS_MAIN(TestTelvixOwnApp)
+#include "tst_telvix_ownapp.moc"

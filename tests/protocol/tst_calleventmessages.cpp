@@ -1,0 +1,730 @@
+#include "calleventmessages.h"
+#include "messagetestutil.h"
+#include "qtlogcapture.h"
+#include "simplexmlparser.h"
+
+#include <QMetaProperty>
+#include <QtTest>
+
+#include <functional>
+
+using MessageTestUtil::serverDocument;
+
+namespace {
+
+/// What a test looks at in any parsed call event: validity, envelope, and the
+/// record's fields by property name.
+struct Parsed {
+    bool success = false;
+    QString api;
+    QString uuid;
+    QVariantMap fields;
+
+    QString field(const char* name) const { return fields.value(QLatin1String(name)).toString(); }
+    int attributes() const { return int(fields.value(QStringLiteral("attributes")).value<TELVIX::CallAttributes>()); }
+};
+
+template <typename Record>
+QVariantMap gadgetFields(const Record& record)
+{
+    QVariantMap map;
+    const QMetaObject& meta = Record::staticMetaObject;
+    for (int i = 0; i < meta.propertyCount(); ++i)
+        map.insert(QLatin1String(meta.property(i).name()), meta.property(i).readOnGadget(&record));
+    return map;
+}
+
+QVariantMap c2cFields(const C2COriginateEventMsg& m)
+{
+    return {{"uid", m.uid}, {"exten", m.exten}, {"c2cChannel", m.c2cChannel}, {"toNumber", m.toNumber},
+            {"callType", m.callType}};
+}
+
+QVariantMap c2cFields(const C2CFinishedEventMsg& m)
+{
+    return {{"uid", m.uid}, {"exten", m.exten}, {"c2cChannel", m.c2cChannel}};
+}
+
+template <typename Msg>
+Parsed summary(const Msg& m)
+{
+    if constexpr (std::is_same_v<Msg, C2COriginateEventMsg> || std::is_same_v<Msg, C2CFinishedEventMsg>)
+        return {m.success, m.api, m.uuid, c2cFields(m)};
+    else
+        return {m.success, m.api, m.uuid, gadgetFields(m.event)};
+}
+
+/// How to read one kind of event, and what its parser gives back when the
+/// event is invalid: a message built by the default constructor.
+struct EventKind {
+    std::function<Parsed(const QString&)> parse;
+    std::function<Parsed()> blank;
+};
+
+template <typename Msg>
+EventKind kind()
+{
+    return {[](const QString& xml) { return summary(Msg::parseMessage(xml)); }, [] { return summary(Msg()); }};
+}
+
+/// Every event by the element it arrives under.
+const EventKind& eventKind(const QString& element)
+{
+    static const QHash<QString, EventKind> kinds{
+        {"OriginateCall", kind<OriginateCallEventMsg>()},
+        {"IncomingCall", kind<IncomingCallEventMsg>()},
+        {"AnsweredCall", kind<AnsweredCallEventMsg>()},
+        {"FinishedCall", kind<FinishedCallEventMsg>()},
+        {"MissedCall", kind<MissedCallEventMsg>()},
+        {"ColpUpdate", kind<ColpUpdateEventMsg>()},
+        {"CallLocalInfoUpdate", kind<CallLocalInfoUpdateEventMsg>()},
+        {"InlineAtxferCanceled", kind<TransferCanceledCallEventMsg>()},
+        {"InlineAtxferStarted", kind<TransferStartedCallEventMsg>()},
+        {"InlineAtxferCompleted", kind<TransferCompletedCallEventMsg>()},
+        {"C2cOriginate", kind<C2COriginateEventMsg>()},
+        {"C2cFinished", kind<C2CFinishedEventMsg>()},
+    };
+    return *kinds.find(element);
+}
+
+Parsed parseEvent(const QString& element, const QString& xml)
+{
+    return eventKind(element).parse(xml);
+}
+
+/// A document as a server of `api` sends the event.
+QString eventDocument(const QString& element, const QString& fields, const QString& api)
+{
+    return serverDocument(QStringLiteral("<%1>%2</%1>").arg(element, fields), api);
+}
+
+const QString oldLeg = QStringLiteral("<Uid>u1</Uid><LocalChannel>SIP/1000-0000abcd</LocalChannel>");
+
+// Every element any call event reads, so that each parser finds its own.
+const QString everyElement = QStringLiteral(
+    "<SipAccount>1000</SipAccount><LocalChannel>SIP/1000-01</LocalChannel>"
+    "<RemoteChannel>SIP/2000-02</RemoteChannel><Remote>2000</Remote><RemoteName>Bob</RemoteName>"
+    "<CalledNum>3000</CalledNum><Reason>busy</Reason><OldLocalChannel>SIP/1000-01</OldLocalChannel>"
+    "<NewLocalChannel>SIP/1000-03</NewLocalChannel><Exten>1000</Exten><C2cChannel>Local/1000</C2cChannel>"
+    "<ToNumber>0612345</ToNumber><Type>c2c</Type>");
+
+QStringList allEvents()
+{
+    return {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall", "ColpUpdate",
+            "CallLocalInfoUpdate", "InlineAtxferCanceled", "InlineAtxferStarted", "InlineAtxferCompleted",
+            "C2cOriginate", "C2cFinished"};
+}
+
+template <typename Msg>
+Parsed roundTripped(Msg msg, QString* written = nullptr)
+{
+    const QString xml = msg.serializeToXml(QStringLiteral("6.1"));
+    if (written)
+        *written = xml;
+    return summary(Msg::parseMessage(xml));
+}
+
+IncomingCallEvent incomingSample()
+{
+    IncomingCallEvent e;
+    e.uid = "u7";
+    e.sipAccount = "1000";
+    e.localChannel = "SIP/1000-07";
+    e.remoteChannel = "SIP/trunk-08";
+    e.remoteNum = "0612345";
+    e.remoteName = "Tom & Jerry <TJ>";
+    e.calledNum = "1000";
+    e.attributes = TELVIX::CallAttrFromIbl | TELVIX::CallAttrClickToCall | TELVIX::CallAttrReturnFromTransfer
+        | TELVIX::CallAttrToQueue | TELVIX::CallAttrToCallg;
+    e.callType = "inbound";
+    e.queue = "500";
+    e.queueName = "Support";
+    e.group = "Sales";
+    e.groupName = "Sales";
+    return e;
+}
+
+} // namespace
+
+class TestCallEventMessages : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void recordLayout_data();
+    void recordLayout();
+    void recordsAreRegistered();
+    void fieldsOfCurrentServer_data();
+    void fieldsOfCurrentServer();
+    void logWords_data();
+    void logWords();
+    void accountFromChannel_data();
+    void accountFromChannel();
+    void anonymousCaller_data();
+    void anonymousCaller();
+    void incomingAttributes_data();
+    void incomingAttributes();
+    void answeredServiceAndLocalAnswer_data();
+    void answeredServiceAndLocalAnswer();
+    void finishedLocalHangup_data();
+    void finishedLocalHangup();
+    void originateCalledNum_data();
+    void originateCalledNum();
+    void roundTrip_data();
+    void roundTrip();
+    void originateWritesCalledNumTwice();
+    void incomingWritesGroupNameAsGroup();
+    void transferCanceledWrittenUnderOlderName();
+    void transferCompletedWrittenAsStarted();
+    void transferStartedWrittenWithoutUid();
+};
+
+void TestCallEventMessages::recordLayout_data()
+{
+    QTest::addColumn<QString>("className");
+    QTest::addColumn<QStringList>("fields");
+    const QStringList leg{"uid", "sipAccount", "localChannel"};
+    const QStringList peer = leg + QStringList{"remoteChannel", "remoteNum", "remoteName"};
+    const QStringList details = peer + QStringList{"calledNum", "attributes"};
+    const auto row = [](const QMetaObject& meta, const QStringList& fields) {
+        QTest::newRow(meta.className()) << QString::fromLatin1(meta.className()) << fields;
+    };
+    row(OriginateCallEvent::staticMetaObject, leg + QStringList{"calledNum"});
+    row(IncomingCallEvent::staticMetaObject,
+        details + QStringList{"callType", "queue", "queueName", "group", "groupName"});
+    row(AnsweredCallEvent::staticMetaObject, details + QStringList{"previousCallState", "localAnswer"});
+    row(FinishedCallEvent::staticMetaObject,
+        leg + QStringList{"remoteNum", "remoteName", "calledNum", "reason", "localHangup"});
+    row(MissedCallEvent::staticMetaObject, leg + QStringList{"remoteNum", "remoteName"});
+    row(ColpUpdateEvent::staticMetaObject, peer);
+    row(CallLocalInfoUpdateEvent::staticMetaObject, {"uid", "sipAccount", "oldLocalChannel", "newLocalChannel"});
+    row(TransferCanceledCallEvent::staticMetaObject, {"uid", "reason"});
+    row(TransferStartedCallEvent::staticMetaObject, leg + QStringList{"calledNum"});
+    row(TransferCompletedCallEvent::staticMetaObject, leg);
+}
+
+void TestCallEventMessages::recordLayout()
+{
+    QFETCH(QString, className);
+    QFETCH(QStringList, fields);
+    const QMetaObject* meta = QMetaType::metaObjectForType(QMetaType::type(className.toLatin1()));
+    QVERIFY(meta);
+    QStringList names;
+    for (int i = 0; i < meta->propertyCount(); ++i)
+        names << QLatin1String(meta->property(i).name());
+    QCOMPARE(names, fields);
+}
+
+void TestCallEventMessages::recordsAreRegistered()
+{
+    // Queued connections carry the records between threads by these names.
+    AnsweredCallEvent answered;
+    QCOMPARE(answered.previousCallState, -1);
+    QCOMPARE(answered.localAnswer, false);
+    const QVariant copy = QVariant::fromValue(incomingSample());
+    QCOMPARE(QMetaType::type("IncomingCallEvent"), copy.userType());
+    QCOMPARE(copy.value<IncomingCallEvent>().remoteName, QStringLiteral("Tom & Jerry <TJ>"));
+    for (const char* name : {"OriginateCallEvent", "FinishedCallEvent", "MissedCallEvent", "ColpUpdateEvent",
+                             "CallLocalInfoUpdateEvent", "TransferCanceledCallEvent", "TransferStartedCallEvent",
+                             "TransferCompletedCallEvent"})
+        QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
+}
+
+void TestCallEventMessages::fieldsOfCurrentServer_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QVariantMap>("expected");
+    const QVariantMap leg{{"uid", "u1"}, {"sipAccount", "1000"}, {"localChannel", "SIP/1000-01"}};
+    const auto with = [](QVariantMap base, const QVariantMap& more) {
+        for (auto it = more.begin(); it != more.end(); ++it)
+            base.insert(it.key(), it.value());
+        return base;
+    };
+    const QVariantMap remote = with(leg, {{"remoteNum", "2000"}, {"remoteName", "Bob"}});
+    const QVariantMap peer = with(remote, {{"remoteChannel", "SIP/2000-02"}});
+    QTest::newRow("OriginateCall") << "OriginateCall" << with(leg, {{"calledNum", "3000"}});
+    QTest::newRow("IncomingCall") << "IncomingCall"
+                                  << with(peer, {{"calledNum", "3000"}, {"callType", "inbound"}, {"queue", "500"},
+                                                 {"queueName", "Support"}, {"group", "600"},
+                                                 {"groupName", "Sales"}});
+    QTest::newRow("AnsweredCall") << "AnsweredCall" << with(peer, {{"calledNum", "3000"}, {"previousCallState", -1}});
+    QTest::newRow("FinishedCall") << "FinishedCall" << with(remote, {{"calledNum", "3000"}, {"reason", "busy"}});
+    QTest::newRow("MissedCall") << "MissedCall" << remote;
+    QTest::newRow("ColpUpdate") << "ColpUpdate" << peer;
+    QTest::newRow("CallLocalInfoUpdate")
+        << "CallLocalInfoUpdate"
+        << QVariantMap{{"uid", "u1"}, {"sipAccount", "1000"}, {"oldLocalChannel", "SIP/1000-01"},
+                       {"newLocalChannel", "SIP/1000-03"}};
+    QTest::newRow("InlineAtxferCanceled") << "InlineAtxferCanceled" << QVariantMap{{"uid", "u1"}, {"reason", "busy"}};
+    QTest::newRow("InlineAtxferStarted") << "InlineAtxferStarted" << with(leg, {{"calledNum", "3000"}});
+    QTest::newRow("InlineAtxferCompleted") << "InlineAtxferCompleted" << leg;
+    QTest::newRow("C2cOriginate") << "C2cOriginate"
+                                  << QVariantMap{{"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"},
+                                                 {"toNumber", "0612345"}, {"callType", "c2c"}};
+    QTest::newRow("C2cFinished") << "C2cFinished"
+                                 << QVariantMap{{"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"}};
+}
+
+void TestCallEventMessages::fieldsOfCurrentServer()
+{
+    QFETCH(QString, element);
+    QFETCH(QVariantMap, expected);
+    const QString extra = QStringLiteral("<CallType>inbound</CallType><Queue>500</Queue><QueueName>Support</QueueName>"
+                                         "<Group>600</Group><GroupName>Sales</GroupName>");
+    const Parsed p = parseEvent(element, eventDocument(element, "<Uid>u1</Uid>" + everyElement + extra, "6.1"));
+    QVERIFY(p.success);
+    QCOMPARE(p.api, QStringLiteral("6.1"));
+    QCOMPARE(p.uuid, MessageTestUtil::fixtureUuid());
+    for (auto it = expected.begin(); it != expected.end(); ++it)
+        QVERIFY2(p.fields.value(it.key()) == it.value(), qPrintable(it.key()));
+}
+
+void TestCallEventMessages::logWords_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("parsedOk");
+    QTest::addColumn<QString>("invalid");
+    QTest::addColumn<bool>("logsApi");
+    QTest::newRow("OriginateCall") << "OriginateCall" << "originatecall msg parsed ok"
+                                   << "parsed an invalid originatecall msg" << true;
+    QTest::newRow("IncomingCall") << "IncomingCall" << "incomingcall msg parsed ok"
+                                  << "parsed an invalid incomingcall msg" << true;
+    QTest::newRow("AnsweredCall") << "AnsweredCall" << "answeredcall msg parsed ok"
+                                  << "parsed an invalid answeredcall msg" << true;
+    QTest::newRow("FinishedCall") << "FinishedCall" << "finishedcall msg parsed ok"
+                                  << "parsed an invalid finishedcall msg" << true;
+    QTest::newRow("MissedCall") << "MissedCall" << "missedcall msg parsed ok"
+                                << "parsed an invalid missedcall msg" << true;
+    QTest::newRow("ColpUpdate") << "ColpUpdate" << "COLP update msg parsed ok"
+                                << "parsed an invalid COLP update msg" << false;
+    QTest::newRow("CallLocalInfoUpdate") << "CallLocalInfoUpdate" << "CallLocalInfo update msg parsed ok"
+                                         << "parsed an invalid CallLocalInfo update msg" << false;
+    QTest::newRow("InlineAtxferCanceled") << "InlineAtxferCanceled" << "TransferCanceled msg parsed ok"
+                                          << "parsed an invalid TransferCanceled msg" << false;
+    QTest::newRow("InlineAtxferStarted") << "InlineAtxferStarted" << "TransferStarted msg parsed ok"
+                                         << "parsed an invalid TransferStarted msg" << false;
+    // The two borrowed words: completed logs its sibling's success line, and
+    // the finished click-to-call logs the originate words both ways.
+    QTest::newRow("InlineAtxferCompleted") << "InlineAtxferCompleted" << "TransferStarted msg parsed ok"
+                                           << "parsed an invalid TransferCompleted msg" << false;
+    QTest::newRow("C2cOriginate") << "C2cOriginate" << "c2c originate msg parsed ok"
+                                  << "parsed an invalid c2c originate msg" << false;
+    QTest::newRow("C2cFinished") << "C2cFinished" << "c2c originate msg parsed ok"
+                                 << "parsed an invalid c2c originate msg" << false;
+}
+
+void TestCallEventMessages::logWords()
+{
+    QFETCH(QString, element);
+    QFETCH(QString, parsedOk);
+    QFETCH(QString, invalid);
+    QFETCH(bool, logsApi);
+    {
+        QtLogCapture log;
+        QVERIFY(parseEvent(element, eventDocument(element, "<Uid>u1</Uid>" + everyElement, "5.10")).success);
+        QCOMPARE(log.messages().count(parsedOk), 1);
+        QVERIFY(!log.messages().contains(invalid));
+        QCOMPARE(log.messages().contains(QStringLiteral("API version 5.10")), logsApi);
+    }
+    {
+        QtLogCapture log;
+        // An event without "Uid" is invalid whatever else it holds, and comes
+        // back with an empty record and no metadata.
+        const Parsed p = parseEvent(element, eventDocument(element, everyElement, "5.10"));
+        QVERIFY(!p.success);
+        QVERIFY(p.uuid.isEmpty());
+        QCOMPARE(p.fields, eventKind(element).blank().fields);
+        QCOMPARE(log.messages().count(invalid), 1);
+        QVERIFY(!log.messages().contains(parsedOk));
+    }
+}
+
+void TestCallEventMessages::accountFromChannel_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("api");
+    QTest::addColumn<QString>("account");
+    const QString fromChannel = QStringLiteral("1000-000"); // the cut keeps "SIP/".length() characters too many
+    for (const char* element : {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
+        QTest::addRow("%s 4.1", element) << element << "4.1" << fromChannel;
+        QTest::addRow("%s 4.2", element) << element << "4.2" << fromChannel;
+        QTest::addRow("%s 4.3", element) << element << "4.3" << QString();
+        QTest::addRow("%s 4.5", element) << element << "4.5" << QString();
+        QTest::addRow("%s 4.10 sorts below 4.2", element) << element << "4.10" << fromChannel;
+        QTest::addRow("%s 5.10", element) << element << "5.10" << QString();
+        QTest::addRow("%s 6.1", element) << element << "6.1" << QString();
+    }
+    // Events without the repair keep an empty account even on the oldest server.
+    QTest::newRow("ColpUpdate 4.1") << "ColpUpdate" << "4.1" << QString();
+    QTest::newRow("InlineAtxferStarted 4.1") << "InlineAtxferStarted" << "4.1" << QString();
+}
+
+void TestCallEventMessages::accountFromChannel()
+{
+    QFETCH(QString, element);
+    QFETCH(QString, api);
+    QFETCH(QString, account);
+    const Parsed p = parseEvent(element, eventDocument(element, oldLeg, api));
+    QVERIFY(p.success);
+    QCOMPARE(p.field("sipAccount"), account);
+    QCOMPARE(p.field("localChannel"), QStringLiteral("SIP/1000-0000abcd"));
+
+    // A named account is never replaced.
+    const Parsed named = parseEvent(element, eventDocument(element, oldLeg + "<SipAccount>1001</SipAccount>", api));
+    QCOMPARE(named.field("sipAccount"), QStringLiteral("1001"));
+}
+
+void TestCallEventMessages::anonymousCaller_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("remote");
+    QTest::addColumn<bool>("hidden");
+    QTest::addColumn<int>("flag");
+    for (const char* element : {"IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
+        const int flag = QByteArray(element) == "IncomingCall" || QByteArray(element) == "AnsweredCall" ? 0x800 : 0;
+        QTest::addRow("%s sip uri", element) << element << "sip:Anonymous@invalid" << true << flag;
+        QTest::addRow("%s bare", element) << element << "ANONYMOUS" << true << flag;
+        QTest::addRow("%s number", element) << element << "0612345" << false << 0;
+    }
+}
+
+void TestCallEventMessages::anonymousCaller()
+{
+    QFETCH(QString, element);
+    QFETCH(QString, remote);
+    QFETCH(bool, hidden);
+    QFETCH(int, flag);
+    for (const char* api : {"4.1", "5.4", "6.1"}) {
+        const Parsed p = parseEvent(
+            element,
+            eventDocument(element, QStringLiteral("<Uid>u1</Uid><Remote>%1</Remote><RemoteName>Eve</RemoteName>"
+                                                  "<RemoteType>internal</RemoteType>")
+                                       .arg(remote),
+                          api));
+        QVERIFY(p.success);
+        QCOMPARE(p.field("remoteNum"), hidden ? QStringLiteral("anonymous") : remote);
+        QCOMPARE(p.field("remoteName"), hidden ? QStringLiteral("Anonymous") : QStringLiteral("Eve"));
+        if (p.fields.contains("attributes"))
+            QCOMPARE(p.attributes() & 0x800, flag);
+    }
+}
+
+void TestCallEventMessages::incomingAttributes_data()
+{
+    QTest::addColumn<QString>("api");
+    QTest::addColumn<QString>("fields");
+    QTest::addColumn<int>("attributes");
+    const int local = 0x1, ibl = 0x2, toQueue = 0x40, toGroup = 0x80, xfer = 0x200, c2c = 0x400, anon = 0x800;
+    QTest::newRow("anonymous overrides internal") << "6.1" << "<Remote>anonymous</Remote><RemoteType>internal</RemoteType>"
+                                                  << (anon | ibl);
+    QTest::newRow("EXTERNAL any case") << "6.1" << "<RemoteType>EXTERNAL</RemoteType>" << ibl;
+    QTest::newRow("internal") << "6.1" << "<RemoteType>internal</RemoteType>" << local;
+    QTest::newRow("no remote type") << "6.1" << "" << local;
+    QTest::newRow("IsC2c 1 on 6.1") << "6.1" << "<IsC2c>1</IsC2c>" << (local | c2c);
+    QTest::newRow("IsC2c 1 on 4.1") << "4.1" << "<IsC2c>1</IsC2c>" << (local | c2c);
+    QTest::newRow("IsC2c 0 beats name on 4.5") << "4.5" << "<IsC2c>0</IsC2c><RemoteName>c2c: Bob</RemoteName>"
+                                               << local;
+    QTest::newRow("IsC2c true is no number") << "4.5" << "<IsC2c>true</IsC2c><RemoteName>c2c: Bob</RemoteName>"
+                                             << local;
+    QTest::newRow("c2c name on 4.5") << "4.5" << "<RemoteName>c2c: Bob</RemoteName>" << (local | c2c);
+    QTest::newRow("c2c name on 4.2") << "4.2" << "<RemoteName>c2c: Bob</RemoteName>" << (local | c2c);
+    QTest::newRow("c2c name on 4.10 sorts below 4.5") << "4.10" << "<RemoteName>c2c: Bob</RemoteName>"
+                                                      << (local | c2c);
+    QTest::newRow("c2c name on 4.6") << "4.6" << "<RemoteName>c2c: Bob</RemoteName>" << local;
+    QTest::newRow("c2c name on 5.10") << "5.10" << "<RemoteName>c2c: Bob</RemoteName>" << local;
+    QTest::newRow("C2C name is case-sensitive") << "4.5" << "<RemoteName>C2C: Bob</RemoteName>" << local;
+    QTest::newRow("hidden caller's name guesses nothing")
+        << "4.5" << "<Remote>anonymous</Remote><RemoteName>c2c: Bob</RemoteName>" << (anon | ibl);
+    QTest::newRow("IsXferReturn 1 on 6.1") << "6.1" << "<IsXferReturn>1</IsXferReturn>" << (local | xfer);
+    QTest::newRow("R: name on 4.5") << "4.5" << "<RemoteName>R:1000:Bob</RemoteName>" << (local | xfer);
+    QTest::newRow("R: name on 4.10") << "4.10" << "<RemoteName>R:1000:Bob</RemoteName>" << (local | xfer);
+    QTest::newRow("R: name on 4.6") << "4.6" << "<RemoteName>R:1000:Bob</RemoteName>" << local;
+    QTest::newRow("R: name on 5.4") << "5.4" << "<RemoteName>R:1000:Bob</RemoteName>" << local;
+    QTest::newRow("IsXferReturn 0 beats name") << "4.5" << "<IsXferReturn>0</IsXferReturn><RemoteName>R:1:B</RemoteName>"
+                                               << local;
+    QTest::newRow("R: not at the start") << "4.5" << "<RemoteName>xR:1000:Bob</RemoteName>" << local;
+    QTest::newRow("R: without a number") << "4.5" << "<RemoteName>R::Bob</RemoteName>" << local;
+    QTest::newRow("queue") << "6.1" << "<Queue>500</Queue>" << (local | toQueue);
+    QTest::newRow("queue name alone") << "6.1" << "<QueueName>Support</QueueName>" << local;
+    QTest::newRow("group") << "6.1" << "<Group>600</Group>" << (local | toGroup);
+    QTest::newRow("everything")
+        << "5.10"
+        << "<RemoteType>external</RemoteType><IsC2c>1</IsC2c><IsXferReturn>1</IsXferReturn><Queue>5</Queue>"
+           "<Group>6</Group>"
+        << (ibl | c2c | xfer | toQueue | toGroup);
+}
+
+void TestCallEventMessages::incomingAttributes()
+{
+    QFETCH(QString, api);
+    QFETCH(QString, fields);
+    QFETCH(int, attributes);
+    const Parsed p = parseEvent("IncomingCall", eventDocument("IncomingCall", "<Uid>u1</Uid>" + fields, api));
+    QVERIFY(p.success);
+    QCOMPARE(p.attributes(), attributes);
+    // The display name stays as the old server sent it.
+    if (fields.contains("c2c: Bob") && !fields.contains("anonymous"))
+        QCOMPARE(p.field("remoteName"), QStringLiteral("c2c: Bob"));
+}
+
+void TestCallEventMessages::answeredServiceAndLocalAnswer_data()
+{
+    QTest::addColumn<QString>("api");
+    QTest::addColumn<QString>("fields");
+    QTest::addColumn<int>("attributes");
+    QTest::addColumn<QString>("remoteChannel");
+    QTest::addColumn<bool>("localAnswer");
+    const QString same = QStringLiteral("<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/1000-01</RemoteChannel>");
+    const QString other = QStringLiteral("<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/2000-02</RemoteChannel>");
+    QTest::newRow("equal channels on 4.9") << "4.9" << same << 0x100 << "" << false;
+    QTest::newRow("equal channels on 4.1") << "4.1" << same << 0x100 << "" << false;
+    QTest::newRow("equal channels on 4.10") << "4.10" << same << 0x100 << "" << false;
+    QTest::newRow("equal channels on 5.0") << "5.0" << same << 0 << "SIP/1000-01" << false;
+    QTest::newRow("equal channels on 5.10") << "5.10" << same << 0 << "SIP/1000-01" << false;
+    QTest::newRow("IsCallToService 0 on 4.9") << "4.9" << same + "<IsCallToService>0</IsCallToService>" << 0
+                                              << "SIP/1000-01" << false;
+    QTest::newRow("IsCallToService 1 on 6.1") << "6.1" << other + "<IsCallToService>1</IsCallToService>" << 0x100
+                                              << "" << false;
+    QTest::newRow("other channel on 4.9") << "4.9" << other << 0 << "SIP/2000-02" << false;
+    QTest::newRow("no channels on 4.5") << "4.5" << "" << 0x100 << "" << false;
+    QTest::newRow("anonymous") << "6.1" << other + "<Remote>Anonymous</Remote>" << 0x800 << "SIP/2000-02" << false;
+    QTest::newRow("LocalAnswer 1") << "6.1" << other + "<LocalAnswer>1</LocalAnswer>" << 0 << "SIP/2000-02" << true;
+    QTest::newRow("LocalAnswer 2") << "6.1" << other + "<LocalAnswer>2</LocalAnswer>" << 0 << "SIP/2000-02" << false;
+    QTest::newRow("LocalAnswer true") << "6.1" << other + "<LocalAnswer>true</LocalAnswer>" << 0 << "SIP/2000-02"
+                                      << false;
+}
+
+void TestCallEventMessages::answeredServiceAndLocalAnswer()
+{
+    QFETCH(QString, api);
+    QFETCH(QString, fields);
+    QFETCH(int, attributes);
+    QFETCH(QString, remoteChannel);
+    QFETCH(bool, localAnswer);
+    const Parsed p = parseEvent("AnsweredCall", eventDocument("AnsweredCall", "<Uid>u1</Uid>" + fields, api));
+    QVERIFY(p.success);
+    QCOMPARE(p.attributes(), attributes);
+    QCOMPARE(p.field("remoteChannel"), remoteChannel);
+    QCOMPARE(p.fields.value("localAnswer").toBool(), localAnswer);
+    QCOMPARE(p.fields.value("previousCallState").toInt(), -1);
+}
+
+void TestCallEventMessages::finishedLocalHangup_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("localHangup");
+    QTest::newRow("1") << "1" << true;
+    QTest::newRow("0") << "0" << false;
+    QTest::newRow("2") << "2" << false;
+    QTest::newRow("empty") << "" << false;
+}
+
+void TestCallEventMessages::finishedLocalHangup()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, localHangup);
+    const Parsed p = parseEvent(
+        "FinishedCall", eventDocument("FinishedCall", "<Uid>u1</Uid><LocalHangup>" + value + "</LocalHangup>", "5.4"));
+    QVERIFY(p.success);
+    QCOMPARE(p.fields.value("localHangup").toBool(), localHangup);
+}
+
+void TestCallEventMessages::originateCalledNum_data()
+{
+    QTest::addColumn<QString>("api");
+    QTest::addColumn<QString>("fields");
+    QTest::addColumn<QString>("calledNum");
+    QTest::newRow("To on 4.1") << "4.1" << "<To>3000</To>" << "3000";
+    QTest::newRow("To on 5.4") << "5.4" << "<To>3000</To>" << "3000";
+    QTest::newRow("To on 5.10 sorts below 5.4") << "5.10" << "<To>3000</To>" << "3000";
+    QTest::newRow("To on 5.5") << "5.5" << "<To>3000</To>" << "";
+    QTest::newRow("To on 6.1") << "6.1" << "<To>3000</To>" << "";
+    QTest::newRow("CalledNum wins on 5.4") << "5.4" << "<CalledNum>3001</CalledNum><To>3000</To>" << "3001";
+}
+
+void TestCallEventMessages::originateCalledNum()
+{
+    QFETCH(QString, api);
+    QFETCH(QString, fields);
+    QFETCH(QString, calledNum);
+    const Parsed p = parseEvent("OriginateCall", eventDocument("OriginateCall", "<Uid>u1</Uid>" + fields, api));
+    QVERIFY(p.success);
+    QCOMPARE(p.field("calledNum"), calledNum);
+}
+
+void TestCallEventMessages::roundTrip_data()
+{
+    QTest::addColumn<QString>("kind");
+    for (const QString& element : allEvents())
+        if (element != "InlineAtxferStarted")
+            QTest::newRow(qPrintable(element)) << element;
+}
+
+void TestCallEventMessages::roundTrip()
+{
+    QFETCH(QString, kind);
+    // Each message written by the library as a server writes it, then read back.
+    QHash<QString, std::function<std::pair<Parsed, Parsed>()>> cases;
+    const auto pair = [](const auto& msg) { return std::make_pair(summary(msg), roundTripped(msg)); };
+    cases["OriginateCall"] = [&] {
+        OriginateCallEventMsg m;
+        m.event.uid = "u1";
+        m.event.sipAccount = "1000";
+        m.event.localChannel = "SIP/1000-01";
+        m.event.calledNum = "3000";
+        return pair(m);
+    };
+    cases["IncomingCall"] = [&] {
+        IncomingCallEventMsg m;
+        m.event = incomingSample();
+        return pair(m);
+    };
+    cases["AnsweredCall"] = [&] {
+        AnsweredCallEventMsg m;
+        static_cast<CallDetailsEvent&>(m.event) = incomingSample();
+        m.event.remoteNum = "anonymous";
+        m.event.remoteName = "Anonymous";
+        m.event.remoteChannel.clear();
+        m.event.attributes = TELVIX::CallAttrAnonymousCaller | TELVIX::CallAttrToService;
+        m.event.localAnswer = true;
+        return pair(m);
+    };
+    cases["FinishedCall"] = [&] {
+        FinishedCallEventMsg m;
+        m.event.uid = "u1";
+        m.event.sipAccount = "1000";
+        m.event.remoteNum = "2000";
+        m.event.remoteName = "<Bob>";
+        m.event.calledNum = "3000";
+        m.event.reason = "busy & gone";
+        m.event.localHangup = true;
+        return pair(m);
+    };
+    cases["MissedCall"] = [&] {
+        MissedCallEventMsg m;
+        m.event.uid = "u1";
+        m.event.localChannel = "SIP/1000-01";
+        m.event.remoteNum = "2000";
+        return pair(m);
+    };
+    cases["ColpUpdate"] = [&] {
+        ColpUpdateEventMsg m;
+        m.event.uid = "u1";
+        m.event.remoteChannel = "SIP/2000-02";
+        m.event.remoteName = "Bob";
+        return pair(m);
+    };
+    cases["CallLocalInfoUpdate"] = [&] {
+        CallLocalInfoUpdateEventMsg m;
+        m.event = {"u1", "1000", "SIP/1000-01", "SIP/1000-03"};
+        return pair(m);
+    };
+    cases["InlineAtxferCanceled"] = [&] {
+        TransferCanceledCallEventMsg m;
+        m.event = {"u1", "no answer"};
+        return pair(m);
+    };
+    cases["InlineAtxferCompleted"] = [&] {
+        TransferCompletedCallEventMsg m;
+        m.event.uid = "u1";
+        m.event.sipAccount = "1000";
+        m.event.localChannel = "SIP/1000-01";
+        return pair(m);
+    };
+    cases["C2cOriginate"] = [&] {
+        C2COriginateEventMsg m;
+        m.uid = "u1";
+        m.exten = "1000";
+        m.c2cChannel = "Local/1000";
+        m.toNumber = "0612345";
+        m.callType = "c2c_mobile";
+        return pair(m);
+    };
+    cases["C2cFinished"] = [&] {
+        C2CFinishedEventMsg m;
+        m.uid = "u1";
+        m.exten = "1000";
+        return pair(m);
+    };
+    QVERIFY(cases.contains(kind));
+    const auto [original, read] = cases.value(kind)();
+    QVERIFY(read.success);
+    QCOMPARE(read.api, QStringLiteral("6.1"));
+    QCOMPARE(read.fields, original.fields);
+}
+
+void TestCallEventMessages::originateWritesCalledNumTwice()
+{
+    OriginateCallEventMsg m;
+    m.event.uid = "u1";
+    m.event.calledNum = "3000";
+    const QString xml = m.serializeToXml("6.1");
+    QVERIFY(xml.contains("<Response><OriginateCall><Uid>u1</Uid>"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "CalledNum"), QStringLiteral("3000"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "To"), QStringLiteral("3000"));
+    QVERIFY(xml.indexOf("<CalledNum>") < xml.indexOf("<To>"));
+}
+
+void TestCallEventMessages::incomingWritesGroupNameAsGroup()
+{
+    IncomingCallEventMsg m;
+    m.event = incomingSample();
+    m.event.group = "600";
+    m.event.attributes = TELVIX::CallAttrFromLocalExten | TELVIX::CallAttrToCallg;
+    QString xml;
+    const Parsed read = roundTripped(m, &xml);
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "Group"), QStringLiteral("Sales"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "GroupName"), QStringLiteral("Sales"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "IsC2c"), QStringLiteral("0"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "IsXferReturn"), QStringLiteral("0"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, "RemoteType"), QStringLiteral("internal"));
+    QCOMPARE(read.field("group"), QStringLiteral("Sales"));
+    QCOMPARE(read.attributes(), 0x1 | 0x40 | 0x80);
+
+    // With no group name the group is lost on the way, and its flag with it.
+    m.event.groupName.clear();
+    const Parsed lost = roundTripped(m, &xml);
+    QVERIFY(xml.contains("<Group></Group>"));
+    QVERIFY(lost.field("group").isEmpty());
+    QCOMPARE(lost.attributes(), 0x1 | 0x40);
+}
+
+void TestCallEventMessages::transferCanceledWrittenUnderOlderName()
+{
+    TransferCanceledCallEventMsg m;
+    m.event = {"u1", "timeout"};
+    QString xml;
+    const Parsed read = roundTripped(m, &xml);
+    QVERIFY(xml.contains("<TransferCanceled><Uid>u1</Uid><Reason>timeout</Reason></TransferCanceled>"));
+    QVERIFY(!xml.contains("InlineAtxferCanceled"));
+    QVERIFY(read.success);
+    QCOMPARE(read.field("reason"), QStringLiteral("timeout"));
+}
+
+void TestCallEventMessages::transferCompletedWrittenAsStarted()
+{
+    TransferCompletedCallEventMsg m;
+    m.event.uid = "u1";
+    const QString xml = m.serializeToXml("6.1");
+    QVERIFY(xml.contains("<InlineAtxferStarted><Uid>u1</Uid>"));
+    QVERIFY(!xml.contains("InlineAtxferCompleted"));
+}
+
+void TestCallEventMessages::transferStartedWrittenWithoutUid()
+{
+    TransferStartedCallEventMsg m;
+    m.event.uid = "u1";
+    m.event.sipAccount = "1000";
+    m.event.localChannel = "SIP/1000-01";
+    m.event.calledNum = "3000";
+    QtLogCapture log;
+    QString xml;
+    const Parsed read = roundTripped(m, &xml);
+    QVERIFY(xml.contains("<InlineAtxferStarted><SipAccount>1000</SipAccount>"));
+    QVERIFY(!xml.contains("<Uid>"));
+    QVERIFY(!read.success);
+    QVERIFY(log.messages().contains("parsed an invalid TransferStarted msg"));
+}
+
+QTEST_APPLESS_MAIN(TestCallEventMessages)
+#include "tst_calleventmessages.moc"

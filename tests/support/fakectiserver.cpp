@@ -1,0 +1,612 @@
+#include "fakectiserver.h"
+
+#include "simplexmlparser.h"
+
+#include <QDateTime>
+#include <QEventLoop>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSslSocket>
+#include <QTcpServer>
+#include <QTextCodec>
+#include <QTextDecoder>
+#include <QTimer>
+#include <QUuid>
+
+#include <algorithm>
+
+// Only the listening part: every accepted descriptor goes straight to the
+// owner, which wraps it in a QSslSocket.
+class FakeCtiServer::Listener : public QTcpServer
+{
+public:
+    explicit Listener(FakeCtiServer* owner)
+        : m_owner(owner)
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override { m_owner->acceptDescriptor(descriptor); }
+
+private:
+    FakeCtiServer* m_owner;
+};
+
+struct FakeCtiServer::Connection
+{
+    QSslSocket* socket = nullptr;
+    SimpleXmlParser* parser = nullptr;
+    // Stateful, so that a character split between two reads is not lost.
+    std::unique_ptr<QTextDecoder> decoder;
+    QTimer* pumpTimer = nullptr;
+    QStringList frames;
+    QByteArray bytes;
+    QList<QByteArray> queue;
+    bool open = false;
+    bool encrypted = false;
+    bool closeAfterQueue = false;
+    bool splitPending = false;
+};
+
+FakeCtiServer::FakeCtiServer(QObject* parent)
+    : QObject(parent)
+    , m_listener(new Listener(this))
+{
+}
+
+FakeCtiServer::~FakeCtiServer()
+{
+    m_listener->close();
+    for (Connection* c : qAsConst(m_conns)) {
+        if (c->socket) {
+            c->socket->disconnect(this);
+            c->socket->abort();
+        }
+        if (c->parser)
+            c->parser->disconnect(this);
+        delete c;
+    }
+    m_conns.clear();
+}
+
+QString FakeCtiServer::certificatePath()
+{
+    return QStringLiteral(TELVIX_TEST_CERT);
+}
+
+QString FakeCtiServer::keyPath()
+{
+    return QStringLiteral(TELVIX_TEST_KEY);
+}
+
+QSslCertificate FakeCtiServer::certificate()
+{
+    const QList<QSslCertificate> certs = QSslCertificate::fromPath(certificatePath(), QSsl::Pem);
+    return certs.isEmpty() ? QSslCertificate() : certs.first();
+}
+
+bool FakeCtiServer::listen()
+{
+    if (m_certificate.isNull()) {
+        m_certificate = certificate();
+        QFile keyFile(keyPath());
+        if (keyFile.open(QIODevice::ReadOnly))
+            m_key = QSslKey(&keyFile, QSsl::Rsa, QSsl::Pem);
+    }
+    if (m_certificate.isNull() || m_key.isNull()) {
+        qWarning("FakeCtiServer: cannot load the test certificate %s or key %s", qPrintable(certificatePath()),
+                 qPrintable(keyPath()));
+        return false;
+    }
+    if (!QSslSocket::supportsSsl()) {
+        qWarning("FakeCtiServer: no TLS support in this Qt");
+        return false;
+    }
+    if (m_listener->isListening())
+        return true;
+    if (!m_listener->listen(QHostAddress::LocalHost, 0)) {
+        qWarning("FakeCtiServer: listen failed: %s", qPrintable(m_listener->errorString()));
+        return false;
+    }
+    return true;
+}
+
+void FakeCtiServer::close()
+{
+    m_listener->close();
+}
+
+bool FakeCtiServer::isListening() const
+{
+    return m_listener->isListening();
+}
+
+quint16 FakeCtiServer::port() const
+{
+    return m_listener->serverPort();
+}
+
+FakeCtiServer::Connection* FakeCtiServer::connection(int conn) const
+{
+    return conn >= 0 && conn < m_conns.size() ? m_conns.at(conn) : nullptr;
+}
+
+void FakeCtiServer::acceptDescriptor(qintptr descriptor)
+{
+    const int idx = m_conns.size();
+    auto* c = new Connection;
+    m_conns.append(c);
+
+    c->socket = new QSslSocket(this);
+    if (!c->socket->setSocketDescriptor(descriptor)) {
+        qWarning("FakeCtiServer: cannot take the accepted socket: %s", qPrintable(c->socket->errorString()));
+        return;
+    }
+    c->open = true;
+    c->decoder.reset(QTextCodec::codecForName("UTF-8")->makeDecoder());
+    c->parser = new SimpleXmlParser(this);
+    c->parser->rootTag = QStringLiteral("SRNT");
+    c->pumpTimer = new QTimer(this);
+    c->pumpTimer->setSingleShot(true);
+
+    connect(c->pumpTimer, &QTimer::timeout, this, [this, idx] { pump(idx); });
+    connect(c->parser, &SimpleXmlParser::messageCompleted, this, [this, idx] { onFrameCompleted(idx); });
+    connect(c->socket, &QSslSocket::readyRead, this, [this, idx] { onReadyRead(idx); });
+    connect(c->socket, &QSslSocket::disconnected, this, [this, idx] { onDisconnected(idx); });
+    connect(c->socket, &QSslSocket::errorOccurred, this, [this, idx](QAbstractSocket::SocketError error) {
+        Q_EMIT connectionError(idx, error, m_conns.at(idx)->socket->errorString());
+    });
+    connect(c->socket, &QSslSocket::encrypted, this, [this, idx] {
+        m_conns.at(idx)->encrypted = true;
+        if (!m_bannerApi.isEmpty())
+            send(idx, bannerDocument(m_bannerApi, m_bannerMinApi));
+        Q_EMIT clientEncrypted(idx);
+    });
+
+    Q_EMIT clientConnected(idx);
+    if (!c->open)
+        return; // a slot closed it already
+
+    switch (m_tlsMode) {
+    case TlsMode::Normal:
+        c->socket->setLocalCertificate(m_certificate);
+        c->socket->setPrivateKey(m_key);
+        c->socket->setPeerVerifyMode(QSslSocket::VerifyNone);
+        c->socket->setProtocol(m_protocol);
+        c->socket->startServerEncryption();
+        break;
+    case TlsMode::RefuseTls:
+        // Clear text where a ServerHello belongs: the client's handshake fails.
+        c->socket->write("SRNT plain text only\r\n");
+        c->socket->disconnectFromHost();
+        break;
+    case TlsMode::SilentHandshake:
+        break;
+    }
+}
+
+void FakeCtiServer::onReadyRead(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->socket)
+        return;
+    const QByteArray bytes = c->socket->readAll();
+    if (bytes.isEmpty())
+        return;
+    c->bytes += bytes;
+    const QString text = c->decoder->toUnicode(bytes);
+    if (!text.isEmpty())
+        c->parser->addData(text);
+}
+
+void FakeCtiServer::onFrameCompleted(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c)
+        return;
+    while (c->parser->hasPendingMessages()) {
+        const QString frame = c->parser->getNextMessage();
+        c->frames.append(frame);
+        m_frames.append(qMakePair(conn, frame));
+        m_frameTaken.append(false);
+
+        // Answer first, so that whoever sees the frame also sees the answer on its way.
+        const QList<QPair<QString, Responder>> responders = m_responders;
+        for (const auto& r : responders) {
+            if (!hasElement(frame, r.first))
+                continue;
+            const QString reply = r.second(conn, frame);
+            if (!reply.isEmpty())
+                send(conn, reply);
+        }
+        Q_EMIT frameReceived(conn, frame);
+    }
+}
+
+void FakeCtiServer::onDisconnected(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return;
+    c->open = false;
+    c->pumpTimer->stop();
+    c->queue.clear();
+    c->splitPending = false;
+    Q_EMIT clientDisconnected(conn);
+}
+
+int FakeCtiServer::openConnectionCount() const
+{
+    return int(std::count_if(m_conns.cbegin(), m_conns.cend(), [](const Connection* c) { return c->open; }));
+}
+
+int FakeCtiServer::encryptedConnectionCount() const
+{
+    return int(std::count_if(m_conns.cbegin(), m_conns.cend(), [](const Connection* c) { return c->encrypted; }));
+}
+
+bool FakeCtiServer::isConnected(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c && c->open;
+}
+
+bool FakeCtiServer::isEncrypted(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c && c->encrypted;
+}
+
+void FakeCtiServer::disconnectClient(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return;
+    if (!c->queue.isEmpty())
+        c->closeAfterQueue = true;
+    else
+        c->socket->disconnectFromHost();
+}
+
+void FakeCtiServer::abortClient(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return;
+    c->pumpTimer->stop();
+    c->queue.clear();
+    c->socket->abort();
+    // abort() reports disconnected() only from a connected state.
+    onDisconnected(conn);
+}
+
+void FakeCtiServer::disconnectAll()
+{
+    for (int i = 0; i < m_conns.size(); ++i)
+        disconnectClient(i);
+}
+
+QStringList FakeCtiServer::receivedFrames(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c ? c->frames : QStringList();
+}
+
+QByteArray FakeCtiServer::receivedBytes(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c ? c->bytes : QByteArray();
+}
+
+QString FakeCtiServer::pendingText(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c && c->parser ? c->parser->getCurrentBuffer() : QString();
+}
+
+bool FakeCtiServer::hasElement(const QString& frame, const QString& elementName)
+{
+    const QRegularExpression re(QLatin1Char('<') + QRegularExpression::escape(elementName)
+                                + QLatin1String("[\\s/>]"));
+    return frame.contains(re);
+}
+
+QStringList FakeCtiServer::framesContaining(const QString& elementName, int conn) const
+{
+    QStringList result;
+    for (const auto& f : m_frames) {
+        if ((conn < 0 || f.first == conn) && hasElement(f.second, elementName))
+            result.append(f.second);
+    }
+    return result;
+}
+
+QString FakeCtiServer::waitForFrame(const QString& elementName, int timeoutMs, int* connOut)
+{
+    const auto findUntaken = [this, &elementName] {
+        for (int i = 0; i < m_frames.size(); ++i) {
+            if (!m_frameTaken.at(i) && hasElement(m_frames.at(i).second, elementName))
+                return i;
+        }
+        return -1;
+    };
+
+    int found = findUntaken();
+    if (found < 0) {
+        QEventLoop loop;
+        QTimer timeout;
+        timeout.setSingleShot(true);
+        connect(&timeout, &QTimer::timeout, &loop, &QEventLoop::quit);
+        connect(this, &FakeCtiServer::frameReceived, &loop, [&loop, &elementName](int, const QString& xml) {
+            if (hasElement(xml, elementName))
+                loop.quit();
+        });
+        timeout.start(timeoutMs);
+        loop.exec();
+        found = findUntaken();
+    }
+    if (found < 0)
+        return QString();
+    m_frameTaken[found] = true;
+    if (connOut)
+        *connOut = m_frames.at(found).first;
+    return m_frames.at(found).second;
+}
+
+void FakeCtiServer::clearFrames()
+{
+    m_frames.clear();
+    m_frameTaken.clear();
+    for (Connection* c : qAsConst(m_conns)) {
+        c->frames.clear();
+        c->bytes.clear();
+    }
+}
+
+bool FakeCtiServer::send(int conn, const QString& text)
+{
+    return enqueue(conn, text.toUtf8(), {});
+}
+
+bool FakeCtiServer::sendRaw(int conn, const QByteArray& bytes)
+{
+    return enqueue(conn, bytes, {});
+}
+
+bool FakeCtiServer::sendSplit(int conn, const QString& text, const QList<int>& cutPositions)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return false;
+    c->splitPending = true;
+    return enqueue(conn, text.toUtf8(), cutPositions);
+}
+
+bool FakeCtiServer::sendInChunks(int conn, const QString& text, int chunkSize)
+{
+    if (chunkSize <= 0)
+        return false;
+    const int size = text.toUtf8().size();
+    QList<int> cuts;
+    for (int pos = chunkSize; pos < size; pos += chunkSize)
+        cuts.append(pos);
+    return sendSplit(conn, text, cuts);
+}
+
+bool FakeCtiServer::sendBanner(int conn, const QString& api, const QString& minApi)
+{
+    return send(conn, bannerDocument(api.isEmpty() ? m_api : api, minApi));
+}
+
+bool FakeCtiServer::isSending(int conn) const
+{
+    const Connection* c = connection(conn);
+    return c && !c->queue.isEmpty();
+}
+
+void FakeCtiServer::setBannerOnConnect(const QString& api, const QString& minApi)
+{
+    m_bannerApi = api;
+    m_bannerMinApi = minApi;
+}
+
+bool FakeCtiServer::enqueue(int conn, const QByteArray& bytes, const QList<int>& cuts)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return false;
+
+    int from = 0;
+    for (int cut : cuts) {
+        if (cut <= from || cut >= bytes.size())
+            continue;
+        c->queue.append(bytes.mid(from, cut - from));
+        from = cut;
+    }
+    c->queue.append(bytes.mid(from));
+
+    // Whatever is already waiting keeps its place; otherwise the first piece goes now.
+    if (!c->pumpTimer->isActive())
+        pump(conn);
+    return true;
+}
+
+void FakeCtiServer::pump(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open || c->queue.isEmpty())
+        return;
+
+    const QByteArray piece = c->queue.takeFirst();
+    c->socket->write(piece);
+    c->socket->flush();
+    Q_EMIT chunkWritten(conn, piece);
+    if (!c->open)
+        return; // a slot of chunkWritten closed the connection
+
+    if (!c->queue.isEmpty()) {
+        c->pumpTimer->start(m_chunkIntervalMs);
+        return;
+    }
+    if (c->closeAfterQueue) {
+        c->closeAfterQueue = false;
+        c->socket->disconnectFromHost();
+    }
+    if (c->splitPending) {
+        c->splitPending = false;
+        Q_EMIT sendQueueEmpty(conn);
+    }
+}
+
+void FakeCtiServer::setResponder(const QString& elementName, Responder responder)
+{
+    for (auto& r : m_responders) {
+        if (r.first == elementName) {
+            r.second = std::move(responder);
+            return;
+        }
+    }
+    m_responders.append(qMakePair(elementName, std::move(responder)));
+}
+
+void FakeCtiServer::removeResponder(const QString& elementName)
+{
+    m_responders.erase(std::remove_if(m_responders.begin(), m_responders.end(),
+                                      [&elementName](const QPair<QString, Responder>& r) {
+                                          return r.first == elementName;
+                                      }),
+                       m_responders.end());
+}
+
+void FakeCtiServer::clearResponders()
+{
+    m_responders.clear();
+}
+
+void FakeCtiServer::setAutoLogin(bool on)
+{
+    if (!on) {
+        removeResponder(QStringLiteral("Login"));
+        return;
+    }
+    setResponder(QStringLiteral("Login"),
+                 [this](int, const QString&) { return loginAnswerDocument(m_loginAnswer, m_api); });
+}
+
+void FakeCtiServer::setAutoKeepAliveAck(bool on)
+{
+    if (!on) {
+        removeResponder(QStringLiteral("KeepAlive"));
+        return;
+    }
+    setResponder(QStringLiteral("KeepAlive"), [this](int, const QString&) { return keepAliveAckDocument(m_api); });
+}
+
+QString FakeCtiServer::textElement(const QString& name, const QString& value)
+{
+    return QLatin1Char('<') + name + QLatin1Char('>') + value.toHtmlEscaped() + QLatin1String("</") + name
+        + QLatin1Char('>');
+}
+
+QString FakeCtiServer::document(const QString& body, const QString& api, const QString& family,
+                                const QString& uuid)
+{
+    const QString id = uuid.isEmpty() ? QUuid::createUuid().toString(QUuid::WithBraces) : uuid;
+    const QString stamp = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
+    QString xml = QLatin1String("<SRNT>") + textElement(QStringLiteral("API"), api)
+        + textElement(QStringLiteral("UUID"), id) + textElement(QStringLiteral("Timestamp"), stamp);
+    if (family.isEmpty())
+        xml += body;
+    else
+        xml += QLatin1Char('<') + family + QLatin1Char('>') + body + QLatin1String("</") + family + QLatin1Char('>');
+    return xml + QLatin1String("</SRNT>");
+}
+
+QString FakeCtiServer::failedDocument(const QString& reason, const QString& body, const QString& api)
+{
+    return document(textElement(QStringLiteral("RequestFailed"), reason) + body, api);
+}
+
+QString FakeCtiServer::bannerDocument(const QString& api, const QString& minApi)
+{
+    return document(textElement(QStringLiteral("MinAPI"), minApi), api, QStringLiteral("Info"));
+}
+
+QString FakeCtiServer::loginAnswerDocument(const LoginAnswer& a, const QString& api)
+{
+    QString body = textElement(QStringLiteral("ExitCode"), QString::number(a.exitCode));
+    const auto add = [&body](const char* name, const QString& value) {
+        if (!value.isEmpty())
+            body += textElement(QLatin1String(name), value);
+    };
+    add("Reason", a.reason);
+    add("Exten", a.exten);
+    add("Domain", a.domain);
+    add("Capabilities", a.capabilities);
+    add("CcRole", a.ccRole);
+    add("Features", a.features.join(QLatin1Char(',')));
+    add("UserUuid", a.userUuid);
+    add("MobileNumber", a.mobileNumber);
+    add("ChatID", a.chatId);
+    add("ChatPort", a.chatPort);
+    add("FirstName", a.firstName);
+    add("LastName", a.lastName);
+    add("SeenIpAddress", a.seenIpAddress);
+    add("LoginMessage", a.loginMessage);
+    add("VantorFirmwareVersion", a.firmwareVersion);
+    add("VantorSerialNumber", a.serialNumber);
+    add("VantorPartNumber", a.partNumber);
+    add("LoggedOff", a.loggedOff);
+    body += a.extraXml;
+    return document(QLatin1Char('<') + a.element + QLatin1Char('>') + body + QLatin1String("</") + a.element
+                        + QLatin1Char('>'),
+                    api);
+}
+
+QString FakeCtiServer::loginRefusedDocument(int exitCode, const QString& reason, const QString& api)
+{
+    return document(QLatin1String("<Authenticated>")
+                        + textElement(QStringLiteral("ExitCode"), QString::number(exitCode))
+                        + textElement(QStringLiteral("Reason"), reason) + QLatin1String("</Authenticated>"),
+                    api);
+}
+
+QString FakeCtiServer::loggedOffDocument(const QString& reason, const QString& api)
+{
+    return document(QLatin1String("<LoggedOff>") + textElement(QStringLiteral("Reason"), reason)
+                        + QLatin1String("</LoggedOff>"),
+                    api);
+}
+
+QString FakeCtiServer::keepAliveAckDocument(const QString& api)
+{
+    return document(QStringLiteral("<KAACK></KAACK>"), api, QStringLiteral("Info"));
+}
+
+QString FakeCtiServer::probeDocument(const QString& api)
+{
+    return document(QStringLiteral("<Probe></Probe>"), api, QStringLiteral("Info"));
+}
+
+QString FakeCtiServer::redirectDocument(const QString& ip, quint16 port, const QString& api)
+{
+    return document(QLatin1String("<RedirectConnection>") + textElement(QStringLiteral("ServerIp"), ip)
+                        + textElement(QStringLiteral("ServerPort"), QString::number(port))
+                        + QLatin1String("</RedirectConnection>"),
+                    api);
+}
+
+QString FakeCtiServer::errorDocument(const QString& reason, const QString& originalMessage, const QString& api)
+{
+    return document(QLatin1String("<Error>") + textElement(QStringLiteral("Reason"), reason)
+                        + textElement(QStringLiteral("OriginalMessage"), originalMessage)
+                        + QLatin1String("</Error>"),
+                    api);
+}
+
+QString FakeCtiServer::uuidOf(const QString& xml)
+{
+    static const QRegularExpression re(QStringLiteral("<UUID>(.*?)</UUID>"));
+    const QRegularExpressionMatch m = re.match(xml);
+    return m.hasMatch() ? m.captured(1) : QString();
+}

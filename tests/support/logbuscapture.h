@@ -1,0 +1,42 @@
+#pragma once
+
+#include "logbus.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <mutex>
+
+/// Captures every record written through any Logbus logger of the process
+/// while it lives, so that tests can assert the library's log texts and
+/// priorities. Records from all threads are collected.
+class LogbusCapture
+{
+public:
+    LogbusCapture();
+    ~LogbusCapture();
+    LogbusCapture(const LogbusCapture&) = delete;
+    LogbusCapture& operator=(const LogbusCapture&) = delete;
+
+    QList<LogRecord> records() const;
+    /// The texts of the records, without timestamp, module or priority.
+    QStringList texts() const;
+    /// True if some record's text contains `substring`.
+    bool contains(const QString& substring) const;
+    /// True if some record of that priority contains `substring`.
+    bool contains(int priority, const QString& substring) const;
+    /// How many records contain `substring`.
+    int count(const QString& substring) const;
+    void clear();
+    /// Spins the event loop until a record contains `substring` or the time is
+    /// up; returns whether it arrived.
+    bool waitFor(const QString& substring, int timeoutMs = 5000) const;
+
+private:
+    void append(const LogRecord& record);
+
+    mutable std::mutex m_mutex;
+    QList<LogRecord> m_records;
+    int m_tapId = 0;
+};

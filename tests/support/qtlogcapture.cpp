@@ -1,0 +1,91 @@
+#include "qtlogcapture.h"
+
+#include <QMutexLocker>
+
+namespace {
+QtLogCapture* g_current = nullptr;
+QMutex g_installMutex;
+} // namespace
+
+QtLogCapture::QtLogCapture()
+{
+    QMutexLocker lock(&g_installMutex);
+    m_outer = g_current;
+    g_current = this;
+    m_quiet = qEnvironmentVariableIsEmpty("TELVIX_TEST_VERBOSE");
+    m_previous = qInstallMessageHandler(&QtLogCapture::handler);
+}
+
+QtLogCapture::~QtLogCapture()
+{
+    QMutexLocker lock(&g_installMutex);
+    qInstallMessageHandler(m_previous);
+    g_current = m_outer;
+}
+
+void QtLogCapture::handler(QtMsgType type, const QMessageLogContext& ctx, const QString& msg)
+{
+    QtLogCapture* self = nullptr;
+    {
+        QMutexLocker lock(&g_installMutex);
+        self = g_current;
+    }
+    if (!self)
+        return;
+    for (QtLogCapture* c = self; c; c = c->m_outer) {
+        QMutexLocker lock(&c->m_mutex);
+        c->m_messages.append(qMakePair(type, msg));
+    }
+    // Keep test output readable: only warnings and worse go through unless asked.
+    if (self->m_previous && (!self->m_quiet || type != QtDebugMsg))
+        self->m_previous(type, ctx, msg);
+}
+
+QStringList QtLogCapture::messages() const
+{
+    QMutexLocker lock(&m_mutex);
+    QStringList out;
+    for (const auto& m : m_messages)
+        out << m.second;
+    return out;
+}
+
+QStringList QtLogCapture::messages(QtMsgType type) const
+{
+    QMutexLocker lock(&m_mutex);
+    QStringList out;
+    for (const auto& m : m_messages)
+        if (m.first == type)
+            out << m.second;
+    return out;
+}
+
+bool QtLogCapture::contains(const QString& text) const
+{
+    return count(text) > 0;
+}
+
+bool QtLogCapture::contains(QtMsgType type, const QString& text) const
+{
+    const QStringList list = messages(type);
+    for (const QString& m : list)
+        if (m.contains(text))
+            return true;
+    return false;
+}
+
+int QtLogCapture::count(const QString& text) const
+{
+    QMutexLocker lock(&m_mutex);
+    int n = 0;
+    for (const auto& m : m_messages)
+        if (m.second.contains(text))
+            ++n;
+    return n;
+}
+
+void QtLogCapture::clear()
+{
+    QMutexLocker lock(&m_mutex);
+    m_messages.clear();
+}

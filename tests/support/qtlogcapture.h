@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QtGlobal>
+
+/// Captures the Qt log (qDebug, qWarning, qCritical) while it lives, so that
+/// tests can assert log texts that are part of the library's behaviour.
+/// Messages are still passed on to the previous handler.
+class QtLogCapture
+{
+public:
+    QtLogCapture();
+    ~QtLogCapture();
+    QtLogCapture(const QtLogCapture&) = delete;
+    QtLogCapture& operator=(const QtLogCapture&) = delete;
+
+    QStringList messages() const;
+    /// Messages of one type only.
+    QStringList messages(QtMsgType type) const;
+    /// True if some captured message contains `text`.
+    bool contains(const QString& text) const;
+    bool contains(QtMsgType type, const QString& text) const;
+    /// How many captured messages contain `text`.
+    int count(const QString& text) const;
+    void clear();
+
+private:
+    static void handler(QtMsgType type, const QMessageLogContext& ctx, const QString& msg);
+    mutable QMutex m_mutex;
+    QList<QPair<QtMsgType, QString>> m_messages;
+    QtMessageHandler m_previous = nullptr;
+    QtLogCapture* m_outer = nullptr;
+    bool m_quiet = true;
+};
