@@ -242,10 +242,11 @@ bool TelvixPrivate::shutdownOnThread()
     qDebug() << Q_FUNC_INFO << "Destroying socket";
     destroySocket();
 
-    const auto stopTimer = [](QTimer* timer, const char* line) {
+    const char* const function = Q_FUNC_INFO;
+    const auto stopTimer = [function](QTimer* timer, const char* line) {
         if (!timer)
             return;
-        qDebug() << Q_FUNC_INFO << line;
+        qDebug() << function << line;
         timer->stop();
         timer->deleteLater();
     };

@@ -185,7 +185,7 @@ QString writeEvent(const QString& element, Record record, More more = {}, const 
 /// Servers up to 4.2 leave the account out; it is taken from the channel.
 void repairAccount(CallLegEvent& e, const QString& api)
 {
-    if (e.sipAccount.isEmpty() && ApiText::atMost(api, "4.2"))
+    if (e.sipAccount.isEmpty() && ApiText::atMost(api, "4.3"))
         e.sipAccount = TELVIX::getAccountFromChannel(e.localChannel);
 }
 

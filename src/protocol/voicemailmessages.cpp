@@ -71,8 +71,13 @@ QString MailboxStatusReqMsg::generateXmlMessageBody() const
 
 VoiceMailListResMsg VoiceMailListResMsg::parseMessage(const QString& xml)
 {
-    static const MessageReader::ListWords words{QString(), S_XMLTAG_VM_MESSAGE_ENTRY,
-                                                QStringLiteral("parsed an invalid Voice Mail Message")};
+    // This answer has no words of its own for an empty or a good list.
+    static const MessageReader::ListWords words{QString(),
+                                                S_XMLTAG_VM_MESSAGE_ENTRY,
+                                                QStringLiteral("parsed an invalid Voice Mail Message"),
+                                                QString(),
+                                                QString(),
+                                                false};
     return MessageReader::readList<VoiceMailListResMsg>(
         xml, words, [](VoiceMailListResMsg& msg, const QString& entryText) {
             return MessageReader::appendEntry(msg.messages, entryText, readVoicemailMessage);

@@ -195,7 +195,8 @@ public:
     /// meant for diagnostics and tests. Returns an id for removeTap.
     ///
     /// A tap runs on the logging thread and may be called from several threads
-    /// at once. It may log and add taps, but must not remove itself.
+    /// at once. It may log and add or remove other taps, but must not remove
+    /// itself.
     static int addTap(std::function<void(const LogRecord&)> tap);
     /// Removes a tap; once this returns, the tap is no longer running anywhere.
     static void removeTap(int id);

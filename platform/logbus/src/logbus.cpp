@@ -122,8 +122,10 @@ FileWriterRegistry& fileWriterRegistry()
 struct Tap
 {
     std::function<void(const LogRecord&)> fn;
-    // Threads inside fn right now; guarded by the registry's mutex.
+    // Guarded by the registry's mutex: threads inside fn right now, and
+    // whether removeTap has taken the tap out.
     int busy = 0;
+    bool removed = false;
 };
 
 // Taps run outside the lock, so that a tap may log; removeTap waits for the
@@ -134,7 +136,7 @@ struct TapRegistry
     std::condition_variable idle;
     std::map<int, std::shared_ptr<Tap>> taps;
     int nextId = 1;
-    std::atomic<int> count { 0 };
+    std::atomic<int> count {0};
 };
 
 TapRegistry& tapRegistry()
@@ -148,20 +150,34 @@ void runTaps(const LogRecord& record)
     TapRegistry& registry = tapRegistry();
     if (registry.count.load(std::memory_order_acquire) == 0)
         return;
-    std::vector<std::shared_ptr<Tap>> running;
+    std::vector<std::shared_ptr<Tap>> taps;
     {
         std::lock_guard<std::mutex> lock(registry.mutex);
-        running.reserve(registry.taps.size());
-        for (const auto& entry : registry.taps) {
-            ++entry.second->busy;
-            running.push_back(entry.second);
-        }
+        taps.reserve(registry.taps.size());
+        for (const auto& entry : registry.taps)
+            taps.push_back(entry.second);
     }
-    for (const auto& tap : running) {
+    for (const auto& tap : taps) {
+        {
+            // Marked busy only right before its own call, so that a tap may
+            // remove another one that this thread has not reached yet.
+            std::lock_guard<std::mutex> lock(registry.mutex);
+            if (tap->removed)
+                continue;
+            ++tap->busy;
+        }
+        struct Done
+        {
+            TapRegistry& registry;
+            Tap& tap;
+            ~Done()
+            {
+                std::lock_guard<std::mutex> lock(registry.mutex);
+                if (--tap.busy == 0)
+                    registry.idle.notify_all();
+            }
+        } done {registry, *tap};
         tap->fn(record);
-        std::lock_guard<std::mutex> lock(registry.mutex);
-        if (--tap->busy == 0)
-            registry.idle.notify_all();
     }
 }
 
@@ -190,7 +206,7 @@ struct PendingLine
 // logger at a freed address never inherits a half line of a deleted one.
 thread_local std::unordered_map<quint64, PendingLine> t_pendingLines;
 
-std::atomic<quint64> g_nextLoggerSerial { 1 };
+std::atomic<quint64> g_nextLoggerSerial {1};
 
 } // namespace
 
@@ -271,7 +287,7 @@ public:
     const QString name;
     const quint64 serial;
     Logbus* bus = nullptr;
-    std::atomic<int> level { INT_MAX };
+    std::atomic<int> level {INT_MAX};
 
     // Guards the module name and the spdlog logger's list of sinks, which
     // writers may be added to while other threads log.
@@ -298,7 +314,7 @@ void LoggerPrivate::write(int priority, const QString& text)
         spd->log(spdlog::source_loc {}, levelForPriority(priority),
                  spdlog::string_view_t(line.constData(), size_t(line.size())));
     }
-    runTaps(LogRecord { name, module, priority, text });
+    runTaps(LogRecord {name, module, priority, text});
 }
 
 Logger::Logger(const QString& name)
@@ -642,7 +658,7 @@ int Logbus::addTap(std::function<void(const LogRecord&)> tap)
     TapRegistry& registry = tapRegistry();
     std::lock_guard<std::mutex> locker(registry.mutex);
     const int id = registry.nextId++;
-    registry.taps.emplace(id, std::make_shared<Tap>(Tap { std::move(tap), 0 }));
+    registry.taps.emplace(id, std::make_shared<Tap>(Tap {std::move(tap), 0}));
     registry.count.store(int(registry.taps.size()), std::memory_order_release);
     return id;
 }
@@ -655,6 +671,7 @@ void Logbus::removeTap(int id)
     if (it == registry.taps.end())
         return;
     const std::shared_ptr<Tap> tap = it->second;
+    tap->removed = true;
     registry.taps.erase(it);
     registry.count.store(int(registry.taps.size()), std::memory_order_release);
     registry.idle.wait(locker, [&tap] { return tap->busy == 0; });

@@ -112,6 +112,7 @@ private Q_SLOTS:
     void failedOpen();
     void createsMissingDirectories();
     void tapsSeeAcceptedRecordsOfAllLoggers();
+    void tapMayLogAndRemoveAnotherTap();
     void callbackWriterGetsFormattedLines();
     void consoleWriterWritesToStandardError_data();
     void consoleWriterWritesToStandardError();
@@ -177,8 +178,8 @@ void tst_Logbus::lineLayout_data()
 
     QTest::newRow("date and milliseconds") << QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz") << kStamp;
     QTest::newRow("time only") << QStringLiteral("hh:mm:ss") << QStringLiteral(R"(\d{2}:\d{2}:\d{2})");
-    QTest::newRow("compact with literal") << QStringLiteral("yyyyMMdd'T'hhmmss")
-                                          << QStringLiteral(R"(\d{8}T\d{6})");
+    QTest::newRow("compact with literal")
+        << QStringLiteral("yyyyMMdd'T'hhmmss") << QStringLiteral(R"(\d{8}T\d{6})");
 }
 
 void tst_Logbus::lineLayout()
@@ -194,10 +195,12 @@ void tst_Logbus::lineLayout()
     QCOMPARE(bus->timeStampFormat(), format);
 
     int result = -1;
-    std::unique_ptr<Logger> named(bus->createFileLogger(QStringLiteral("Telvix"), path, WriterConfig(), result));
+    std::unique_ptr<Logger> named(
+        bus->createFileLogger(QStringLiteral("Telvix"), path, WriterConfig(), result));
     QCOMPARE(result, Logbus::DEFAULT_OK);
     named->setModuleName(QStringLiteral("TELVIX"));
-    std::unique_ptr<Logger> plain(bus->createFileLogger(QStringLiteral("Plain"), path, WriterConfig(), result));
+    std::unique_ptr<Logger> plain(
+        bus->createFileLogger(QStringLiteral("Plain"), path, WriterConfig(), result));
     QCOMPARE(result, Logbus::DEFAULT_OK);
 
     *named << LGBS::LogMessagePriorityType(1000) << "Thread started" << QVariant(5) << LGBS::endl;
@@ -205,7 +208,8 @@ void tst_Logbus::lineLayout()
 
     const QStringList lines = fileLines(path);
     QCOMPARE(lines.size(), 2);
-    const QRegularExpression first(QStringLiteral("^(%1) \\[TELVIX\\] 1000 Thread started 5$").arg(stampPattern));
+    const QRegularExpression first(
+        QStringLiteral("^(%1) \\[TELVIX\\] 1000 Thread started 5$").arg(stampPattern));
     const QRegularExpressionMatch m = first.match(lines.at(0));
     QVERIFY2(m.hasMatch(), qPrintable(lines.at(0)));
     QVERIFY(QDateTime::fromString(m.captured(1), format).isValid());
@@ -226,28 +230,34 @@ void tst_Logbus::streamItems_data()
         l << p(10) << 7 << -3L << 42UL << 1234567890123LL << 3u << 18446744073709551615ULL << 2.5;
     }) << 10 << QStringLiteral("7 -3 42 1234567890123 3 18446744073709551615 2.5");
     QTest::newRow("text types") << Streamer([](Logger& l) {
-        l << p(100) << QStringLiteral("str") << QLatin1String("lat") << QByteArray("bytes") << 'c' << QChar(0x00e9)
-          << true << false;
+        l << p(100) << QStringLiteral("str") << QLatin1String("lat") << QByteArray("bytes") << 'c'
+          << QChar(0x00e9) << true << false;
     }) << 100 << QStringLiteral("str lat bytes c \u00e9 true false");
     QTest::newRow("variants") << Streamer([](Logger& l) {
-        l << p(1000) << QVariant(QStringList { QStringLiteral("x"), QStringLiteral("y") }) << QVariant()
+        l << p(1000) << QVariant(QStringList {QStringLiteral("x"), QStringLiteral("y")}) << QVariant()
           << QVariant(QStringLiteral("s")) << QVariant(2.25) << QVariant(QByteArray("raw"));
     }) << 1000 << QStringLiteral("(x, y) QVariant(Invalid) s 2.25 raw");
     QTest::newRow("braces are not format fields")
-        << Streamer([](Logger& l) { l << p(1000) << "{} {0} {:>9}"; }) << 1000 << QStringLiteral("{} {0} {:>9}");
-    QTest::newRow("empty item keeps its blanks")
-        << Streamer([](Logger& l) { l << p(1000) << "a" << "" << "b"; }) << 1000 << QStringLiteral("a  b");
-    QTest::newRow("null pointer") << Streamer([](Logger& l) { l << p(1000) << static_cast<const void*>(nullptr); })
-                                  << 1000 << QStringLiteral("0x0");
+        << Streamer([](Logger& l) { l << p(1000) << "{} {0} {:>9}"; }) << 1000
+        << QStringLiteral("{} {0} {:>9}");
+    QTest::newRow("empty item keeps its blanks") << Streamer([](Logger& l) {
+        l << p(1000) << "a"
+          << ""
+          << "b";
+    }) << 1000 << QStringLiteral("a  b");
+    QTest::newRow("null pointer") << Streamer([](Logger& l) {
+        l << p(1000) << static_cast<const void*>(nullptr);
+    }) << 1000 << QStringLiteral("0x0");
     QTest::newRow("no priority counts as detail")
         << Streamer([](Logger& l) { l << "plain"; }) << 10000 << QStringLiteral("plain");
-    QTest::newRow("priority after items") << Streamer([](Logger& l) { l << "late" << p(10); }) << 10
-                                          << QStringLiteral("late");
+    QTest::newRow("priority after items")
+        << Streamer([](Logger& l) { l << "late" << p(10); }) << 10 << QStringLiteral("late");
     QTest::newRow("flush leaves the line open")
         << Streamer([](Logger& l) { l << p(1000) << "before" << LGBS::flush << "after"; }) << 1000
         << QStringLiteral("before after");
-    QTest::newRow("non-latin text") << Streamer([](Logger& l) { l << p(1000) << "Grüße" << QStringLiteral("ğ"); })
-                                    << 1000 << QStringLiteral("Grüße ğ");
+    QTest::newRow("non-latin text") << Streamer([](Logger& l) {
+        l << p(1000) << "Grüße" << QStringLiteral("ğ");
+    }) << 1000 << QStringLiteral("Grüße ğ");
 }
 
 void tst_Logbus::streamItems()
@@ -274,7 +284,8 @@ void tst_Logbus::streamItems()
     QCOMPARE(records.at(0).text, text);
     const QStringList lines = fileLines(path);
     QCOMPARE(lines.size(), 1);
-    QVERIFY2(lines.at(0).endsWith(QStringLiteral("[items] %1 %2").arg(priority).arg(text)), qPrintable(lines.at(0)));
+    QVERIFY2(lines.at(0).endsWith(QStringLiteral("[items] %1 %2").arg(priority).arg(text)),
+             qPrintable(lines.at(0)));
 }
 
 void tst_Logbus::halfLinesStayWithTheirThread()
@@ -285,9 +296,11 @@ void tst_Logbus::halfLinesStayWithTheirThread()
     auto logger = fileLogger(QStringLiteral("halves"), dir.filePath(QStringLiteral("h.log")));
     QVERIFY(logger);
 
-    *logger << LGBS::LogMessagePriorityType(1000) << "main" << "first";
+    *logger << LGBS::LogMessagePriorityType(1000) << "main"
+            << "first";
     std::thread worker([&logger] {
-        *logger << LGBS::LogMessagePriorityType(10) << "worker" << "whole" << LGBS::endl;
+        *logger << LGBS::LogMessagePriorityType(10) << "worker"
+                << "whole" << LGBS::endl;
         *logger << LGBS::LogMessagePriorityType(10) << "worker left open";
     });
     worker.join();
@@ -332,7 +345,8 @@ void tst_Logbus::sharedFileFromSeveralThreads()
     const QStringList lines = fileLines(path);
     QCOMPARE(lines.size(), kThreads * kLines);
     const QRegularExpression re(
-        QStringLiteral("^%1 \\[(ALPHA|BETA)\\] 1000 thread (\\d) line (\\d+) payload ([a-z]{40}) end$").arg(kStamp));
+        QStringLiteral("^%1 \\[(ALPHA|BETA)\\] 1000 thread (\\d) line (\\d+) payload ([a-z]{40}) end$")
+            .arg(kStamp));
     std::vector<int> next(kThreads, 0);
     for (const QString& line : lines) {
         const QRegularExpressionMatch m = re.match(line);
@@ -362,18 +376,19 @@ void tst_Logbus::rotationKeepsConfiguredCount()
     auto second = fileLogger(QStringLiteral("second"), path, WriterConfig(kLimit, kKept));
     QVERIFY(first && second);
     for (int i = 0; i < kLines; ++i)
-        *(i % 2 ? second : first) << LGBS::LogMessagePriorityType(1000) << "seq" << i << QString(30, QLatin1Char('.'))
-                                  << LGBS::endl;
+        *(i % 2 ? second : first) << LGBS::LogMessagePriorityType(1000) << "seq" << i
+                                  << QString(30, QLatin1Char('.')) << LGBS::endl;
 
     const QStringList files = QDir(dir.path()).entryList(QDir::Files, QDir::Name);
-    QCOMPARE(files, (QStringList { QStringLiteral("rot.1.log"), QStringLiteral("rot.2.log"),
-                                   QStringLiteral("rot.3.log"), QStringLiteral("rot.log") }));
+    QCOMPARE(files,
+             (QStringList {QStringLiteral("rot.1.log"), QStringLiteral("rot.2.log"),
+                           QStringLiteral("rot.3.log"), QStringLiteral("rot.log")}));
 
     // Oldest first: the kept files hold the last lines without a gap.
     QList<int> seqs;
     const QRegularExpression re(QStringLiteral("\\] 1000 seq (\\d+) \\.{30}$"));
-    for (const QString& name : { QStringLiteral("rot.3.log"), QStringLiteral("rot.2.log"),
-                                 QStringLiteral("rot.1.log"), QStringLiteral("rot.log") }) {
+    for (const QString& name : {QStringLiteral("rot.3.log"), QStringLiteral("rot.2.log"),
+                                QStringLiteral("rot.1.log"), QStringLiteral("rot.log")}) {
         const QString file = dir.filePath(name);
         QVERIFY2(QFileInfo(file).size() <= kLimit, qPrintable(name));
         const QStringList lines = fileLines(file);
@@ -397,16 +412,17 @@ void tst_Logbus::failedOpen_data()
     QTest::addColumn<int>("maxFiles");
     QTest::addColumn<int>("expected");
 
-    QTest::newRow("below a regular file") << QStringLiteral("blocker/sub/log.txt") << qint64(1024) << 2
-                                          << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("file is a regular file's child") << QStringLiteral("blocker/log.txt") << qint64(1024) << 2
-                                                    << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("path is a directory") << QStringLiteral("adir") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("directory without size limit") << QStringLiteral("adir") << qint64(0) << 2
-                                                  << Logbus::ERROR_OPEN_FILE;
+    QTest::newRow("below a regular file")
+        << QStringLiteral("blocker/sub/log.txt") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
+    QTest::newRow("file is a regular file's child")
+        << QStringLiteral("blocker/log.txt") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
+    QTest::newRow("path is a directory")
+        << QStringLiteral("adir") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
+    QTest::newRow("directory without size limit")
+        << QStringLiteral("adir") << qint64(0) << 2 << Logbus::ERROR_OPEN_FILE;
     QTest::newRow("empty path") << QString() << qint64(1024) << 2 << Logbus::ERROR_BAD_ARGUMENT;
-    QTest::newRow("negative rotation count") << QStringLiteral("ok.log") << qint64(1024) << -1
-                                             << Logbus::ERROR_BAD_ARGUMENT;
+    QTest::newRow("negative rotation count")
+        << QStringLiteral("ok.log") << qint64(1024) << -1 << Logbus::ERROR_BAD_ARGUMENT;
 }
 
 void tst_Logbus::failedOpen()
@@ -492,6 +508,43 @@ void tst_Logbus::tapsSeeAcceptedRecordsOfAllLoggers()
     QCOMPARE(calls, 3);
 }
 
+void tst_Logbus::tapMayLogAndRemoveAnotherTap()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    auto logger = fileLogger(QStringLiteral("tap inner"), dir.filePath(QStringLiteral("inner.log")));
+    QVERIFY(logger);
+
+    QStringList firstSeen;
+    QStringList secondSeen;
+    int second = 0;
+    const int first = Logbus::addTap([&](const LogRecord& r) {
+        if (r.loggerName != QLatin1String("tap inner"))
+            return;
+        firstSeen << r.text;
+        if (r.text == QLatin1String("trigger")) {
+            // The second tap comes after this one and has not run yet.
+            Logbus::removeTap(second);
+            logger->log(1000, QStringLiteral("logged from a tap"));
+        }
+    });
+    second = Logbus::addTap([&](const LogRecord& r) {
+        if (r.loggerName == QLatin1String("tap inner"))
+            secondSeen << r.text;
+    });
+
+    logger->log(1000, QStringLiteral("plain"));
+    logger->log(1000, QStringLiteral("trigger"));
+    logger->log(1000, QStringLiteral("after"));
+    Logbus::removeTap(first);
+
+    QCOMPARE(firstSeen,
+             (QStringList {QStringLiteral("plain"), QStringLiteral("trigger"),
+                           QStringLiteral("logged from a tap"), QStringLiteral("after")}));
+    QCOMPARE(secondSeen, QStringList {QStringLiteral("plain")});
+    QCOMPARE(fileLines(dir.filePath(QStringLiteral("inner.log"))).size(), 4);
+}
+
 void tst_Logbus::callbackWriterGetsFormattedLines()
 {
     QTemporaryDir dir;
@@ -500,7 +553,8 @@ void tst_Logbus::callbackWriterGetsFormattedLines()
     Logbus* bus = freshBus();
     int result = -1;
     std::unique_ptr<Logger> first(bus->createFileLogger(QStringLiteral("cb1"), path, WriterConfig(), result));
-    std::unique_ptr<Logger> second(bus->createFileLogger(QStringLiteral("cb2"), path, WriterConfig(), result));
+    std::unique_ptr<Logger> second(
+        bus->createFileLogger(QStringLiteral("cb2"), path, WriterConfig(), result));
     QVERIFY(first && second);
 
     QStringList received;
@@ -537,8 +591,8 @@ void tst_Logbus::consoleWriterWritesToStandardError()
     auto logger = fileLogger(QStringLiteral("console"), dir.filePath(QStringLiteral("c.log")));
     QVERIFY(logger);
     int result = -1;
-    const LGBS::ConsoleColorScheme scheme = colours ? LGBS::ConsoleColorScheme::defaultColorScheme()
-                                                    : LGBS::ConsoleColorScheme::noColors();
+    const LGBS::ConsoleColorScheme scheme
+        = colours ? LGBS::ConsoleColorScheme::defaultColorScheme() : LGBS::ConsoleColorScheme::noColors();
     const LogWriter writer = freshBus()->getConsoleWriter(scheme, WriterConfig(), result);
     QCOMPARE(result, Logbus::DEFAULT_OK);
     freshBus()->addWriterToLogger(logger.get(), writer);
@@ -552,7 +606,7 @@ void tst_Logbus::consoleWriterWritesToStandardError()
     QVERIFY(saved >= 0 && fd >= 0);
     ::dup2(fd, STDERR_FILENO);
     ::close(fd);
-    for (int priority : { -1, 10, 50, 100, 1000, 10000 })
+    for (int priority : {-1, 10, 50, 100, 1000, 10000})
         *logger << LGBS::LogMessagePriorityType(priority) << "console line" << priority << LGBS::endl;
     logger->flush();
     fflush(stderr);
@@ -562,8 +616,9 @@ void tst_Logbus::consoleWriterWritesToStandardError()
     QFile err(errPath);
     QVERIFY(err.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(err.readAll());
-    for (int priority : { -1, 10, 50, 100, 1000, 10000 })
-        QVERIFY2(text.contains(QStringLiteral("[console] %1 console line %1\n").arg(priority)), qPrintable(text));
+    for (int priority : {-1, 10, 50, 100, 1000, 10000})
+        QVERIFY2(text.contains(QStringLiteral("[console] %1 console line %1\n").arg(priority)),
+                 qPrintable(text));
     QVERIFY(!text.contains(QLatin1Char('\033')));
 }
 
@@ -573,7 +628,8 @@ void tst_Logbus::deleteLaterReleasesLogger()
     QVERIFY(dir.isValid());
     const QString path = dir.filePath(QStringLiteral("later.log"));
     int result = -1;
-    QPointer<Logger> logger = freshBus()->createFileLogger(QStringLiteral("later"), path, WriterConfig(), result);
+    QPointer<Logger> logger
+        = freshBus()->createFileLogger(QStringLiteral("later"), path, WriterConfig(), result);
     QVERIFY(logger);
     // The library drops every connection of a logger before letting it go.
     int destroyedSeen = 0;

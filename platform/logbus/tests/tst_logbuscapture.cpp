@@ -13,9 +13,9 @@ namespace {
 std::unique_ptr<Logger> makeLogger(const QTemporaryDir& dir, const QString& name)
 {
     int result = -1;
-    std::unique_ptr<Logger> logger(Logbus::instance(QStringLiteral("tst_logbuscapture"))
-                                       ->createFileLogger(name, dir.filePath(name + QLatin1String(".log")),
-                                                          WriterConfig(), result));
+    std::unique_ptr<Logger> logger(
+        Logbus::instance(QStringLiteral("tst_logbuscapture"))
+            ->createFileLogger(name, dir.filePath(name + QLatin1String(".log")), WriterConfig(), result));
     if (result != Logbus::DEFAULT_OK)
         logger.reset();
     return logger;
@@ -62,9 +62,9 @@ void tst_LogbusCapture::queries()
     QCOMPARE(records.at(0).loggerName, QStringLiteral("capture"));
     QCOMPARE(records.at(0).moduleName, QStringLiteral("TELVIX"));
     QCOMPARE(records.at(0).priority, 1000);
-    QCOMPARE(capture.texts(), (QStringList { QStringLiteral("Thread started"),
-                                             QStringLiteral("signal-slot connection failed!"),
-                                             QStringLiteral("Thread started again") }));
+    QCOMPARE(capture.texts(),
+             (QStringList {QStringLiteral("Thread started"), QStringLiteral("signal-slot connection failed!"),
+                           QStringLiteral("Thread started again")}));
     QVERIFY(!capture.contains(QStringLiteral("before capture")));
     QVERIFY(capture.contains(QStringLiteral("connection failed")));
     QVERIFY(capture.contains(10, QStringLiteral("connection failed")));
@@ -76,7 +76,7 @@ void tst_LogbusCapture::queries()
     capture.clear();
     QVERIFY(capture.records().isEmpty());
     m_logger->log(10, QStringLiteral("after clear"));
-    QCOMPARE(capture.texts(), QStringList { QStringLiteral("after clear") });
+    QCOMPARE(capture.texts(), QStringList {QStringLiteral("after clear")});
 }
 
 void tst_LogbusCapture::droppedLinesAreNotCaptured()
@@ -84,7 +84,7 @@ void tst_LogbusCapture::droppedLinesAreNotCaptured()
     LogbusCapture capture;
     *m_logger << LGBS::LogMessagePriorityType(100000) << "keep-alive" << LGBS::endl;
     m_logger->log(-1, QStringLiteral("<raw/>"));
-    QCOMPARE(capture.texts(), QStringList { QStringLiteral("<raw/>") });
+    QCOMPARE(capture.texts(), QStringList {QStringLiteral("<raw/>")});
 }
 
 void tst_LogbusCapture::waitForSpinsTheEventLoop()
@@ -108,13 +108,13 @@ void tst_LogbusCapture::nestedCapturesBothSee()
         QVERIFY(inner.contains(QStringLiteral("both")));
     }
     m_logger->log(1000, QStringLiteral("outer only"));
-    QCOMPARE(outer.texts(), (QStringList { QStringLiteral("both"), QStringLiteral("outer only") }));
+    QCOMPARE(outer.texts(), (QStringList {QStringLiteral("both"), QStringLiteral("outer only")}));
 }
 
 void tst_LogbusCapture::destroyedWhileAnotherThreadLogs()
 {
-    std::atomic<bool> stop { false };
-    std::atomic<int> written { 0 };
+    std::atomic<bool> stop {false};
+    std::atomic<int> written {0};
     Logger* logger = m_logger.get();
     std::thread worker([&] {
         while (!stop.load()) {
