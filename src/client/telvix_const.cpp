@@ -9,15 +9,13 @@ namespace TELVIX {
 namespace {
 
 // One row of a conversion table: a number and its wire text.
-template <typename E>
-struct WireText
+template <typename E> struct WireText
 {
     E value;
     const char* text;
 };
 
-template <typename E, std::size_t N>
-QString textOf(const WireText<E> (&table)[N], E value)
+template <typename E, std::size_t N> QString textOf(const WireText<E> (&table)[N], E value)
 {
     for (const auto& row : table) {
         if (row.value == value)
@@ -40,8 +38,9 @@ E valueOf(const WireText<E> (&table)[N], const QString& text, E fallback,
 }
 
 constexpr WireText<BlfStatus> blfStatusTable[] = {
-    {BlfNotFound, "NOTFOUND"}, {BlfIdle, "IDLE"},           {BlfInUse, "INUSE"},
-    {BlfBusy, "BUSY"},         {BlfRinging, "RINGING"},     {BlfInUseRinging, "INUSE_RINGING"},
+    {BlfNotFound, "NOTFOUND"}, {BlfIdle, "IDLE"},
+    {BlfInUse, "INUSE"},       {BlfBusy, "BUSY"},
+    {BlfRinging, "RINGING"},   {BlfInUseRinging, "INUSE_RINGING"},
     {BlfOnHold, "ONHOLD"},     {BlfInUseOnHold, "INUSE_ONHOLD"},
 };
 
@@ -74,7 +73,7 @@ constexpr WireText<VmMsgTypeFlag> vmMsgTypeFlagTable[] = {
 };
 
 constexpr WireText<ContactType> contactTypeTable[] = {
-    {ContactTypeExten, "exten"},       {ContactTypeZarafa, "zarafa"},   {ContactTypeGmail, "gmail"},
+    {ContactTypeExten, "exten"},       {ContactTypeZarafa, "zarafa"},     {ContactTypeGmail, "gmail"},
     {ContactTypeLinkedin, "linkedin"}, {ContactTypeFacebook, "facebook"}, {ContactTypeOutlook, "outlook"},
     {ContactTypeExtenAlias, "exten"},
 };
@@ -86,9 +85,12 @@ constexpr WireText<ContactNumberType> numTypeTable[] = {
 };
 
 constexpr WireText<AppMode> appModeTable[] = {
-    {AppModeSrntPro, "srnt_pro"},       {AppModeSrntPhone, "srnt_phone"},
-    {AppModeAtndCti, "atnd_cti"},       {AppModeAtndPhone, "atnd_phone"},
-    {AppModeSrntLog, "srntlog"},        {AppModeSrntMobile, "srnt_mobile"},
+    {AppModeSrntPro, "srnt_pro"},
+    {AppModeSrntPhone, "srnt_phone"},
+    {AppModeAtndCti, "atnd_cti"},
+    {AppModeAtndPhone, "atnd_phone"},
+    {AppModeSrntLog, "srntlog"},
+    {AppModeSrntMobile, "srnt_mobile"},
     {AppModeSrntMobilePhone, "srnt_mobile_phone"},
 };
 
@@ -174,8 +176,7 @@ constexpr WireText<CallAttribute> callAttributeTable[] = {
     {CallAttrToLcr, "to_lcr"},
 };
 
-template <typename T>
-void registerEnumType(const char* name)
+template <typename T> void registerEnumType(const char* name)
 {
     qRegisterMetaType<T>();
     qRegisterMetaType<T>(name);

@@ -185,7 +185,7 @@ QString writeEvent(const QString& element, Record record, More more = {}, const 
 /// Servers up to 4.2 leave the account out; it is taken from the channel.
 void repairAccount(CallLegEvent& e, const QString& api)
 {
-    if (e.sipAccount.isEmpty() && ApiText::atMost(api, "4.3"))
+    if (e.sipAccount.isEmpty() && ApiText::atMost(api, "4.2"))
         e.sipAccount = TELVIX::getAccountFromChannel(e.localChannel);
 }
 
@@ -334,7 +334,7 @@ AnsweredCallEventMsg AnsweredCallEventMsg::parseMessage(const QString& xml)
             // Up to 4.9 a service call shows as a channel talking to itself.
             if (markedOrGuessed(doc, S_XMLTAG_CALL_IS_TOSERVICE, api, "4.9", e.localChannel == e.remoteChannel)) {
                 e.attributes |= TELVIX::CallAttrToService;
-                e.remoteChannel.clear();
+                
             }
             e.localAnswer = MessageReader::isOne(doc, S_XMLTAG_CALL_LOCAL_ANSWER);
         });

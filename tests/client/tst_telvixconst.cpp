@@ -19,10 +19,10 @@ struct Conversion
     std::function<int(const QString&)> fromText;
 };
 
-template <typename E>
-Conversion conversion(QString (*toText)(E), E (*fromText)(const QString&))
+template <typename E> Conversion conversion(QString (*toText)(E), E (*fromText)(const QString&))
 {
-    return {[toText](int v) { return toText(E(v)); }, [fromText](const QString& t) { return int(fromText(t)); }};
+    return {[toText](int v) { return toText(E(v)); },
+            [fromText](const QString& t) { return int(fromText(t)); }};
 }
 
 const QHash<QString, Conversion>& conversions()
@@ -227,7 +227,8 @@ void TestTelvixConst::fromString_data()
     QTest::addColumn<int>("value");
 
     auto add = [](const char* enumeration, const QString& text, int value) {
-        QTest::addRow("%s '%s'", enumeration, qPrintable(text)) << QString::fromLatin1(enumeration) << text << value;
+        QTest::addRow("%s '%s'", enumeration, qPrintable(text))
+            << QString::fromLatin1(enumeration) << text << value;
     };
 
     for (const WireRow& row : wireRows)
@@ -288,14 +289,36 @@ void TestTelvixConst::serviceDialCodes_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("text");
 
-    const char* texts[] = {"echo",          "voicemail",         "conference",       "disa",
-                           "pickUp",        "parkcode",          "parkFirstSlot",    "parkLastSlot",
-                           "directPickUp",  "ufwdSet",           "ufwdUnset",        "speedDial",
-                           "speedDialPers", "superDirectPickUp", "superGroupPickUp", "spy",
-                           "forkMobileSet", "forkMobileUnset",   "electLock",        "electUnlock",
-                           "outboundPrefix", "atXfer",           "atXferCancel",     "atXferShuttle",
-                           "atXfer3Conf",   "blindXfer",         "fastTransfer",     "recording",
-                           "parking",       "cancel"};
+    const char* texts[] = {"echo",
+                           "voicemail",
+                           "conference",
+                           "disa",
+                           "pickUp",
+                           "parkcode",
+                           "parkFirstSlot",
+                           "parkLastSlot",
+                           "directPickUp",
+                           "ufwdSet",
+                           "ufwdUnset",
+                           "speedDial",
+                           "speedDialPers",
+                           "superDirectPickUp",
+                           "superGroupPickUp",
+                           "spy",
+                           "forkMobileSet",
+                           "forkMobileUnset",
+                           "electLock",
+                           "electUnlock",
+                           "outboundPrefix",
+                           "atXfer",
+                           "atXferCancel",
+                           "atXferShuttle",
+                           "atXfer3Conf",
+                           "blindXfer",
+                           "fastTransfer",
+                           "recording",
+                           "parking",
+                           "cancel"};
     int type = 1;
     for (const char* text : texts) {
         QTest::addRow("%d", type) << type << QString::fromLatin1(text);
@@ -341,13 +364,27 @@ void TestTelvixConst::callAttributeSingleFlags_data()
     QTest::addColumn<QString>("text");
 
     const QPair<int, const char*> rows[] = {
-        {0x1, "from_local_exten"},   {0x2, "from_ibl"},          {0x4, "from_remote_exten"},
-        {0x8, "to_remote_exten"},    {0x10, "to_local_exten"},   {0x20, "to_obl"},
-        {0x40, "to_queue"},          {0x80, "to_callg"},         {0x100, "to_service"},
-        {0x200, ""},                 {0x400, ""},                {0x800, ""},
-        {0x1000, "from_conference"}, {0x2000, "to_app"},         {0x4000, "to_mobile_exten"},
-        {0x8000, "to_fax"},          {0x10000, "to_ivr"},        {0x20000, "to_external_number"},
-        {0x40000, "to_lcr"},         {0x80000, "from_app"},      {0x100000, "from_mobile_exten"},
+        {0x1, "from_local_exten"},
+        {0x2, "from_ibl"},
+        {0x4, "from_remote_exten"},
+        {0x8, "to_remote_exten"},
+        {0x10, "to_local_exten"},
+        {0x20, "to_obl"},
+        {0x40, "to_queue"},
+        {0x80, "to_callg"},
+        {0x100, "to_service"},
+        {0x200, ""},
+        {0x400, ""},
+        {0x800, ""},
+        {0x1000, "from_conference"},
+        {0x2000, "to_app"},
+        {0x4000, "to_mobile_exten"},
+        {0x8000, "to_fax"},
+        {0x10000, "to_ivr"},
+        {0x20000, "to_external_number"},
+        {0x40000, "to_lcr"},
+        {0x80000, "from_app"},
+        {0x100000, "from_mobile_exten"},
         {0x200000, "from_fax"},
     };
     for (const auto& row : rows)
@@ -368,10 +405,11 @@ void TestTelvixConst::callAttributeStringKeepsFixedOrder()
 {
     // Every bit set: the order is the fixed one, not the order of the values.
     const QString all = getCallAttributeString(QFlags<CallAttribute>(0x3fffff));
-    QCOMPARE(all, QStringLiteral("from_local_exten,to_local_exten,from_ibl,to_obl,to_callg,to_queue,"
-                                 "from_conference,to_service,from_remote_exten,to_remote_exten,from_app,"
-                                 "from_mobile_exten,from_fax,to_app,to_mobile_exten,to_fax,to_ivr,"
-                                 "to_external_number,to_lcr"));
+    QCOMPARE(all,
+             QStringLiteral("from_local_exten,to_local_exten,from_ibl,to_obl,to_callg,to_queue,"
+                            "from_conference,to_service,from_remote_exten,to_remote_exten,from_app,"
+                            "from_mobile_exten,from_fax,to_app,to_mobile_exten,to_fax,to_ivr,"
+                            "to_external_number,to_lcr"));
 
     QCOMPARE(getCallAttributeString(CallAttrToQueue | CallAttrFromIbl), QStringLiteral("from_ibl,to_queue"));
     QCOMPARE(getCallAttributeString(CallAttrToLcr | CallAttrFromLocalExten | CallAttrClickToCall),
@@ -404,8 +442,8 @@ void TestTelvixConst::callAttributeValue()
 void TestTelvixConst::callAttributeRoundTripDropsFlagsWithoutText()
 {
     const QFlags<CallAttribute> all(0x3fffff);
-    const QFlags<CallAttribute> withoutText = CallAttrReturnFromTransfer | CallAttrClickToCall
-        | CallAttrAnonymousCaller;
+    const QFlags<CallAttribute> withoutText
+        = CallAttrReturnFromTransfer | CallAttrClickToCall | CallAttrAnonymousCaller;
     QCOMPARE(getCallAttributeValue(getCallAttributeString(all)), all & ~withoutText);
 
     const QFlags<CallAttribute> some = CallAttrToObl | CallAttrFromRemoteExten | CallAttrToMobileExten;
@@ -418,21 +456,36 @@ void TestTelvixConst::compareVersions_data()
     QTest::addColumn<QString>("b");
     QTest::addColumn<int>("result");
 
-    QTest::newRow("numeric, not textual") << "5.10" << "5.2" << 1;
-    QTest::newRow("numeric reversed") << "5.2" << "5.10" << -1;
-    QTest::newRow("equal") << "4.2" << "4.2" << 0;
-    QTest::newRow("major") << "6.1" << "5.9" << 1;
-    QTest::newRow("prefix is greater") << "5.2" << "5.2.1" << 1;
-    QTest::newRow("longer is smaller") << "1.2.3" << "1.2" << -1;
-    QTest::newRow("text parts") << "1.x" << "1.y" << -1;
-    QTest::newRow("text against number") << "1.a" << "1.2" << 1;
-    QTest::newRow("dash separates") << "6.1-2" << "6.1.10" << -1;
-    QTest::newRow("comma separates") << "4,2" << "4.2" << 0;
-    QTest::newRow("other characters do not") << "4;2" << "4.2" << 1;
-    QTest::newRow("empty parts kept") << "1..2" << "1.0.2" << -1;
-    QTest::newRow("both empty") << "" << "" << 0;
-    QTest::newRow("suffix after prefix") << "6.1" << "6.1-beta" << 1;
-    QTest::newRow("leading zeros") << "5.02" << "5.2" << 0;
+    QTest::newRow("numeric, not textual") << "5.10"
+                                          << "5.2" << 1;
+    QTest::newRow("numeric reversed") << "5.2"
+                                      << "5.10" << -1;
+    QTest::newRow("equal") << "4.2"
+                           << "4.2" << 0;
+    QTest::newRow("major") << "6.1"
+                           << "5.9" << 1;
+    QTest::newRow("prefix is greater") << "5.2"
+                                       << "5.2.1" << 1;
+    QTest::newRow("longer is smaller") << "1.2.3"
+                                       << "1.2" << -1;
+    QTest::newRow("text parts") << "1.x"
+                                << "1.y" << -1;
+    QTest::newRow("text against number") << "1.a"
+                                         << "1.2" << 1;
+    QTest::newRow("dash separates") << "6.1-2"
+                                    << "6.1.10" << -1;
+    QTest::newRow("comma separates") << "4,2"
+                                     << "4.2" << 0;
+    QTest::newRow("other characters do not") << "4;2"
+                                             << "4.2" << 1;
+    QTest::newRow("empty parts kept") << "1..2"
+                                      << "1.0.2" << -1;
+    QTest::newRow("both empty") << ""
+                                << "" << 0;
+    QTest::newRow("suffix after prefix") << "6.1"
+                                         << "6.1-beta" << 1;
+    QTest::newRow("leading zeros") << "5.02"
+                                   << "5.2" << 0;
 }
 
 void TestTelvixConst::compareVersions()
@@ -450,15 +503,24 @@ void TestTelvixConst::accountFromChannel_data()
 
     // The cut positions come from the whole channel, so the suffix survives by
     // as many characters as the technology prefix is long.
-    QTest::newRow("sip") << "SIP/1000-0000abcd" << "1000-000";
-    QTest::newRow("longer prefix") << "IAX2/200-0000abcd" << "200-0000";
-    QTest::newRow("short suffix stays") << "IAX2/200-1" << "200-1";
-    QTest::newRow("no suffix") << "SIP/1000" << "1000";
-    QTest::newRow("at sign") << "SIP/1000@ctx-0001" << "1000@ctx";
-    QTest::newRow("local channel") << "Local/1000@from-internal-00000a1b;1" << "1000@from-";
-    QTest::newRow("dash in account") << "SIP/trunk-out-000001f" << "trunk-out-000";
-    QTest::newRow("no slash") << "nochannel" << "";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("sip") << "SIP/1000-0000abcd"
+                         << "1000-000";
+    QTest::newRow("longer prefix") << "IAX2/200-0000abcd"
+                                   << "200-0000";
+    QTest::newRow("short suffix stays") << "IAX2/200-1"
+                                        << "200-1";
+    QTest::newRow("no suffix") << "SIP/1000"
+                               << "1000";
+    QTest::newRow("at sign") << "SIP/1000@ctx-0001"
+                             << "1000@ctx";
+    QTest::newRow("local channel") << "Local/1000@from-internal-00000a1b;1"
+                                   << "1000@from-";
+    QTest::newRow("dash in account") << "SIP/trunk-out-000001f"
+                                     << "trunk-out-000";
+    QTest::newRow("no slash") << "nochannel"
+                              << "";
+    QTest::newRow("empty") << ""
+                           << "";
 }
 
 void TestTelvixConst::accountFromChannel()
@@ -474,18 +536,42 @@ void TestTelvixConst::nameNumPairFromUri_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("number");
 
-    QTest::newRow("display name") << "\"Alice Smith\" <sip:1000@host>" << "Alice Smith" << "1000";
-    QTest::newRow("bare") << "1000@host" << "Unknown" << "1000";
-    QTest::newRow("letters only") << "sip:abc@host" << "Anonymous" << "anonymous";
-    QTest::newRow("hidden caller") << "\"Bob\" <sip:Anonymous@host>" << "Anonymous" << "anonymous";
-    QTest::newRow("empty") << "" << "Anonymous" << "anonymous";
-    QTest::newRow("brackets only") << "<sip:+39 02-123@x>" << "Unknown" << "+3902123";
-    QTest::newRow("dial characters kept") << "\"A\" <sip:1*2#3@h>" << "A" << "1*2#3";
-    QTest::newRow("outer blanks trimmed") << "  \"Q\" <sip:12@x>  " << "Q" << "12";
-    QTest::newRow("two blanks before bracket") << "\"Q\"  <sip:12@x>" << "Unknown" << "12";
-    QTest::newRow("empty display name") << "\"\" <sip:12@x>" << "Unknown" << "12";
-    QTest::newRow("uri parameters") << "\"N\" <sip:500@h;user=phone>" << "N" << "500";
-    QTest::newRow("no at sign") << "tel:555" << "Unknown" << "555";
+    QTest::newRow("display name") << "\"Alice Smith\" <sip:1000@host>"
+                                  << "Alice Smith"
+                                  << "1000";
+    QTest::newRow("bare") << "1000@host"
+                          << "Unknown"
+                          << "1000";
+    QTest::newRow("letters only") << "sip:abc@host"
+                                  << "Anonymous"
+                                  << "anonymous";
+    QTest::newRow("hidden caller") << "\"Bob\" <sip:Anonymous@host>"
+                                   << "Anonymous"
+                                   << "anonymous";
+    QTest::newRow("empty") << ""
+                           << "Anonymous"
+                           << "anonymous";
+    QTest::newRow("brackets only") << "<sip:+39 02-123@x>"
+                                   << "Unknown"
+                                   << "+3902123";
+    QTest::newRow("dial characters kept") << "\"A\" <sip:1*2#3@h>"
+                                          << "A"
+                                          << "1*2#3";
+    QTest::newRow("outer blanks trimmed") << "  \"Q\" <sip:12@x>  "
+                                          << "Q"
+                                          << "12";
+    QTest::newRow("two blanks before bracket") << "\"Q\"  <sip:12@x>"
+                                               << "Unknown"
+                                               << "12";
+    QTest::newRow("empty display name") << "\"\" <sip:12@x>"
+                                        << "Unknown"
+                                        << "12";
+    QTest::newRow("uri parameters") << "\"N\" <sip:500@h;user=phone>"
+                                    << "N"
+                                    << "500";
+    QTest::newRow("no at sign") << "tel:555"
+                                << "Unknown"
+                                << "555";
 }
 
 void TestTelvixConst::nameNumPairFromUri()
@@ -523,17 +609,28 @@ void TestTelvixConst::ipPort_data()
     QTest::addColumn<QString>("host");
     QTest::addColumn<int>("port");
 
-    QTest::newRow("host and port") << "host:5060" << "host" << 5060;
-    QTest::newRow("host") << "host" << "host" << 0;
-    QTest::newRow("port too large") << "host:99999" << "host" << 0;
-    QTest::newRow("largest port") << "h:65535" << "h" << 65535;
-    QTest::newRow("ipv4") << "192.0.2.1:5039" << "192.0.2.1" << 5039;
-    QTest::newRow("ipv6 loopback") << "::1" << "::1" << 0;
-    QTest::newRow("ipv6 double colon") << "fe80::1" << "fe80::1" << 0;
-    QTest::newRow("bracketed ipv6") << "[::1]:5060" << "[::1]" << 5060;
-    QTest::newRow("last colon splits") << "a:b:70" << "a:b" << 70;
-    QTest::newRow("empty port") << "host:" << "host:" << 0;
-    QTest::newRow("sign is not a digit") << "h:+5" << "h:+5" << 0;
+    QTest::newRow("host and port") << "host:5060"
+                                   << "host" << 5060;
+    QTest::newRow("host") << "host"
+                          << "host" << 0;
+    QTest::newRow("port too large") << "host:99999"
+                                    << "host" << 0;
+    QTest::newRow("largest port") << "h:65535"
+                                  << "h" << 65535;
+    QTest::newRow("ipv4") << "192.0.2.1:5039"
+                          << "192.0.2.1" << 5039;
+    QTest::newRow("ipv6 loopback") << "::1"
+                                   << "::1" << 0;
+    QTest::newRow("ipv6 double colon") << "fe80::1"
+                                       << "fe80::1" << 0;
+    QTest::newRow("bracketed ipv6") << "[::1]:5060"
+                                    << "[::1]" << 5060;
+    QTest::newRow("last colon splits") << "a:b:70"
+                                       << "a:b" << 70;
+    QTest::newRow("empty port") << "host:"
+                                << "host:" << 0;
+    QTest::newRow("sign is not a digit") << "h:+5"
+                                         << "h:+5" << 0;
 }
 
 void TestTelvixConst::ipPort()
@@ -551,9 +648,12 @@ void TestTelvixConst::purifyNumRx_data()
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("purified");
 
-    QTest::newRow("punctuation") << "+39 (02) 123-456.78/9\\0,1" << "+390212345678901";
-    QTest::newRow("tab and newline") << "12\t34\n5" << "12345";
-    QTest::newRow("letters and dial characters stay") << "*72#ab;" << "*72#ab;";
+    QTest::newRow("punctuation") << "+39 (02) 123-456.78/9\\0,1"
+                                 << "+390212345678901";
+    QTest::newRow("tab and newline") << "12\t34\n5"
+                                     << "12345";
+    QTest::newRow("letters and dial characters stay") << "*72#ab;"
+                                                      << "*72#ab;";
 }
 
 void TestTelvixConst::purifyNumRx()

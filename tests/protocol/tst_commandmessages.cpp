@@ -203,7 +203,7 @@ void TestCommandMessages::forkToMobileSetByVersion()
 
 void TestCommandMessages::authTokenRequestIsTwoTags()
 {
-    for (const QString api : { QStringLiteral("4.2"), QStringLiteral("6.1") }) {
+    for (const QString& api : { QStringLiteral("4.2"), QStringLiteral("6.1") }) {
         const QString document = written<AuthTokenReqMsg>(api);
         QCOMPARE(requestBody(document), QStringLiteral("<GetAuthToken></GetAuthToken>"));
         // The long form is what lets the server's lookup find the element.

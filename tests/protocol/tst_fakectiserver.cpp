@@ -41,6 +41,13 @@ public:
         socket.connectToHostEncrypted(FakeCtiServer::host(), server.port());
     }
 
+    // The server shares this thread: waiting must run the event loop, which
+    // QSslSocket::waitForEncrypted does not.
+    bool waitForEncrypted()
+    {
+        return QTest::qWaitFor([this] { return socket.isEncrypted(); }, 5000);
+    }
+
     SimpleXmlParser parser;
     std::unique_ptr<QTextDecoder> decoder;
     QStringList frames;
@@ -115,7 +122,7 @@ void TestFakeCtiServer::recordsKeepAliveFromClient()
     QSignalSpy encryptedSpy(m_server.get(), &FakeCtiServer::clientEncrypted);
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
 
     const QString frame = keepAliveFrame();
     client.socket.write(frame.toUtf8());
@@ -160,7 +167,7 @@ void TestFakeCtiServer::clientWritesSplitFrame()
 
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QSignalSpy frameSpy(m_server.get(), &FakeCtiServer::frameReceived);
 
     int from = 0;
@@ -183,7 +190,7 @@ void TestFakeCtiServer::severalFramesInOneWrite()
 {
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
 
     const QString first = keepAliveFrame();
     const QString second = AckMsg(QStringLiteral("{67c8770b-44f1-410a-ab9a-f9b5446f13ee}")).serializeToXml("5.7");
@@ -218,7 +225,7 @@ void TestFakeCtiServer::serverSplitFrameIsReassembledByClient()
     TestClient client;
     QSignalSpy encryptedSpy(m_server.get(), &FakeCtiServer::clientEncrypted);
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QTRY_COMPARE(encryptedSpy.count(), 1);
 
     const QString frame = FakeCtiServer::document(
@@ -263,7 +270,7 @@ void TestFakeCtiServer::sendAfterSplitKeepsByteOrder()
 {
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
 
     const QString first = FakeCtiServer::document(QStringLiteral("<ExtenStatus><Exten>201</Exten></ExtenStatus>"));
@@ -287,7 +294,7 @@ void TestFakeCtiServer::responderAnswersLogin()
 
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     client.socket.write(keepAliveFrame().toUtf8());
     client.socket.write(
         PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>")).serializeToXml("6.1").toUtf8());
@@ -322,7 +329,7 @@ void TestFakeCtiServer::autoLoginAnswerCarriesConfiguredFields()
 
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     client.socket.write(
         PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>")).serializeToXml("5.7").toUtf8());
 
@@ -353,7 +360,7 @@ void TestFakeCtiServer::autoKeepAliveAck()
     m_server->setAutoKeepAliveAck(true);
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     client.socket.write(keepAliveFrame().toUtf8());
 
     QTRY_COMPARE(client.frames.size(), 1);
@@ -365,7 +372,7 @@ void TestFakeCtiServer::waitForFrameTakesEachFrameOnce()
 {
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
 
     const QString first = keepAliveFrame();
     client.socket.write(first.toUtf8());
@@ -383,7 +390,7 @@ void TestFakeCtiServer::waitForFrameTimesOut()
 {
     TestClient client;
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     client.socket.write(keepAliveFrame().toUtf8());
     QTRY_COMPARE(m_server->receivedFrames(0).size(), 1);
 
@@ -412,11 +419,11 @@ void TestFakeCtiServer::connectionsAreNumberedAndKept()
 
     TestClient a;
     a.connectTo(*m_server);
-    QVERIFY(a.socket.waitForEncrypted(5000));
+    QVERIFY(a.waitForEncrypted());
     QTRY_COMPARE(connectedSpy.count(), 1);
     TestClient b;
     b.connectTo(*m_server);
-    QVERIFY(b.socket.waitForEncrypted(5000));
+    QVERIFY(b.waitForEncrypted());
     QTRY_COMPARE(m_server->connectionCount(), 2);
     QCOMPARE(connectedSpy.at(1).at(0).toInt(), 1);
 
@@ -447,7 +454,7 @@ void TestFakeCtiServer::disconnectClientWaitsForQueuedPieces()
     TestClient client;
     QSignalSpy clientGone(&client.socket, &QSslSocket::disconnected);
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
 
     const QString frame = FakeCtiServer::loggedOffDocument(QStringLiteral("Kicked"));
@@ -466,7 +473,7 @@ void TestFakeCtiServer::abortClient()
     TestClient client;
     QSignalSpy clientGone(&client.socket, &QSslSocket::disconnected);
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
 
     QVERIFY(m_server->sendInChunks(0, FakeCtiServer::probeDocument(), 4));
@@ -514,7 +521,7 @@ void TestFakeCtiServer::clientTrustingTestCertificateVerifiesIt()
 
     // The certificate names 127.0.0.1 in its subjectAltName, so it verifies by address.
     client.connectTo(*m_server);
-    QVERIFY(client.socket.waitForEncrypted(5000));
+    QVERIFY(client.waitForEncrypted());
     QCOMPARE(sslErrorsSpy.count(), 0);
     QCOMPARE(client.socket.peerCertificate(), cert);
 }

@@ -12,7 +12,7 @@ namespace {
 
 using DialCodes = QMap<TELVIX::ServiceDialCodeType, QString>;
 
-ServiceStatus serviceStatus(const QString& id, const QString& type, const QString& value, int status)
+ServiceStatus makeServiceStatus(const QString& id, const QString& type, const QString& value, int status)
 {
     ServiceStatus s;
     s.id = id;
@@ -22,7 +22,7 @@ ServiceStatus serviceStatus(const QString& id, const QString& type, const QStrin
     return s;
 }
 
-InCallServiceStatus inCallStatus(const QString& uid, const QString& account, const QString& channel,
+InCallServiceStatus makeInCallStatus(const QString& uid, const QString& account, const QString& channel,
                                  const QString& type, int status)
 {
     InCallServiceStatus s;
@@ -34,7 +34,7 @@ InCallServiceStatus inCallStatus(const QString& uid, const QString& account, con
     return s;
 }
 
-ChannelStatus channelStatus(const QString& channel, const QString& number, const QString& name)
+ChannelStatus makeChannelStatus(const QString& channel, const QString& number, const QString& name)
 {
     ChannelStatus s;
     s.channel = channel;
@@ -126,19 +126,19 @@ void TestServiceMessages::serviceStatus_data()
                                                 "<Value>3339876543</Value><Status>0</Status></ServiceStatus>"
                                                 "</ServiceStatusList>",
                                                 "4.2")
-                              << QList<ServiceStatus> { serviceStatus("ufwd", "ufwd", "3331234567", 1),
-                                                        serviceStatus("forktomobile", "fork", "3339876543", 0) }
+                              << QList<ServiceStatus> { makeServiceStatus("ufwd", "ufwd", "3331234567", 1),
+                                                        makeServiceStatus("forktomobile", "fork", "3339876543", 0) }
                               << QStringList { ok } << QStringList { empty, invalid };
     QTest::newRow("single event 6.1") << serverDocument("<ServiceStatus><Id>ufwd</Id><Type>ufwd</Type><Value></Value>"
                                                         "<Status>0</Status></ServiceStatus>")
-                                      << QList<ServiceStatus> { serviceStatus("ufwd", "ufwd", "", 0) }
+                                      << QList<ServiceStatus> { makeServiceStatus("ufwd", "ufwd", "", 0) }
                                       << QStringList { ok } << QStringList { empty };
     QTest::newRow("entry without id skipped 5.7")
         << serverDocument("<ServiceStatusList><ServiceStatus><Type>ufwd</Type></ServiceStatus>"
                           "<ServiceStatus><Id>dnd</Id><Type>dnd</Type><Value>a&amp;b</Value><Status>on</Status>"
                           "</ServiceStatus></ServiceStatusList>",
                           "5.7")
-        << QList<ServiceStatus> { serviceStatus("dnd", "dnd", "a&b", 0) } << QStringList { invalid, ok }
+        << QList<ServiceStatus> { makeServiceStatus("dnd", "dnd", "a&b", 0) } << QStringList { invalid, ok }
         << QStringList { empty };
     QTest::newRow("only invalid entries 5.10")
         << serverDocument("<ServiceStatusList>" + EmptyTypeRow + "</ServiceStatusList>", "5.10")
@@ -177,28 +177,28 @@ void TestServiceMessages::inCallServiceStatus_data()
     QTest::newRow("channel 6.1") << serverDocument("<InCallServiceStatus><Uid>u1</Uid><SipAccount>201</SipAccount>"
                                                    "<Channel>SIP/201-1</Channel><Type>recording</Type>"
                                                    "<Status>1</Status></InCallServiceStatus>")
-                                 << true << inCallStatus("u1", "201", "SIP/201-1", "recording", 1)
+                                 << true << makeInCallStatus("u1", "201", "SIP/201-1", "recording", 1)
                                  << QStringList { ok };
     QTest::newRow("LocalChannel 4.9") << serverDocument("<InCallServiceStatus><Uid>u2</Uid><SipAccount>201</SipAccount>"
                                                         "<LocalChannel>SIP/201-2</LocalChannel><Type>atxfer</Type>"
                                                         "<Status>0</Status></InCallServiceStatus>",
                                                         "4.9")
-                                      << true << inCallStatus("u2", "201", "SIP/201-2", "atxfer", 0)
+                                      << true << makeInCallStatus("u2", "201", "SIP/201-2", "atxfer", 0)
                                       << QStringList { oldChannel, ok };
     QTest::newRow("status x gives 4 on 5.7")
         << serverDocument("<InCallServiceStatus><Uid>u3</Uid><Channel>c</Channel><Status>x</Status>"
                           "</InCallServiceStatus>",
                           "5.7")
-        << true << inCallStatus("u3", "", "c", "", 4) << QStringList { ok };
+        << true << makeInCallStatus("u3", "", "c", "", 4) << QStringList { ok };
     QTest::newRow("no status gives 4 on 4.5")
         << serverDocument("<InCallServiceStatus><Uid>u4</Uid><LocalChannel>c</LocalChannel></InCallServiceStatus>",
                           "4.5")
-        << true << inCallStatus("u4", "", "c", "", 4) << QStringList { oldChannel, ok };
+        << true << makeInCallStatus("u4", "", "c", "", 4) << QStringList { oldChannel, ok };
     QTest::newRow("Channel beats LocalChannel 5.4")
         << serverDocument("<InCallServiceStatus><Uid>u5</Uid><LocalChannel>old</LocalChannel>"
                           "<Channel>new</Channel><Status>2</Status></InCallServiceStatus>",
                           "5.4")
-        << true << inCallStatus("u5", "", "new", "", 2) << QStringList { ok };
+        << true << makeInCallStatus("u5", "", "new", "", 2) << QStringList { ok };
     QTest::newRow("no uid 6.1") << serverDocument("<InCallServiceStatus><Channel>c</Channel></InCallServiceStatus>")
                                 << false << InCallServiceStatus() << QStringList { invalid };
     QTest::newRow("no channel at all 4.1")
@@ -242,7 +242,7 @@ void TestServiceMessages::inCallWriterNamesChannelByVersion()
     QFETCH(QString, notWritten);
 
     InCallServiceStatusEventMsg msg;
-    msg.inCallServiceStatus = inCallStatus("u1", "201", "SIP/201-1", "recording", 3);
+    msg.inCallServiceStatus = makeInCallStatus("u1", "201", "SIP/201-1", "recording", 3);
     const QString xml = msg.serializeToXml(api);
     QCOMPARE(SimpleXmlParser::getTagValue(xml, written), QStringLiteral("SIP/201-1"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, notWritten, 0, "none"), QStringLiteral("none"));
@@ -262,17 +262,17 @@ void TestServiceMessages::channelStatus_data()
 
     QTest::newRow("6.1") << serverDocument("<ChannelStatus><Channel>SIP/trunk-1</Channel><Number>0612345678</Number>"
                                            "<Name>Mario Rossi</Name></ChannelStatus>")
-                         << channelStatus("SIP/trunk-1", "0612345678", "Mario Rossi") << false;
+                         << makeChannelStatus("SIP/trunk-1", "0612345678", "Mario Rossi") << false;
     QTest::newRow("CallerID with blank line 4.2")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-2</Channel><Name>ignored</Name>"
                           "<CallerID>&quot;Mario Rossi&quot;\n\nSIP/ABC </CallerID></ChannelStatus>",
                           "4.2")
-        << channelStatus("SIP/trunk-2", "sip/abc", "Mario Rossi") << true;
+        << makeChannelStatus("SIP/trunk-2", "sip/abc", "Mario Rossi") << true;
     QTest::newRow("CallerID after a line break 4.1")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-3</Channel><Number></Number>"
                           "<CallerID>\n\"Anna\"\n0612345678</CallerID></ChannelStatus>",
                           "4.1")
-        << channelStatus("SIP/trunk-3", "0612345678", "Anna") << true;
+        << makeChannelStatus("SIP/trunk-3", "0612345678", "Anna") << true;
     QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4") << ChannelStatus()
                                     << true;
 }
@@ -657,11 +657,11 @@ void TestServiceMessages::roundTrips()
     using MessageTestUtil::roundTrip;
 
     ServiceStatusRespMsg statuses;
-    statuses.statusList = { serviceStatus("ufwd", "ufwd", "3331234567", 1), serviceStatus("dnd", "dnd", "a<b", 0) };
+    statuses.statusList = { makeServiceStatus("ufwd", "ufwd", "3331234567", 1), makeServiceStatus("dnd", "dnd", "a<b", 0) };
     QCOMPARE(roundTrip(statuses, "5.7").statusList, statuses.statusList);
 
     ChannelStatusRespMsg channel;
-    channel.channelStatus = channelStatus("SIP/trunk-1", "0612345678", "Rossi & Figli");
+    channel.channelStatus = makeChannelStatus("SIP/trunk-1", "0612345678", "Rossi & Figli");
     QCOMPARE(roundTrip(channel, "4.2").channelStatus, channel.channelStatus);
 
     CtiConfigurationRespMsg config;

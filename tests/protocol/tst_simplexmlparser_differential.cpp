@@ -141,7 +141,7 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
     // Every UTF-16 unit in the positions where a class decides: after a tag
     // name, inside an attribute name, around "=", in a numeric reference.
     for (uint u = 0; u <= 0xFFFF; ++u) {
-        const QString c(QChar(ushort(u)));
+        const QString c{QChar(ushort(u))};
         const QString inputs[] = {
             QStringLiteral("<a") + c + QStringLiteral("b=\"v\">t</a>"),
             QStringLiteral("<a x") + c + QStringLiteral("y='v' ") + c + QStringLiteral("=\"w\">t</a>"),
