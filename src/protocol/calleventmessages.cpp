@@ -17,31 +17,27 @@ namespace {
 // One visitor per field group serves both directions: the parser fills each
 // field from its element, the writer writes each field under its element.
 
-template <typename Visit>
-void textFields(CallLegEvent& e, Visit&& visit)
+template <typename Visit> void textFields(CallLegEvent& e, Visit&& visit)
 {
     visit(S_XMLTAG_CALL_UID, e.uid);
     visit(S_XMLTAG_CALL_SIP_ACCOUNT, e.sipAccount);
     visit(S_XMLTAG_CALL_LOCAL_CHANNEL, e.localChannel);
 }
 
-template <typename Visit>
-void textFields(DialledCallEvent& e, Visit&& visit)
+template <typename Visit> void textFields(DialledCallEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallLegEvent&>(e), visit);
     visit(S_XMLTAG_CALL_CALLED_NUM, e.calledNum);
 }
 
-template <typename Visit>
-void textFields(CallRemoteEvent& e, Visit&& visit)
+template <typename Visit> void textFields(CallRemoteEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallLegEvent&>(e), visit);
     visit(S_XMLTAG_CALL_REMOTE_NUM, e.remoteNum);
     visit(S_XMLTAG_CALL_REMOTE_NAME, e.remoteName);
 }
 
-template <typename Visit>
-void textFields(CallPeerEvent& e, Visit&& visit)
+template <typename Visit> void textFields(CallPeerEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallLegEvent&>(e), visit);
     visit(S_XMLTAG_CALL_REMOTE_CHANNEL, e.remoteChannel);
@@ -49,15 +45,13 @@ void textFields(CallPeerEvent& e, Visit&& visit)
     visit(S_XMLTAG_CALL_REMOTE_NAME, e.remoteName);
 }
 
-template <typename Visit>
-void textFields(CallDetailsEvent& e, Visit&& visit)
+template <typename Visit> void textFields(CallDetailsEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallPeerEvent&>(e), visit);
     visit(S_XMLTAG_CALL_CALLED_NUM, e.calledNum);
 }
 
-template <typename Visit>
-void textFields(IncomingCallEvent& e, Visit&& visit)
+template <typename Visit> void textFields(IncomingCallEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallDetailsEvent&>(e), visit);
     visit(S_XMLTAG_CALL_TYPE, e.callType);
@@ -67,16 +61,14 @@ void textFields(IncomingCallEvent& e, Visit&& visit)
     visit(S_XMLTAG_CALL_GROUP_NAME, e.groupName);
 }
 
-template <typename Visit>
-void textFields(FinishedCallEvent& e, Visit&& visit)
+template <typename Visit> void textFields(FinishedCallEvent& e, Visit&& visit)
 {
     textFields(static_cast<CallRemoteEvent&>(e), visit);
     visit(S_XMLTAG_CALL_CALLED_NUM, e.calledNum);
     visit(S_XMLTAG_REASON, e.reason);
 }
 
-template <typename Visit>
-void textFields(CallLocalInfoUpdateEvent& e, Visit&& visit)
+template <typename Visit> void textFields(CallLocalInfoUpdateEvent& e, Visit&& visit)
 {
     visit(S_XMLTAG_CALL_UID, e.uid);
     visit(S_XMLTAG_CALL_SIP_ACCOUNT, e.sipAccount);
@@ -84,23 +76,20 @@ void textFields(CallLocalInfoUpdateEvent& e, Visit&& visit)
     visit(S_XMLTAG_CALLEVENT_NEWLOCALCHANNEL, e.newLocalChannel);
 }
 
-template <typename Visit>
-void textFields(TransferCanceledCallEvent& e, Visit&& visit)
+template <typename Visit> void textFields(TransferCanceledCallEvent& e, Visit&& visit)
 {
     visit(S_XMLTAG_CALL_UID, e.uid);
     visit(S_XMLTAG_CALL_XFERCANCELED_REASON, e.reason);
 }
 
-template <typename Visit>
-void textFields(C2CFinishedEventMsg& m, Visit&& visit)
+template <typename Visit> void textFields(C2CFinishedEventMsg& m, Visit&& visit)
 {
     visit(S_XMLTAG_CALL_UID, m.uid);
     visit(S_XMLTAG_EXTEN, m.exten);
     visit(S_XMLTAG_C2C_CHANNEL, m.c2cChannel);
 }
 
-template <typename Visit>
-void textFields(C2COriginateEventMsg& m, Visit&& visit)
+template <typename Visit> void textFields(C2COriginateEventMsg& m, Visit&& visit)
 {
     visit(S_XMLTAG_CALL_UID, m.uid);
     visit(S_XMLTAG_EXTEN, m.exten);
@@ -112,22 +101,23 @@ void textFields(C2COriginateEventMsg& m, Visit&& visit)
 // ---- the parse and write skeletons --------------------------------------------
 
 /// The two log lines of a message. Some classes borrow a sibling's words.
-struct EventWords {
+struct EventWords
+{
     const char* parsedOk;
     const char* invalid;
 };
 
-template <typename Msg, typename = void>
-struct HoldsRecord : std::false_type {
+template <typename Msg, typename = void> struct HoldsRecord : std::false_type
+{
 };
 template <typename Msg>
-struct HoldsRecord<Msg, std::void_t<decltype(std::declval<Msg&>().event)>> : std::true_type {
+struct HoldsRecord<Msg, std::void_t<decltype(std::declval<Msg&>().event)>> : std::true_type
+{
 };
 
 /// The record a message holds, or the message itself for those that carry
 /// their fields directly.
-template <typename Msg>
-decltype(auto) recordOf(Msg& msg)
+template <typename Msg> decltype(auto) recordOf(Msg& msg)
 {
     if constexpr (HoldsRecord<Msg>::value)
         return (msg.event);
@@ -154,14 +144,14 @@ Msg readEvent(const QString& xml, const EventWords& words, [[maybe_unused]] Repa
     return MessageReader::accepted(std::move(msg), xml, QLatin1String(words.parsedOk));
 }
 
-template <typename Msg>
-Msg readEvent(const QString& xml, const EventWords& words)
+template <typename Msg> Msg readEvent(const QString& xml, const EventWords& words)
 {
     return readEvent<Msg>(xml, words, nullptr);
 }
 
-struct NoMoreElements {
-    void operator()(XmlBodyWriter&) const {}
+struct NoMoreElements
+{
+    void operator()(XmlBodyWriter&) const { }
 };
 
 /// Writes `element` holding the record's text fields in field order, except
@@ -190,8 +180,7 @@ void repairAccount(CallLegEvent& e, const QString& api)
 }
 
 /// Hides a caller whose number marks it anonymous; true if it did.
-template <typename Record>
-bool hideAnonymous(Record& e)
+template <typename Record> bool hideAnonymous(Record& e)
 {
     if (!TELVIX::isNumAnonymous(e.remoteNum))
         return false;
@@ -227,7 +216,8 @@ TELVIX::CallAttributes incomingAttributes(const IncomingCallEvent& e, const QStr
     const bool external
         = MessageReader::text(xml, S_XMLTAG_CALL_REMOTE_TYPE).toLower() == TELVIX::CallRemoteTypeExternalStr;
     attributes |= (external || anonymous) ? TELVIX::CallAttrFromIbl : TELVIX::CallAttrFromLocalExten;
-    if (markedOrGuessed(xml, S_XMLTAG_CALL_IS_C2C, api, "4.5", e.remoteName.startsWith(QLatin1String("c2c: "))))
+    if (markedOrGuessed(xml, S_XMLTAG_CALL_IS_C2C, api, "4.5",
+                        e.remoteName.startsWith(QLatin1String("c2c: "))))
         attributes |= TELVIX::CallAttrClickToCall;
     if (markedOrGuessed(xml, S_XMLTAG_CALL_IS_XFERRETURN, api, "4.5", namesTransferReturn(e.remoteName)))
         attributes |= TELVIX::CallAttrReturnFromTransfer;
@@ -244,20 +234,22 @@ int wireFlag(bool value)
     return value ? 1 : 0;
 }
 
-constexpr EventWords originateWords{"originatecall msg parsed ok", "parsed an invalid originatecall msg"};
-constexpr EventWords incomingWords{"incomingcall msg parsed ok", "parsed an invalid incomingcall msg"};
-constexpr EventWords answeredWords{"answeredcall msg parsed ok", "parsed an invalid answeredcall msg"};
-constexpr EventWords finishedWords{"finishedcall msg parsed ok", "parsed an invalid finishedcall msg"};
-constexpr EventWords missedWords{"missedcall msg parsed ok", "parsed an invalid missedcall msg"};
-constexpr EventWords colpWords{"COLP update msg parsed ok", "parsed an invalid COLP update msg"};
-constexpr EventWords localInfoWords{"CallLocalInfo update msg parsed ok",
-                                    "parsed an invalid CallLocalInfo update msg"};
-constexpr EventWords canceledWords{"TransferCanceled msg parsed ok", "parsed an invalid TransferCanceled msg"};
-constexpr EventWords startedWords{"TransferStarted msg parsed ok", "parsed an invalid TransferStarted msg"};
+constexpr EventWords originateWords {"originatecall msg parsed ok", "parsed an invalid originatecall msg"};
+constexpr EventWords incomingWords {"incomingcall msg parsed ok", "parsed an invalid incomingcall msg"};
+constexpr EventWords answeredWords {"answeredcall msg parsed ok", "parsed an invalid answeredcall msg"};
+constexpr EventWords finishedWords {"finishedcall msg parsed ok", "parsed an invalid finishedcall msg"};
+constexpr EventWords missedWords {"missedcall msg parsed ok", "parsed an invalid missedcall msg"};
+constexpr EventWords colpWords {"COLP update msg parsed ok", "parsed an invalid COLP update msg"};
+constexpr EventWords localInfoWords {"CallLocalInfo update msg parsed ok",
+                                     "parsed an invalid CallLocalInfo update msg"};
+constexpr EventWords canceledWords {"TransferCanceled msg parsed ok",
+                                    "parsed an invalid TransferCanceled msg"};
+constexpr EventWords startedWords {"TransferStarted msg parsed ok", "parsed an invalid TransferStarted msg"};
 // The completed event has always logged its sibling's success line.
-constexpr EventWords completedWords{"TransferStarted msg parsed ok", "parsed an invalid TransferCompleted msg"};
+constexpr EventWords completedWords {"TransferStarted msg parsed ok",
+                                     "parsed an invalid TransferCompleted msg"};
 // Both click-to-call events log the originate words.
-constexpr EventWords c2cWords{"c2c originate msg parsed ok", "parsed an invalid c2c originate msg"};
+constexpr EventWords c2cWords {"c2c originate msg parsed ok", "parsed an invalid c2c originate msg"};
 
 void registerCallEventTypes()
 {
@@ -300,12 +292,12 @@ QString OriginateCallEventMsg::generateXmlMessageBody() const
 
 IncomingCallEventMsg IncomingCallEventMsg::parseMessage(const QString& xml)
 {
-    return readEvent<IncomingCallEventMsg>(
-        xml, incomingWords, [](IncomingCallEvent& e, const QString& doc, const QString& api) {
-            repairAccount(e, api);
-            const bool anonymous = hideAnonymous(e);
-            e.attributes = incomingAttributes(e, doc, api, anonymous);
-        });
+    return readEvent<IncomingCallEventMsg>(xml, incomingWords,
+                                           [](IncomingCallEvent& e, const QString& doc, const QString& api) {
+                                               repairAccount(e, api);
+                                               const bool anonymous = hideAnonymous(e);
+                                               e.attributes = incomingAttributes(e, doc, api, anonymous);
+                                           });
 }
 
 QString IncomingCallEventMsg::generateXmlMessageBody() const
@@ -313,9 +305,9 @@ QString IncomingCallEventMsg::generateXmlMessageBody() const
     IncomingCallEvent written = event;
     written.group = event.groupName;
     return writeEvent(S_EVENT_CALL_INCOMING, written, [this](XmlBodyWriter& writer) {
-        writer.text(S_XMLTAG_CALL_REMOTE_TYPE, event.attributes.testFlag(TELVIX::CallAttrFromIbl)
-                                                   ? TELVIX::CallRemoteTypeExternalStr
-                                                   : TELVIX::CallRemoteTypeInternalStr);
+        writer.text(S_XMLTAG_CALL_REMOTE_TYPE,
+                    event.attributes.testFlag(TELVIX::CallAttrFromIbl) ? TELVIX::CallRemoteTypeExternalStr
+                                                                       : TELVIX::CallRemoteTypeInternalStr);
         writer.text(S_XMLTAG_CALL_IS_C2C, wireFlag(event.attributes.testFlag(TELVIX::CallAttrClickToCall)));
         writer.text(S_XMLTAG_CALL_IS_XFERRETURN,
                     wireFlag(event.attributes.testFlag(TELVIX::CallAttrReturnFromTransfer)));
@@ -332,9 +324,10 @@ AnsweredCallEventMsg AnsweredCallEventMsg::parseMessage(const QString& xml)
             if (hideAnonymous(e))
                 e.attributes |= TELVIX::CallAttrAnonymousCaller;
             // Up to 4.9 a service call shows as a channel talking to itself.
-            if (markedOrGuessed(doc, S_XMLTAG_CALL_IS_TOSERVICE, api, "4.9", e.localChannel == e.remoteChannel)) {
+            if (markedOrGuessed(doc, S_XMLTAG_CALL_IS_TOSERVICE, api, "4.9",
+                                e.localChannel == e.remoteChannel)) {
                 e.attributes |= TELVIX::CallAttrToService;
-                
+                e.remoteChannel.clear();
             }
             e.localAnswer = MessageReader::isOne(doc, S_XMLTAG_CALL_LOCAL_ANSWER);
         });
@@ -344,7 +337,8 @@ QString AnsweredCallEventMsg::generateXmlMessageBody() const
 {
     return writeEvent(S_EVENT_CALL_ANSWERED, event, [this](XmlBodyWriter& writer) {
         writer.text(S_XMLTAG_CALL_LOCAL_ANSWER, wireFlag(event.localAnswer));
-        writer.text(S_XMLTAG_CALL_IS_TOSERVICE, wireFlag(event.attributes.testFlag(TELVIX::CallAttrToService)));
+        writer.text(S_XMLTAG_CALL_IS_TOSERVICE,
+                    wireFlag(event.attributes.testFlag(TELVIX::CallAttrToService)));
     });
 }
 
@@ -371,10 +365,11 @@ QString FinishedCallEventMsg::generateXmlMessageBody() const
 
 MissedCallEventMsg MissedCallEventMsg::parseMessage(const QString& xml)
 {
-    return readEvent<MissedCallEventMsg>(xml, missedWords, [](MissedCallEvent& e, const QString&, const QString& api) {
-        repairAccount(e, api);
-        hideAnonymous(e);
-    });
+    return readEvent<MissedCallEventMsg>(xml, missedWords,
+                                         [](MissedCallEvent& e, const QString&, const QString& api) {
+                                             repairAccount(e, api);
+                                             hideAnonymous(e);
+                                         });
 }
 
 QString MissedCallEventMsg::generateXmlMessageBody() const

@@ -42,17 +42,10 @@ QString peerRequestBody(const QString& api, const QString& command)
     return QStringLiteral("<%1></%1>").arg(command);
 }
 
-template <typename Record>
-bool keepIfValid(QList<Record>& list, const Record& record, bool valid)
+// Each reader fills its record from one entry's text and tells whether the
+// entry is valid.
+bool readIdentity(const QString& xml, IdentityEntry& entry)
 {
-    if (valid)
-        list.append(record);
-    return valid;
-}
-
-IdentityEntry readIdentity(const QString& xml)
-{
-    IdentityEntry entry;
     entry.name = text(xml, S_XMLTAG_IDENT_NAME);
     entry.type = text(xml, S_XMLTAG_IDENT_TYPE);
     entry.appAccount = isOne(xml, S_XMLTAG_IDENT_APP_ACCOUNT);
@@ -74,7 +67,7 @@ IdentityEntry readIdentity(const QString& xml)
     entry.deviceModel = text(xml, S_XMLTAG_IDENT_DEVICE_MODEL);
     entry.deviceMac = text(xml, S_XMLTAG_IDENT_DEVICE_MAC);
     entry.deviceNote = text(xml, S_XMLTAG_IDENT_DEVICE_NOTE);
-    return entry;
+    return !entry.name.isEmpty();
 }
 
 void writeIdentity(XmlBodyWriter& body, const IdentityEntry& entry)
@@ -103,13 +96,12 @@ void writeIdentity(XmlBodyWriter& body, const IdentityEntry& entry)
         .end();
 }
 
-BuddyIdentityEntry readBuddyIdentity(const QString& xml)
+bool readBuddyIdentity(const QString& xml, BuddyIdentityEntry& entry)
 {
-    BuddyIdentityEntry entry;
     entry.name = text(xml, S_XMLTAG_BUDDY_IDENT_NAME);
     entry.type = text(xml, S_XMLTAG_BUDDY_IDENT_TYPE);
     entry.exten = text(xml, S_XMLTAG_BUDDY_IDENT_EXTEN);
-    return entry;
+    return !entry.name.isEmpty();
 }
 
 // The extension is the value of the person's first contact of type "exten".
@@ -123,9 +115,8 @@ QString extenOfBuddy(const QString& xml)
     return QString();
 }
 
-BuddyEntry readBuddy(const QString& xml)
+bool readBuddy(const QString& xml, BuddyEntry& entry)
 {
-    BuddyEntry entry;
     entry.firstName = text(xml, S_XMLTAG_BUD_FIRST);
     entry.lastName = text(xml, S_XMLTAG_BUD_LAST);
     entry.fullName = PhoneBookEntry::joinNames(entry.firstName, entry.lastName);
@@ -134,12 +125,11 @@ BuddyEntry readBuddy(const QString& xml)
     entry.unit = text(xml, S_XMLTAG_BUD_UNIT);
     entry.chatId = text(xml, S_XMLTAG_CHAT_ID).toLower();
     entry.contactUuid = text(xml, S_XMLTAG_BUD_CONTACTUUID);
-    return entry;
+    return !entry.exten.isEmpty();
 }
 
-BuddyStatus readBuddyStatus(const QString& xml)
+bool readBuddyStatus(const QString& xml, BuddyStatus& status)
 {
-    BuddyStatus status;
     status.exten = text(xml, S_XMLTAG_BUD_EXTEN);
     status.ctiLogged = isOne(xml, S_XMLTAG_BUD_LOGGED);
     status.queuePaused = isOne(xml, S_XMLTAG_BUD_QPAUSED);
@@ -147,7 +137,7 @@ BuddyStatus readBuddyStatus(const QString& xml)
     bool readable = false;
     const int blf = text(xml, S_XMLTAG_BUD_BLFSTATUS).toInt(&readable, 10);
     status.blfStatus = readable ? static_cast<TELVIX::BlfStatus>(blf) : TELVIX::BlfUnknown;
-    return status;
+    return !status.exten.isEmpty();
 }
 
 } // namespace
@@ -230,13 +220,12 @@ QString GetExtenStatusReqMsg::generateXmlMessageBody() const
 
 IdentitiesRespMsg IdentitiesRespMsg::parseMessage(const QString& xml)
 {
-    const ListWords words{QStringLiteral("IdentityList request failed: "), S_XMLTAG_IDENT_ENTRY,
-                          QStringLiteral("parsed an invalid IdentityEntry msg"),
-                          QStringLiteral("parsed an empty IdentityList msg, i.e. exten has no identities"),
-                          QStringLiteral("IdentityList msg parsed ok")};
+    const ListWords words {QStringLiteral("IdentityList request failed: "), S_XMLTAG_IDENT_ENTRY,
+                           QStringLiteral("parsed an invalid IdentityEntry msg"),
+                           QStringLiteral("parsed an empty IdentityList msg, i.e. exten has no identities"),
+                           QStringLiteral("IdentityList msg parsed ok")};
     return readList<IdentitiesRespMsg>(xml, words, [](IdentitiesRespMsg& msg, const QString& entryXml) {
-        const IdentityEntry entry = readIdentity(entryXml);
-        return keepIfValid(msg.identities, entry, !entry.name.isEmpty());
+        return appendEntry(msg.identities, entryXml, readIdentity);
     });
 }
 
@@ -251,14 +240,14 @@ QString IdentitiesRespMsg::generateXmlMessageBody() const
 
 BuddyIdentitiesRespMsg BuddyIdentitiesRespMsg::parseMessage(const QString& xml)
 {
-    const ListWords words{QStringLiteral("BuddyIdentityList request failed: "), S_XMLTAG_BUDDY_IDENT_ENTRY,
-                          QStringLiteral("parsed an invalid BuddyIdentityEntry msg"),
-                          QStringLiteral("parsed an empty BuddyIdentityList msg"),
-                          QStringLiteral("BuddyIdentityList msg parsed ok")};
-    return readList<BuddyIdentitiesRespMsg>(xml, words, [](BuddyIdentitiesRespMsg& msg, const QString& entryXml) {
-        const BuddyIdentityEntry entry = readBuddyIdentity(entryXml);
-        return keepIfValid(msg.buddyIdentities, entry, !entry.name.isEmpty());
-    });
+    const ListWords words {QStringLiteral("BuddyIdentityList request failed: "), S_XMLTAG_BUDDY_IDENT_ENTRY,
+                           QStringLiteral("parsed an invalid BuddyIdentityEntry msg"),
+                           QStringLiteral("parsed an empty BuddyIdentityList msg"),
+                           QStringLiteral("BuddyIdentityList msg parsed ok")};
+    return readList<BuddyIdentitiesRespMsg>(
+        xml, words, [](BuddyIdentitiesRespMsg& msg, const QString& entryXml) {
+            return appendEntry(msg.buddyIdentities, entryXml, readBuddyIdentity);
+        });
 }
 
 QString BuddyIdentitiesRespMsg::generateXmlMessageBody() const
@@ -277,12 +266,11 @@ QString BuddyIdentitiesRespMsg::generateXmlMessageBody() const
 
 BuddiesRespMsg BuddiesRespMsg::parseMessage(const QString& xml)
 {
-    const ListWords words{QStringLiteral("Buddies request failed: "), S_XMLTAG_BUD_ENTRY,
-                          QStringLiteral("parsed an invalid BuddyEntry msg"), QString(),
-                          QStringLiteral("BuddyList msg parsed ok")};
+    const ListWords words {QStringLiteral("Buddies request failed: "), S_XMLTAG_BUD_ENTRY,
+                           QStringLiteral("parsed an invalid BuddyEntry msg"), QString(),
+                           QStringLiteral("BuddyList msg parsed ok")};
     return readList<BuddiesRespMsg>(xml, words, [](BuddiesRespMsg& msg, const QString& entryXml) {
-        const BuddyEntry entry = readBuddy(entryXml);
-        return keepIfValid<BuddyEntry>(msg.buddies, entry, !entry.exten.isEmpty());
+        return appendEntry<BuddyEntry>(msg.buddies, entryXml, readBuddy);
     });
 }
 
@@ -309,13 +297,13 @@ QString BuddiesRespMsg::generateXmlMessageBody() const
 
 ExtenStatusRespMsg ExtenStatusRespMsg::parseMessage(const QString& xml)
 {
-    const ListWords words{QStringLiteral("Buddies status request failed: "), S_XMLTAG_BUD_STATUS,
-                          QStringLiteral("parsed an invalid BuddyStatus msg"),
-                          QStringLiteral("parsed an empty BuddyStatusMap msg"),
-                          QStringLiteral("BuddyStatusMap msg parsed ok")};
+    const ListWords words {QStringLiteral("Buddies status request failed: "), S_XMLTAG_BUD_STATUS,
+                           QStringLiteral("parsed an invalid BuddyStatus msg"),
+                           QStringLiteral("parsed an empty BuddyStatusMap msg"),
+                           QStringLiteral("BuddyStatusMap msg parsed ok")};
     return readList<ExtenStatusRespMsg>(xml, words, [](ExtenStatusRespMsg& msg, const QString& entryXml) {
-        const BuddyStatus status = readBuddyStatus(entryXml);
-        if (status.exten.isEmpty())
+        BuddyStatus status;
+        if (!readBuddyStatus(entryXml, status))
             return false;
         msg.statusMap.insert(status.exten, status);
         return true;

@@ -142,15 +142,14 @@ QJsonObject PhoneBookEntry::toJsonObject() const
 {
     QJsonArray contactArray;
     for (const ContactEntry& contact : contacts) {
-        contactArray.append(QJsonObject{{KEY_CONTACT_TYPE, contact.kind},
-                                        {KEY_CONTACT_LABEL, contact.label},
-                                        {KEY_CONTACT_VALUE, contact.value}});
+        contactArray.append(QJsonObject {{KEY_CONTACT_TYPE, contact.kind},
+                                         {KEY_CONTACT_LABEL, contact.label},
+                                         {KEY_CONTACT_VALUE, contact.value}});
     }
-    return QJsonObject{{KEY_DISPLAY_NAME, displayName}, {KEY_FIRST_NAME, firstName}, {KEY_LAST_NAME, lastName},
-                       {KEY_UNIT, unit},
-                       {KEY_COMPANY, company},
-                       {KEY_ADDRESS, address},
-                       {KEY_CONTACTS, contactArray}};
+    return QJsonObject {{KEY_DISPLAY_NAME, displayName}, {KEY_FIRST_NAME, firstName},
+                        {KEY_LAST_NAME, lastName},       {KEY_UNIT, unit},
+                        {KEY_COMPANY, company},          {KEY_ADDRESS, address},
+                        {KEY_CONTACTS, contactArray}};
 }
 
 QString PhoneBookEntry::toJson() const

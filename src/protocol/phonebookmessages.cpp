@@ -28,17 +28,19 @@ PBookRespMsg PBookRespMsg::parseMessage(const QString& xml)
 {
     PhoneBook publicBook = serverBook(PB_FOLDER_PUBLIC);
     PhoneBook privateBook = serverBook(PB_FOLDER_PRIVATE);
-    const MessageReader::ListWords words{QStringLiteral("PBook request failed: "), S_XMLTAG_PB_ENTRY,
-                                         QStringLiteral("parsed an invalid PBookEntry msg, skipping it"),
-                                         QString(), QStringLiteral("PBook msg parsed ok")};
-    PBookRespMsg msg = MessageReader::readList<PBookRespMsg>(xml, words, [&](PBookRespMsg&, const QString& user) {
-        const PhoneBookEntry entry = PhonebookToXmlUtil::contactFromXml(user);
-        if (entry.contactUuid.isEmpty())
-            return false;
-        PhoneBook& book = isOwned(MessageReader::text(user, S_XMLTAG_PB_OWNER)) ? privateBook : publicBook;
-        book.entries.append(entry);
-        return true;
-    });
+    const MessageReader::ListWords words {QStringLiteral("PBook request failed: "), S_XMLTAG_PB_ENTRY,
+                                          QStringLiteral("parsed an invalid PBookEntry msg, skipping it"),
+                                          QString(), QStringLiteral("PBook msg parsed ok")};
+    PBookRespMsg msg
+        = MessageReader::readList<PBookRespMsg>(xml, words, [&](PBookRespMsg&, const QString& user) {
+              const PhoneBookEntry entry = PhonebookToXmlUtil::contactFromXml(user);
+              if (entry.contactUuid.isEmpty())
+                  return false;
+              PhoneBook& book
+                  = isOwned(MessageReader::text(user, S_XMLTAG_PB_OWNER)) ? privateBook : publicBook;
+              book.entries.append(entry);
+              return true;
+          });
     if (!publicBook.entries.isEmpty())
         msg.phoneBooks.append(publicBook);
     if (!privateBook.entries.isEmpty())

@@ -13,7 +13,7 @@ namespace {
 // Wire contact type (lower-cased) to the kind and label it stands for.
 const QHash<QString, QPair<QString, QString>>& contactTypeMap()
 {
-    static const QHash<QString, QPair<QString, QString>> map{
+    static const QHash<QString, QPair<QString, QString>> map {
         {QStringLiteral("exten"), {CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN}},
         {QStringLiteral("home"), {CTYPE_KIND_PHONE, CTYPE_LABEL_HOME}},
         {QStringLiteral("work"), {CTYPE_KIND_PHONE, CTYPE_LABEL_WORK}},
@@ -62,8 +62,8 @@ PhoneBookEntry PhonebookToXmlUtil::contactFromXml(const QString& xml)
 
     const QStringList contacts = MessageReader::entries(xml, S_XMLTAG_PB_CONTACT);
     for (const QString& contactXml : contacts) {
-        const auto kindAndLabel = contactTypeMap().constFind(
-            MessageReader::text(contactXml, S_XMLTAG_PB_CONTACTTYPE).toLower());
+        const auto kindAndLabel
+            = contactTypeMap().constFind(MessageReader::text(contactXml, S_XMLTAG_PB_CONTACTTYPE).toLower());
         if (kindAndLabel == contactTypeMap().constEnd())
             continue;
         ContactEntry contact;

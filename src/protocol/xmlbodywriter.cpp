@@ -45,6 +45,9 @@ XmlBodyWriter& XmlBodyWriter::verbatim(const QString& xml)
 
 QString XmlBodyWriter::result()
 {
+    // writeEndDocument closes what is still open, and then always appends a
+    // line break, which is no part of a message body.
     m_writer.writeEndDocument();
+    m_body.chop(1);
     return m_body;
 }

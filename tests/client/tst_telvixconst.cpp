@@ -165,7 +165,6 @@ private Q_SLOTS:
     void ipPort();
     void purifyNumRx_data();
     void purifyNumRx();
-    void constants();
     void enumerationsAreIntrospectable();
     void flagSetsTravelThroughQueuedCalls();
 
@@ -663,39 +662,6 @@ void TestTelvixConst::purifyNumRx()
     QCOMPARE(QString(typed).remove(PurifyNumRx), purified);
     QCOMPARE(PurifyNumRx.caseSensitivity(), Qt::CaseSensitive);
     QCOMPARE(PurifyNumRx.pattern(), QStringLiteral("[\\(\\)\\s-,\\.\\/\\\\]"));
-}
-
-void TestTelvixConst::constants()
-{
-    QCOMPARE(AnonymousName, QStringLiteral("Anonymous"));
-    QCOMPARE(AnonymousNumber, QStringLiteral("anonymous"));
-    QCOMPARE(SipAnonymousCaller, QStringLiteral("anonymous"));
-    QCOMPARE(UnknownName, QStringLiteral("Unknown"));
-    QCOMPARE(UnknownCallNumber, QStringLiteral("unknown"));
-    QCOMPARE(UnknownCdrNumber, QStringLiteral("Anonimo"));
-    QCOMPARE(UnknownUnistimID, QStringLiteral("unknown"));
-    QCOMPARE(OutsideCallNumber, QStringLiteral("outsidecall"));
-    QCOMPARE(LocalInternationalPrefix, QStringLiteral("39"));
-    QCOMPARE(SipProtoDefault, QStringLiteral("UDP"));
-    QCOMPARE(IsoDateNoTz, QStringLiteral("yyyy-MM-ddThh:mm:ss.zzz"));
-    QCOMPARE(CallTypeInboundStr, QStringLiteral("inbound"));
-    QCOMPARE(CallTypeOutboundStr, QStringLiteral("outbound"));
-    QCOMPARE(CallTypeLocalExtenStr, QStringLiteral("local_exten"));
-    QCOMPARE(CallTypeRemoteExtenStr, QStringLiteral("remote_exten"));
-    QCOMPARE(CalLTypeC2cStr, QStringLiteral("c2c"));
-    QCOMPARE(CallTypeC2cMobileStr, QStringLiteral("c2c_mobile"));
-    QCOMPARE(CallTypeUnknownStr, QStringLiteral("None"));
-    QCOMPARE(CallRemoteTypeExternalStr, QStringLiteral("external"));
-    QCOMPARE(CallRemoteTypeInternalStr, QStringLiteral("internal"));
-    QCOMPARE(QueueOperatorMemberStaticStr, QStringLiteral("static"));
-    QCOMPARE(QueueOperatorMemberDynamicStr, QStringLiteral("dynamic"));
-    QCOMPARE(QueueOperatorMemberInvalidStr, QStringLiteral("None"));
-    QCOMPARE(ChatDisconnectionKeepAliveReplyTimeout, QStringLiteral("KeepAliveReplyTimeout"));
-    QCOMPARE(ChatDisconnectionServerRefused, QStringLiteral("ServerRefused"));
-    QCOMPARE(ChatDisconnectionUserRequest, QStringLiteral("UserRequest"));
-    QCOMPARE(PHONE_KEY_POUND, QStringLiteral("POUND"));
-    QCOMPARE(PHONE_KEY_HOOK_ON, QStringLiteral("ONHOOK"));
-    QCOMPARE(PHONE_KEY_DND_OFF, QStringLiteral("DNDOff"));
 }
 
 void TestTelvixConst::enumerationsAreIntrospectable()

@@ -14,18 +14,21 @@ namespace {
 
 /// What a test looks at in any parsed call event: validity, envelope, and the
 /// record's fields by property name.
-struct Parsed {
+struct Parsed
+{
     bool success = false;
     QString api;
     QString uuid;
     QVariantMap fields;
 
     QString field(const char* name) const { return fields.value(QLatin1String(name)).toString(); }
-    int attributes() const { return int(fields.value(QStringLiteral("attributes")).value<TELVIX::CallAttributes>()); }
+    int attributes() const
+    {
+        return int(fields.value(QStringLiteral("attributes")).value<TELVIX::CallAttributes>());
+    }
 };
 
-template <typename Record>
-QVariantMap gadgetFields(const Record& record)
+template <typename Record> QVariantMap gadgetFields(const Record& record)
 {
     QVariantMap map;
     const QMetaObject& meta = Record::staticMetaObject;
@@ -36,7 +39,10 @@ QVariantMap gadgetFields(const Record& record)
 
 QVariantMap c2cFields(const C2COriginateEventMsg& m)
 {
-    return {{"uid", m.uid}, {"exten", m.exten}, {"c2cChannel", m.c2cChannel}, {"toNumber", m.toNumber},
+    return {{"uid", m.uid},
+            {"exten", m.exten},
+            {"c2cChannel", m.c2cChannel},
+            {"toNumber", m.toNumber},
             {"callType", m.callType}};
 }
 
@@ -45,8 +51,7 @@ QVariantMap c2cFields(const C2CFinishedEventMsg& m)
     return {{"uid", m.uid}, {"exten", m.exten}, {"c2cChannel", m.c2cChannel}};
 }
 
-template <typename Msg>
-Parsed summary(const Msg& m)
+template <typename Msg> Parsed summary(const Msg& m)
 {
     if constexpr (std::is_same_v<Msg, C2COriginateEventMsg> || std::is_same_v<Msg, C2CFinishedEventMsg>)
         return {m.success, m.api, m.uuid, c2cFields(m)};
@@ -56,21 +61,22 @@ Parsed summary(const Msg& m)
 
 /// How to read one kind of event, and what its parser gives back when the
 /// event is invalid: a message built by the default constructor.
-struct EventKind {
+struct EventKind
+{
     std::function<Parsed(const QString&)> parse;
     std::function<Parsed()> blank;
 };
 
-template <typename Msg>
-EventKind kind()
+template <typename Msg> EventKind kind()
 {
-    return {[](const QString& xml) { return summary(Msg::parseMessage(xml)); }, [] { return summary(Msg()); }};
+    return {[](const QString& xml) { return summary(Msg::parseMessage(xml)); },
+            [] { return summary(Msg()); }};
 }
 
 /// Every event by the element it arrives under.
 const EventKind& eventKind(const QString& element)
 {
-    static const QHash<QString, EventKind> kinds{
+    static const QHash<QString, EventKind> kinds {
         {"OriginateCall", kind<OriginateCallEventMsg>()},
         {"IncomingCall", kind<IncomingCallEventMsg>()},
         {"AnsweredCall", kind<AnsweredCallEventMsg>()},
@@ -110,13 +116,13 @@ const QString everyElement = QStringLiteral(
 
 QStringList allEvents()
 {
-    return {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall", "ColpUpdate",
-            "CallLocalInfoUpdate", "InlineAtxferCanceled", "InlineAtxferStarted", "InlineAtxferCompleted",
-            "C2cOriginate", "C2cFinished"};
+    return {"OriginateCall",         "IncomingCall",         "AnsweredCall",
+            "FinishedCall",          "MissedCall",           "ColpUpdate",
+            "CallLocalInfoUpdate",   "InlineAtxferCanceled", "InlineAtxferStarted",
+            "InlineAtxferCompleted", "C2cOriginate",         "C2cFinished"};
 }
 
-template <typename Msg>
-Parsed roundTripped(Msg msg, QString* written = nullptr)
+template <typename Msg> Parsed roundTripped(Msg msg, QString* written = nullptr)
 {
     const QString xml = msg.serializeToXml(QStringLiteral("6.1"));
     if (written)
@@ -183,23 +189,24 @@ void TestCallEventMessages::recordLayout_data()
 {
     QTest::addColumn<QString>("className");
     QTest::addColumn<QStringList>("fields");
-    const QStringList leg{"uid", "sipAccount", "localChannel"};
-    const QStringList peer = leg + QStringList{"remoteChannel", "remoteNum", "remoteName"};
-    const QStringList details = peer + QStringList{"calledNum", "attributes"};
+    const QStringList leg {"uid", "sipAccount", "localChannel"};
+    const QStringList peer = leg + QStringList {"remoteChannel", "remoteNum", "remoteName"};
+    const QStringList details = peer + QStringList {"calledNum", "attributes"};
     const auto row = [](const QMetaObject& meta, const QStringList& fields) {
         QTest::newRow(meta.className()) << QString::fromLatin1(meta.className()) << fields;
     };
-    row(OriginateCallEvent::staticMetaObject, leg + QStringList{"calledNum"});
+    row(OriginateCallEvent::staticMetaObject, leg + QStringList {"calledNum"});
     row(IncomingCallEvent::staticMetaObject,
-        details + QStringList{"callType", "queue", "queueName", "group", "groupName"});
-    row(AnsweredCallEvent::staticMetaObject, details + QStringList{"previousCallState", "localAnswer"});
+        details + QStringList {"callType", "queue", "queueName", "group", "groupName"});
+    row(AnsweredCallEvent::staticMetaObject, details + QStringList {"previousCallState", "localAnswer"});
     row(FinishedCallEvent::staticMetaObject,
-        leg + QStringList{"remoteNum", "remoteName", "calledNum", "reason", "localHangup"});
-    row(MissedCallEvent::staticMetaObject, leg + QStringList{"remoteNum", "remoteName"});
+        leg + QStringList {"remoteNum", "remoteName", "calledNum", "reason", "localHangup"});
+    row(MissedCallEvent::staticMetaObject, leg + QStringList {"remoteNum", "remoteName"});
     row(ColpUpdateEvent::staticMetaObject, peer);
-    row(CallLocalInfoUpdateEvent::staticMetaObject, {"uid", "sipAccount", "oldLocalChannel", "newLocalChannel"});
+    row(CallLocalInfoUpdateEvent::staticMetaObject,
+        {"uid", "sipAccount", "oldLocalChannel", "newLocalChannel"});
     row(TransferCanceledCallEvent::staticMetaObject, {"uid", "reason"});
-    row(TransferStartedCallEvent::staticMetaObject, leg + QStringList{"calledNum"});
+    row(TransferStartedCallEvent::staticMetaObject, leg + QStringList {"calledNum"});
     row(TransferCompletedCallEvent::staticMetaObject, leg);
 }
 
@@ -225,8 +232,8 @@ void TestCallEventMessages::recordsAreRegistered()
     QCOMPARE(QMetaType::type("IncomingCallEvent"), copy.userType());
     QCOMPARE(copy.value<IncomingCallEvent>().remoteName, QStringLiteral("Tom & Jerry <TJ>"));
     for (const char* name : {"OriginateCallEvent", "FinishedCallEvent", "MissedCallEvent", "ColpUpdateEvent",
-                             "CallLocalInfoUpdateEvent", "TransferCanceledCallEvent", "TransferStartedCallEvent",
-                             "TransferCompletedCallEvent"})
+                             "CallLocalInfoUpdateEvent", "TransferCanceledCallEvent",
+                             "TransferStartedCallEvent", "TransferCompletedCallEvent"})
         QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
 }
 
@@ -234,7 +241,7 @@ void TestCallEventMessages::fieldsOfCurrentServer_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<QVariantMap>("expected");
-    const QVariantMap leg{{"uid", "u1"}, {"sipAccount", "1000"}, {"localChannel", "SIP/1000-01"}};
+    const QVariantMap leg {{"uid", "u1"}, {"sipAccount", "1000"}, {"localChannel", "SIP/1000-01"}};
     const auto with = [](QVariantMap base, const QVariantMap& more) {
         for (auto it = more.begin(); it != more.end(); ++it)
             base.insert(it.key(), it.value());
@@ -244,34 +251,48 @@ void TestCallEventMessages::fieldsOfCurrentServer_data()
     const QVariantMap peer = with(remote, {{"remoteChannel", "SIP/2000-02"}});
     QTest::newRow("OriginateCall") << "OriginateCall" << with(leg, {{"calledNum", "3000"}});
     QTest::newRow("IncomingCall") << "IncomingCall"
-                                  << with(peer, {{"calledNum", "3000"}, {"callType", "inbound"}, {"queue", "500"},
-                                                 {"queueName", "Support"}, {"group", "600"},
-                                                 {"groupName", "Sales"}});
-    QTest::newRow("AnsweredCall") << "AnsweredCall" << with(peer, {{"calledNum", "3000"}, {"previousCallState", -1}});
-    QTest::newRow("FinishedCall") << "FinishedCall" << with(remote, {{"calledNum", "3000"}, {"reason", "busy"}});
+                                  << with(peer,
+                                          {{"calledNum", "3000"},
+                                           {"callType", "inbound"},
+                                           {"queue", "500"},
+                                           {"queueName", "Support"},
+                                           {"group", "600"},
+                                           {"groupName", "Sales"}});
+    QTest::newRow("AnsweredCall") << "AnsweredCall"
+                                  << with(peer, {{"calledNum", "3000"}, {"previousCallState", -1}});
+    QTest::newRow("FinishedCall") << "FinishedCall"
+                                  << with(remote, {{"calledNum", "3000"}, {"reason", "busy"}});
     QTest::newRow("MissedCall") << "MissedCall" << remote;
     QTest::newRow("ColpUpdate") << "ColpUpdate" << peer;
-    QTest::newRow("CallLocalInfoUpdate")
-        << "CallLocalInfoUpdate"
-        << QVariantMap{{"uid", "u1"}, {"sipAccount", "1000"}, {"oldLocalChannel", "SIP/1000-01"},
-                       {"newLocalChannel", "SIP/1000-03"}};
-    QTest::newRow("InlineAtxferCanceled") << "InlineAtxferCanceled" << QVariantMap{{"uid", "u1"}, {"reason", "busy"}};
+    QTest::newRow("CallLocalInfoUpdate") << "CallLocalInfoUpdate"
+                                         << QVariantMap {{"uid", "u1"},
+                                                         {"sipAccount", "1000"},
+                                                         {"oldLocalChannel", "SIP/1000-01"},
+                                                         {"newLocalChannel", "SIP/1000-03"}};
+    QTest::newRow("InlineAtxferCanceled")
+        << "InlineAtxferCanceled" << QVariantMap {{"uid", "u1"}, {"reason", "busy"}};
     QTest::newRow("InlineAtxferStarted") << "InlineAtxferStarted" << with(leg, {{"calledNum", "3000"}});
     QTest::newRow("InlineAtxferCompleted") << "InlineAtxferCompleted" << leg;
     QTest::newRow("C2cOriginate") << "C2cOriginate"
-                                  << QVariantMap{{"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"},
-                                                 {"toNumber", "0612345"}, {"callType", "c2c"}};
+                                  << QVariantMap {{"uid", "u1"},
+                                                  {"exten", "1000"},
+                                                  {"c2cChannel", "Local/1000"},
+                                                  {"toNumber", "0612345"},
+                                                  {"callType", "c2c"}};
     QTest::newRow("C2cFinished") << "C2cFinished"
-                                 << QVariantMap{{"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"}};
+                                 << QVariantMap {
+                                        {"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"}};
 }
 
 void TestCallEventMessages::fieldsOfCurrentServer()
 {
     QFETCH(QString, element);
     QFETCH(QVariantMap, expected);
-    const QString extra = QStringLiteral("<CallType>inbound</CallType><Queue>500</Queue><QueueName>Support</QueueName>"
-                                         "<Group>600</Group><GroupName>Sales</GroupName>");
-    const Parsed p = parseEvent(element, eventDocument(element, "<Uid>u1</Uid>" + everyElement + extra, "6.1"));
+    const QString extra
+        = QStringLiteral("<CallType>inbound</CallType><Queue>500</Queue><QueueName>Support</QueueName>"
+                         "<Group>600</Group><GroupName>Sales</GroupName>");
+    const Parsed p
+        = parseEvent(element, eventDocument(element, "<Uid>u1</Uid>" + everyElement + extra, "6.1"));
     QVERIFY(p.success);
     QCOMPARE(p.api, QStringLiteral("6.1"));
     QCOMPARE(p.uuid, MessageTestUtil::fixtureUuid());
@@ -285,32 +306,28 @@ void TestCallEventMessages::logWords_data()
     QTest::addColumn<QString>("parsedOk");
     QTest::addColumn<QString>("invalid");
     QTest::addColumn<bool>("logsApi");
-    QTest::newRow("OriginateCall") << "OriginateCall" << "originatecall msg parsed ok"
-                                   << "parsed an invalid originatecall msg" << true;
-    QTest::newRow("IncomingCall") << "IncomingCall" << "incomingcall msg parsed ok"
-                                  << "parsed an invalid incomingcall msg" << true;
-    QTest::newRow("AnsweredCall") << "AnsweredCall" << "answeredcall msg parsed ok"
-                                  << "parsed an invalid answeredcall msg" << true;
-    QTest::newRow("FinishedCall") << "FinishedCall" << "finishedcall msg parsed ok"
-                                  << "parsed an invalid finishedcall msg" << true;
-    QTest::newRow("MissedCall") << "MissedCall" << "missedcall msg parsed ok"
-                                << "parsed an invalid missedcall msg" << true;
-    QTest::newRow("ColpUpdate") << "ColpUpdate" << "COLP update msg parsed ok"
-                                << "parsed an invalid COLP update msg" << false;
-    QTest::newRow("CallLocalInfoUpdate") << "CallLocalInfoUpdate" << "CallLocalInfo update msg parsed ok"
-                                         << "parsed an invalid CallLocalInfo update msg" << false;
-    QTest::newRow("InlineAtxferCanceled") << "InlineAtxferCanceled" << "TransferCanceled msg parsed ok"
-                                          << "parsed an invalid TransferCanceled msg" << false;
-    QTest::newRow("InlineAtxferStarted") << "InlineAtxferStarted" << "TransferStarted msg parsed ok"
-                                         << "parsed an invalid TransferStarted msg" << false;
+    const auto row = [](const char* element, const char* parsedOk, const char* invalid, bool logsApi) {
+        QTest::newRow(element) << QString::fromLatin1(element) << QString::fromLatin1(parsedOk)
+                               << QString::fromLatin1(invalid) << logsApi;
+    };
+    row("OriginateCall", "originatecall msg parsed ok", "parsed an invalid originatecall msg", true);
+    row("IncomingCall", "incomingcall msg parsed ok", "parsed an invalid incomingcall msg", true);
+    row("AnsweredCall", "answeredcall msg parsed ok", "parsed an invalid answeredcall msg", true);
+    row("FinishedCall", "finishedcall msg parsed ok", "parsed an invalid finishedcall msg", true);
+    row("MissedCall", "missedcall msg parsed ok", "parsed an invalid missedcall msg", true);
+    row("ColpUpdate", "COLP update msg parsed ok", "parsed an invalid COLP update msg", false);
+    row("CallLocalInfoUpdate", "CallLocalInfo update msg parsed ok",
+        "parsed an invalid CallLocalInfo update msg", false);
+    row("InlineAtxferCanceled", "TransferCanceled msg parsed ok", "parsed an invalid TransferCanceled msg",
+        false);
+    row("InlineAtxferStarted", "TransferStarted msg parsed ok", "parsed an invalid TransferStarted msg",
+        false);
     // The two borrowed words: completed logs its sibling's success line, and
     // the finished click-to-call logs the originate words both ways.
-    QTest::newRow("InlineAtxferCompleted") << "InlineAtxferCompleted" << "TransferStarted msg parsed ok"
-                                           << "parsed an invalid TransferCompleted msg" << false;
-    QTest::newRow("C2cOriginate") << "C2cOriginate" << "c2c originate msg parsed ok"
-                                  << "parsed an invalid c2c originate msg" << false;
-    QTest::newRow("C2cFinished") << "C2cFinished" << "c2c originate msg parsed ok"
-                                 << "parsed an invalid c2c originate msg" << false;
+    row("InlineAtxferCompleted", "TransferStarted msg parsed ok", "parsed an invalid TransferCompleted msg",
+        false);
+    row("C2cOriginate", "c2c originate msg parsed ok", "parsed an invalid c2c originate msg", false);
+    row("C2cFinished", "c2c originate msg parsed ok", "parsed an invalid c2c originate msg", false);
 }
 
 void TestCallEventMessages::logWords()
@@ -344,8 +361,10 @@ void TestCallEventMessages::accountFromChannel_data()
     QTest::addColumn<QString>("element");
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("account");
-    const QString fromChannel = QStringLiteral("1000-000"); // the cut keeps "SIP/".length() characters too many
-    for (const char* element : {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
+    const QString fromChannel
+        = QStringLiteral("1000-000"); // the cut keeps "SIP/".length() characters too many
+    for (const char* element :
+         {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
         QTest::addRow("%s 4.1", element) << element << "4.1" << fromChannel;
         QTest::addRow("%s 4.2", element) << element << "4.2" << fromChannel;
         QTest::addRow("%s 4.3", element) << element << "4.3" << QString();
@@ -355,8 +374,8 @@ void TestCallEventMessages::accountFromChannel_data()
         QTest::addRow("%s 6.1", element) << element << "6.1" << QString();
     }
     // Events without the repair keep an empty account even on the oldest server.
-    QTest::newRow("ColpUpdate 4.1") << "ColpUpdate" << "4.1" << QString();
-    QTest::newRow("InlineAtxferStarted 4.1") << "InlineAtxferStarted" << "4.1" << QString();
+    for (const char* element : {"ColpUpdate", "InlineAtxferStarted"})
+        QTest::addRow("%s 4.1", element) << element << "4.1" << QString();
 }
 
 void TestCallEventMessages::accountFromChannel()
@@ -370,7 +389,8 @@ void TestCallEventMessages::accountFromChannel()
     QCOMPARE(p.field("localChannel"), QStringLiteral("SIP/1000-0000abcd"));
 
     // A named account is never replaced.
-    const Parsed named = parseEvent(element, eventDocument(element, oldLeg + "<SipAccount>1001</SipAccount>", api));
+    const Parsed named
+        = parseEvent(element, eventDocument(element, oldLeg + "<SipAccount>1001</SipAccount>", api));
     QCOMPARE(named.field("sipAccount"), QStringLiteral("1001"));
 }
 
@@ -381,7 +401,8 @@ void TestCallEventMessages::anonymousCaller_data()
     QTest::addColumn<bool>("hidden");
     QTest::addColumn<int>("flag");
     for (const char* element : {"IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
-        const int flag = QByteArray(element) == "IncomingCall" || QByteArray(element) == "AnsweredCall" ? 0x800 : 0;
+        const int flag
+            = QByteArray(element) == "IncomingCall" || QByteArray(element) == "AnsweredCall" ? 0x800 : 0;
         QTest::addRow("%s sip uri", element) << element << "sip:Anonymous@invalid" << true << flag;
         QTest::addRow("%s bare", element) << element << "ANONYMOUS" << true << flag;
         QTest::addRow("%s number", element) << element << "0612345" << false << 0;
@@ -397,9 +418,10 @@ void TestCallEventMessages::anonymousCaller()
     for (const char* api : {"4.1", "5.4", "6.1"}) {
         const Parsed p = parseEvent(
             element,
-            eventDocument(element, QStringLiteral("<Uid>u1</Uid><Remote>%1</Remote><RemoteName>Eve</RemoteName>"
-                                                  "<RemoteType>internal</RemoteType>")
-                                       .arg(remote),
+            eventDocument(element,
+                          QStringLiteral("<Uid>u1</Uid><Remote>%1</Remote><RemoteName>Eve</RemoteName>"
+                                         "<RemoteType>internal</RemoteType>")
+                              .arg(remote),
                           api));
         QVERIFY(p.success);
         QCOMPARE(p.field("remoteNum"), hidden ? QStringLiteral("anonymous") : remote);
@@ -414,44 +436,43 @@ void TestCallEventMessages::incomingAttributes_data()
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("fields");
     QTest::addColumn<int>("attributes");
+    const auto row = [](const char* name, const char* api, const char* fields, int attributes) {
+        QTest::newRow(name) << QString::fromLatin1(api) << QString::fromLatin1(fields) << attributes;
+    };
     const int local = 0x1, ibl = 0x2, toQueue = 0x40, toGroup = 0x80, xfer = 0x200, c2c = 0x400, anon = 0x800;
-    QTest::newRow("anonymous overrides internal") << "6.1" << "<Remote>anonymous</Remote><RemoteType>internal</RemoteType>"
-                                                  << (anon | ibl);
-    QTest::newRow("EXTERNAL any case") << "6.1" << "<RemoteType>EXTERNAL</RemoteType>" << ibl;
-    QTest::newRow("internal") << "6.1" << "<RemoteType>internal</RemoteType>" << local;
-    QTest::newRow("no remote type") << "6.1" << "" << local;
-    QTest::newRow("IsC2c 1 on 6.1") << "6.1" << "<IsC2c>1</IsC2c>" << (local | c2c);
-    QTest::newRow("IsC2c 1 on 4.1") << "4.1" << "<IsC2c>1</IsC2c>" << (local | c2c);
-    QTest::newRow("IsC2c 0 beats name on 4.5") << "4.5" << "<IsC2c>0</IsC2c><RemoteName>c2c: Bob</RemoteName>"
-                                               << local;
-    QTest::newRow("IsC2c true is no number") << "4.5" << "<IsC2c>true</IsC2c><RemoteName>c2c: Bob</RemoteName>"
-                                             << local;
-    QTest::newRow("c2c name on 4.5") << "4.5" << "<RemoteName>c2c: Bob</RemoteName>" << (local | c2c);
-    QTest::newRow("c2c name on 4.2") << "4.2" << "<RemoteName>c2c: Bob</RemoteName>" << (local | c2c);
-    QTest::newRow("c2c name on 4.10 sorts below 4.5") << "4.10" << "<RemoteName>c2c: Bob</RemoteName>"
-                                                      << (local | c2c);
-    QTest::newRow("c2c name on 4.6") << "4.6" << "<RemoteName>c2c: Bob</RemoteName>" << local;
-    QTest::newRow("c2c name on 5.10") << "5.10" << "<RemoteName>c2c: Bob</RemoteName>" << local;
-    QTest::newRow("C2C name is case-sensitive") << "4.5" << "<RemoteName>C2C: Bob</RemoteName>" << local;
-    QTest::newRow("hidden caller's name guesses nothing")
-        << "4.5" << "<Remote>anonymous</Remote><RemoteName>c2c: Bob</RemoteName>" << (anon | ibl);
-    QTest::newRow("IsXferReturn 1 on 6.1") << "6.1" << "<IsXferReturn>1</IsXferReturn>" << (local | xfer);
-    QTest::newRow("R: name on 4.5") << "4.5" << "<RemoteName>R:1000:Bob</RemoteName>" << (local | xfer);
-    QTest::newRow("R: name on 4.10") << "4.10" << "<RemoteName>R:1000:Bob</RemoteName>" << (local | xfer);
-    QTest::newRow("R: name on 4.6") << "4.6" << "<RemoteName>R:1000:Bob</RemoteName>" << local;
-    QTest::newRow("R: name on 5.4") << "5.4" << "<RemoteName>R:1000:Bob</RemoteName>" << local;
-    QTest::newRow("IsXferReturn 0 beats name") << "4.5" << "<IsXferReturn>0</IsXferReturn><RemoteName>R:1:B</RemoteName>"
-                                               << local;
-    QTest::newRow("R: not at the start") << "4.5" << "<RemoteName>xR:1000:Bob</RemoteName>" << local;
-    QTest::newRow("R: without a number") << "4.5" << "<RemoteName>R::Bob</RemoteName>" << local;
-    QTest::newRow("queue") << "6.1" << "<Queue>500</Queue>" << (local | toQueue);
-    QTest::newRow("queue name alone") << "6.1" << "<QueueName>Support</QueueName>" << local;
-    QTest::newRow("group") << "6.1" << "<Group>600</Group>" << (local | toGroup);
-    QTest::newRow("everything")
-        << "5.10"
-        << "<RemoteType>external</RemoteType><IsC2c>1</IsC2c><IsXferReturn>1</IsXferReturn><Queue>5</Queue>"
-           "<Group>6</Group>"
-        << (ibl | c2c | xfer | toQueue | toGroup);
+    row("anonymous overrides internal", "6.1", "<Remote>anonymous</Remote><RemoteType>internal</RemoteType>",
+        anon | ibl);
+    row("EXTERNAL any case", "6.1", "<RemoteType>EXTERNAL</RemoteType>", ibl);
+    row("internal", "6.1", "<RemoteType>internal</RemoteType>", local);
+    row("no remote type", "6.1", "", local);
+    row("IsC2c 1 on 6.1", "6.1", "<IsC2c>1</IsC2c>", local | c2c);
+    row("IsC2c 1 on 4.1", "4.1", "<IsC2c>1</IsC2c>", local | c2c);
+    row("IsC2c 0 beats name on 4.5", "4.5", "<IsC2c>0</IsC2c><RemoteName>c2c: Bob</RemoteName>", local);
+    row("IsC2c true is no number", "4.5", "<IsC2c>true</IsC2c><RemoteName>c2c: Bob</RemoteName>", local);
+    row("c2c name on 4.5", "4.5", "<RemoteName>c2c: Bob</RemoteName>", local | c2c);
+    row("c2c name on 4.2", "4.2", "<RemoteName>c2c: Bob</RemoteName>", local | c2c);
+    row("c2c name on 4.10 sorts below 4.5", "4.10", "<RemoteName>c2c: Bob</RemoteName>", local | c2c);
+    row("c2c name on 4.6", "4.6", "<RemoteName>c2c: Bob</RemoteName>", local);
+    row("c2c name on 5.10", "5.10", "<RemoteName>c2c: Bob</RemoteName>", local);
+    row("C2C name is case-sensitive", "4.5", "<RemoteName>C2C: Bob</RemoteName>", local);
+    row("hidden caller's name guesses nothing", "4.5",
+        "<Remote>anonymous</Remote><RemoteName>c2c: Bob</RemoteName>", anon | ibl);
+    row("IsXferReturn 1 on 6.1", "6.1", "<IsXferReturn>1</IsXferReturn>", local | xfer);
+    row("R: name on 4.5", "4.5", "<RemoteName>R:1000:Bob</RemoteName>", local | xfer);
+    row("R: name on 4.10", "4.10", "<RemoteName>R:1000:Bob</RemoteName>", local | xfer);
+    row("R: name on 4.6", "4.6", "<RemoteName>R:1000:Bob</RemoteName>", local);
+    row("R: name on 5.4", "5.4", "<RemoteName>R:1000:Bob</RemoteName>", local);
+    row("IsXferReturn 0 beats name", "4.5", "<IsXferReturn>0</IsXferReturn><RemoteName>R:1:B</RemoteName>",
+        local);
+    row("R: not at the start", "4.5", "<RemoteName>xR:1000:Bob</RemoteName>", local);
+    row("R: without a number", "4.5", "<RemoteName>R::Bob</RemoteName>", local);
+    row("queue", "6.1", "<Queue>500</Queue>", local | toQueue);
+    row("queue name alone", "6.1", "<QueueName>Support</QueueName>", local);
+    row("group", "6.1", "<Group>600</Group>", local | toGroup);
+    row("everything", "5.10",
+        "<RemoteType>external</RemoteType><IsC2c>1</IsC2c><IsXferReturn>1</IsXferReturn><Queue>5</Queue>"
+        "<Group>6</Group>",
+        ibl | c2c | xfer | toQueue | toGroup);
 }
 
 void TestCallEventMessages::incomingAttributes()
@@ -474,24 +495,29 @@ void TestCallEventMessages::answeredServiceAndLocalAnswer_data()
     QTest::addColumn<int>("attributes");
     QTest::addColumn<QString>("remoteChannel");
     QTest::addColumn<bool>("localAnswer");
-    const QString same = QStringLiteral("<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/1000-01</RemoteChannel>");
-    const QString other = QStringLiteral("<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/2000-02</RemoteChannel>");
-    QTest::newRow("equal channels on 4.9") << "4.9" << same << 0x100 << "" << false;
-    QTest::newRow("equal channels on 4.1") << "4.1" << same << 0x100 << "" << false;
-    QTest::newRow("equal channels on 4.10") << "4.10" << same << 0x100 << "" << false;
-    QTest::newRow("equal channels on 5.0") << "5.0" << same << 0 << "SIP/1000-01" << false;
-    QTest::newRow("equal channels on 5.10") << "5.10" << same << 0 << "SIP/1000-01" << false;
-    QTest::newRow("IsCallToService 0 on 4.9") << "4.9" << same + "<IsCallToService>0</IsCallToService>" << 0
-                                              << "SIP/1000-01" << false;
-    QTest::newRow("IsCallToService 1 on 6.1") << "6.1" << other + "<IsCallToService>1</IsCallToService>" << 0x100
-                                              << "" << false;
-    QTest::newRow("other channel on 4.9") << "4.9" << other << 0 << "SIP/2000-02" << false;
-    QTest::newRow("no channels on 4.5") << "4.5" << "" << 0x100 << "" << false;
-    QTest::newRow("anonymous") << "6.1" << other + "<Remote>Anonymous</Remote>" << 0x800 << "SIP/2000-02" << false;
-    QTest::newRow("LocalAnswer 1") << "6.1" << other + "<LocalAnswer>1</LocalAnswer>" << 0 << "SIP/2000-02" << true;
-    QTest::newRow("LocalAnswer 2") << "6.1" << other + "<LocalAnswer>2</LocalAnswer>" << 0 << "SIP/2000-02" << false;
-    QTest::newRow("LocalAnswer true") << "6.1" << other + "<LocalAnswer>true</LocalAnswer>" << 0 << "SIP/2000-02"
-                                      << false;
+    const auto row = [](const char* name, const char* api, const QString& fields, int attributes,
+                        const char* remoteChannel, bool localAnswer) {
+        QTest::newRow(name) << QString::fromLatin1(api) << fields << attributes
+                            << QString::fromLatin1(remoteChannel) << localAnswer;
+    };
+    const QString same = QStringLiteral(
+        "<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/1000-01</RemoteChannel>");
+    const QString other = QStringLiteral(
+        "<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/2000-02</RemoteChannel>");
+    row("equal channels on 4.9", "4.9", same, 0x100, "", false);
+    row("equal channels on 4.1", "4.1", same, 0x100, "", false);
+    row("equal channels on 4.10", "4.10", same, 0x100, "", false);
+    row("equal channels on 5.0", "5.0", same, 0, "SIP/1000-01", false);
+    row("equal channels on 5.10", "5.10", same, 0, "SIP/1000-01", false);
+    row("IsCallToService 0 on 4.9", "4.9", same + "<IsCallToService>0</IsCallToService>", 0, "SIP/1000-01",
+        false);
+    row("IsCallToService 1 on 6.1", "6.1", other + "<IsCallToService>1</IsCallToService>", 0x100, "", false);
+    row("other channel on 4.9", "4.9", other, 0, "SIP/2000-02", false);
+    row("no channels on 4.5", "4.5", QString(), 0x100, "", false);
+    row("anonymous", "6.1", other + "<Remote>Anonymous</Remote>", 0x800, "SIP/2000-02", false);
+    row("LocalAnswer 1", "6.1", other + "<LocalAnswer>1</LocalAnswer>", 0, "SIP/2000-02", true);
+    row("LocalAnswer 2", "6.1", other + "<LocalAnswer>2</LocalAnswer>", 0, "SIP/2000-02", false);
+    row("LocalAnswer true", "6.1", other + "<LocalAnswer>true</LocalAnswer>", 0, "SIP/2000-02", false);
 }
 
 void TestCallEventMessages::answeredServiceAndLocalAnswer()
@@ -524,7 +550,8 @@ void TestCallEventMessages::finishedLocalHangup()
     QFETCH(QString, value);
     QFETCH(bool, localHangup);
     const Parsed p = parseEvent(
-        "FinishedCall", eventDocument("FinishedCall", "<Uid>u1</Uid><LocalHangup>" + value + "</LocalHangup>", "5.4"));
+        "FinishedCall",
+        eventDocument("FinishedCall", "<Uid>u1</Uid><LocalHangup>" + value + "</LocalHangup>", "5.4"));
     QVERIFY(p.success);
     QCOMPARE(p.fields.value("localHangup").toBool(), localHangup);
 }
@@ -534,12 +561,16 @@ void TestCallEventMessages::originateCalledNum_data()
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("fields");
     QTest::addColumn<QString>("calledNum");
-    QTest::newRow("To on 4.1") << "4.1" << "<To>3000</To>" << "3000";
-    QTest::newRow("To on 5.4") << "5.4" << "<To>3000</To>" << "3000";
-    QTest::newRow("To on 5.10 sorts below 5.4") << "5.10" << "<To>3000</To>" << "3000";
-    QTest::newRow("To on 5.5") << "5.5" << "<To>3000</To>" << "";
-    QTest::newRow("To on 6.1") << "6.1" << "<To>3000</To>" << "";
-    QTest::newRow("CalledNum wins on 5.4") << "5.4" << "<CalledNum>3001</CalledNum><To>3000</To>" << "3001";
+    const auto row = [](const char* name, const char* api, const char* fields, const char* calledNum) {
+        QTest::newRow(name) << QString::fromLatin1(api) << QString::fromLatin1(fields)
+                            << QString::fromLatin1(calledNum);
+    };
+    row("To on 4.1", "4.1", "<To>3000</To>", "3000");
+    row("To on 5.4", "5.4", "<To>3000</To>", "3000");
+    row("To on 5.10 sorts below 5.4", "5.10", "<To>3000</To>", "3000");
+    row("To on 5.5", "5.5", "<To>3000</To>", "");
+    row("To on 6.1", "6.1", "<To>3000</To>", "");
+    row("CalledNum wins on 5.4", "5.4", "<CalledNum>3001</CalledNum><To>3000</To>", "3001");
 }
 
 void TestCallEventMessages::originateCalledNum()
@@ -547,7 +578,8 @@ void TestCallEventMessages::originateCalledNum()
     QFETCH(QString, api);
     QFETCH(QString, fields);
     QFETCH(QString, calledNum);
-    const Parsed p = parseEvent("OriginateCall", eventDocument("OriginateCall", "<Uid>u1</Uid>" + fields, api));
+    const Parsed p
+        = parseEvent("OriginateCall", eventDocument("OriginateCall", "<Uid>u1</Uid>" + fields, api));
     QVERIFY(p.success);
     QCOMPARE(p.field("calledNum"), calledNum);
 }

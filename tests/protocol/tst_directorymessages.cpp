@@ -12,19 +12,21 @@ namespace {
 // One "Peer" of a "PeerStatusList" as a current server sends it.
 QString fullIdentityXml(const QString& name)
 {
-    return QStringLiteral("<Peer><Name>%1</Name><Type>SIP</Type><AppAccount>1</AppAccount><User>u%1</User>"
-                          "<PWD>p&amp;w&lt;d</PWD><SipCodecs>alaw,ulaw,,g722</SipCodecs><SipTos>104</SipTos>"
-                          "<AudioTos>184</AudioTos><VideoTos>136</VideoTos><DtmfMode>SIPINFO</DtmfMode>"
-                          "<Status>OK (12 ms)</Status><IP>10.0.0.5</IP><Port>5062</Port><UA>Desk 3</UA>"
-                          "<Device><Brand>Acme</Brand><Model>T4</Model><MacAddress>00:11:22:33:44:55</MacAddress>"
-                          "<Note>reception</Note></Device></Peer>")
+    return QStringLiteral(
+               "<Peer><Name>%1</Name><Type>SIP</Type><AppAccount>1</AppAccount><User>u%1</User>"
+               "<PWD>p&amp;w&lt;d</PWD><SipCodecs>alaw,ulaw,,g722</SipCodecs><SipTos>104</SipTos>"
+               "<AudioTos>184</AudioTos><VideoTos>136</VideoTos><DtmfMode>SIPINFO</DtmfMode>"
+               "<Status>OK (12 ms)</Status><IP>10.0.0.5</IP><Port>5062</Port><UA>Desk 3</UA>"
+               "<Device><Brand>Acme</Brand><Model>T4</Model><MacAddress>00:11:22:33:44:55</MacAddress>"
+               "<Note>reception</Note></Device></Peer>")
         .arg(name);
 }
 
 QString userXml(const QString& first, const QString& last, const QString& contacts,
                 const QString& extra = QString())
 {
-    return QStringLiteral("<User><First>%1</First><Last>%2</Last>%3%4</User>").arg(first, last, contacts, extra);
+    return QStringLiteral("<User><First>%1</First><Last>%2</Last>%3%4</User>")
+        .arg(first, last, contacts, extra);
 }
 
 QString extenContact(const QString& exten)
@@ -113,8 +115,8 @@ void TestDirectoryMessages::peerRequests()
 
     GetIdentitiesReqMsg identities;
     const QString identitiesXml = identities.serializeToXml(api);
-    QCOMPARE(requestBody(identitiesXml), emptyElement ? QString("<GetPeerStatus/>")
-                                                      : QString("<GetPeerStatus></GetPeerStatus>"));
+    QCOMPARE(requestBody(identitiesXml),
+             emptyElement ? QString("<GetPeerStatus/>") : QString("<GetPeerStatus></GetPeerStatus>"));
     QCOMPARE(SimpleXmlParser::getTagValue(identitiesXml, "API"), api);
 
     GetBuddyIdentitiesReqMsg peers;
@@ -153,33 +155,33 @@ void TestDirectoryMessages::identities_data()
                           "<PWD>secret</PWD><Status>OK</Status><IP>192.168.1.20</IP><Port>5060</Port>"
                           "<UA>Softphone</UA></Peer></PeerStatusList>",
                           "4.2")
-        << QStringList{"1000"} << QStringList{""} << 0 << "192.168.1.20";
+        << QStringList {"1000"} << QStringList {""} << 0 << "192.168.1.20";
     // "Codecs" only matters when "SipCodecs" gives an empty list, which a split
     // keeping empty parts never does.
     QTest::newRow("4.5 registration codecs ignored")
         << serverDocument("<PeerStatusList><Peer><Name>1000</Name><Codecs>gsm,alaw</Codecs></Peer>"
                           "<Peer><Name>1000-app</Name></Peer></PeerStatusList>",
                           "4.5")
-        << QStringList{"1000", "1000-app"} << QStringList{""} << 0 << "";
+        << QStringList {"1000", "1000-app"} << QStringList {""} << 0 << "";
     QTest::newRow("5.4 codecs and dtmf")
         << serverDocument("<PeerStatusList><Peer><Name>2000</Name><SipCodecs>g722,alaw</SipCodecs>"
                           "<Codecs>gsm</Codecs><DtmfMode>RFC2833</DtmfMode></Peer></PeerStatusList>",
                           "5.4")
-        << QStringList{"2000"} << QStringList{"g722", "alaw"} << 1 << "";
+        << QStringList {"2000"} << QStringList {"g722", "alaw"} << 1 << "";
     QTest::newRow("5.10 unknown dtmf")
         << serverDocument("<PeerStatusList><Peer><Name>3000</Name><DtmfMode>rfc2833</DtmfMode></Peer>"
                           "</PeerStatusList>",
                           "5.10")
-        << QStringList{"3000"} << QStringList{""} << 0 << "";
+        << QStringList {"3000"} << QStringList {""} << 0 << "";
     // A single "Peer" is an update of one identity and reads the same way.
     QTest::newRow("6.1 single peer update")
-        << serverDocument(fullIdentityXml("4000"), "6.1") << QStringList{"4000"}
-        << QStringList{"alaw", "ulaw", "", "g722"} << 2 << "10.0.0.5";
+        << serverDocument(fullIdentityXml("4000"), "6.1") << QStringList {"4000"}
+        << QStringList {"alaw", "ulaw", "", "g722"} << 2 << "10.0.0.5";
     QTest::newRow("5.7 peer without name dropped")
         << serverDocument("<PeerStatusList><Peer><Name>1</Name></Peer><Peer><Type>SIP</Type></Peer>"
                           "<Peer><Name>3</Name></Peer></PeerStatusList>",
                           "5.7")
-        << QStringList{"1", "3"} << QStringList{""} << 0 << "";
+        << QStringList {"1", "3"} << QStringList {""} << 0 << "";
 }
 
 void TestDirectoryMessages::identities()
@@ -272,7 +274,8 @@ void TestDirectoryMessages::identitiesEmptyOrAllInvalid_data()
     QTest::addColumn<int>("invalid");
     QTest::newRow("empty list") << "<PeerStatusList></PeerStatusList>" << 0;
     QTest::newRow("blank list") << "<PeerStatusList>\n  </PeerStatusList>" << 0;
-    QTest::newRow("only invalid") << "<PeerStatusList><Peer><Type>SIP</Type></Peer><Peer/></PeerStatusList>" << 1;
+    QTest::newRow("only invalid") << "<PeerStatusList><Peer><Type>SIP</Type></Peer><Peer/></PeerStatusList>"
+                                  << 1;
 }
 
 void TestDirectoryMessages::identitiesEmptyOrAllInvalid()
@@ -298,7 +301,7 @@ void TestDirectoryMessages::identitiesRoundTrip()
     a.appAccount = true;
     a.user = "alice";
     a.password = "p<&>\"'w";
-    a.codecs = QStringList{"alaw", "", "g722"};
+    a.codecs = QStringList {"alaw", "", "g722"};
     a.sipTos = 255;
     a.audioTos = 184;
     a.videoTos = 1;
@@ -313,7 +316,7 @@ void TestDirectoryMessages::identitiesRoundTrip()
     a.deviceNote = "hall & stairs";
     IdentityEntry b;
     b.name = "1000-mobile";
-    b.codecs = QStringList{"opus"};
+    b.codecs = QStringList {"opus"};
     msg.identities << a << b;
 
     const IdentitiesRespMsg back = roundTrip(msg, "6.1");
@@ -335,7 +338,9 @@ void TestDirectoryMessages::failedRequests_data()
                                       << "BuddyIdentityList request failed: no such user";
     QTest::newRow("buddies") << 2 << "<ExtenList>" + userXml("A", "B", extenContact("100")) + "</ExtenList>"
                              << "Buddies request failed: no such user";
-    QTest::newRow("exten status") << 3 << "<ExtenStatusList>" + statusXml("100", "1", "0", "0") + "</ExtenStatusList>"
+    QTest::newRow("exten status") << 3
+                                  << "<ExtenStatusList>" + statusXml("100", "1", "0", "0")
+            + "</ExtenStatusList>"
                                   << "Buddies status request failed: no such user";
 }
 
@@ -382,12 +387,13 @@ void TestDirectoryMessages::failedRequests()
     // Nothing else is read from a failed answer, not even the envelope.
     QVERIFY(uuid.isEmpty());
     QCOMPARE(api, QString("4.2"));
-    QCOMPARE(log.messages(), QStringList{logLine});
+    QCOMPARE(log.messages(), QStringList {logLine});
 }
 
 void TestDirectoryMessages::emptyRequestFailedIsNoFailure()
 {
-    const QString xml = serverDocument("<RequestFailed></RequestFailed><PeerList><Peer><Name>7</Name></Peer></PeerList>");
+    const QString xml
+        = serverDocument("<RequestFailed></RequestFailed><PeerList><Peer><Name>7</Name></Peer></PeerList>");
     const BuddyIdentitiesRespMsg msg = BuddyIdentitiesRespMsg::parseMessage(xml);
     QVERIFY(msg.success);
     QCOMPARE(msg.buddyIdentities.size(), 1);
@@ -400,17 +406,17 @@ void TestDirectoryMessages::buddyIdentities_data()
     QTest::addColumn<int>("invalid");
     QTest::addColumn<QString>("finalLog");
 
-    QTest::newRow("4.1 sip and iax")
-        << serverDocument("<PeerList><Peer><Name>1000</Name><Type>SIP</Type><Exten>1000</Exten></Peer>"
-                          "<Peer><Name>trunk1</Name><Type>IAX2</Type><Exten></Exten></Peer></PeerList>",
-                          "4.1")
-        << QStringList{"1000|SIP|1000", "trunk1|IAX2|"} << 0 << "BuddyIdentityList msg parsed ok";
+    QTest::newRow("4.1 sip and iax") << serverDocument(
+        "<PeerList><Peer><Name>1000</Name><Type>SIP</Type><Exten>1000</Exten></Peer>"
+        "<Peer><Name>trunk1</Name><Type>IAX2</Type><Exten></Exten></Peer></PeerList>",
+        "4.1") << QStringList {"1000|SIP|1000", "trunk1|IAX2|"}
+                                     << 0 << "BuddyIdentityList msg parsed ok";
     QTest::newRow("5.10 entity in name")
         << serverDocument("<PeerList><Peer><Name>a&amp;b</Name><Type>SIP</Type><Exten>2</Exten></Peer>"
                           "<Peer><Type>SIP</Type><Exten>3</Exten></Peer></PeerList>",
                           "5.10")
-        << QStringList{"a&b|SIP|2"} << 1 << "BuddyIdentityList msg parsed ok";
-    QTest::newRow("6.1 empty") << serverDocument("<PeerList></PeerList>", "6.1") << QStringList{} << 0
+        << QStringList {"a&b|SIP|2"} << 1 << "BuddyIdentityList msg parsed ok";
+    QTest::newRow("6.1 empty") << serverDocument("<PeerList></PeerList>", "6.1") << QStringList {} << 0
                                << "parsed an empty BuddyIdentityList msg";
 }
 
@@ -436,8 +442,8 @@ void TestDirectoryMessages::buddyIdentitiesRoundTrip()
 {
     BuddyIdentitiesRespMsg msg;
     for (int i = 0; i < 50; ++i)
-        msg.buddyIdentities << BuddyIdentityEntry{QString("acc%1").arg(i), i % 3 ? "SIP" : "PJSIP",
-                                                  QString::number(200 + i / 2)};
+        msg.buddyIdentities << BuddyIdentityEntry {QString("acc%1").arg(i), i % 3 ? "SIP" : "PJSIP",
+                                                   QString::number(200 + i / 2)};
     const BuddyIdentitiesRespMsg back = roundTrip(msg, "5.4");
     QVERIFY(back.success);
     QCOMPARE(back.buddyIdentities, msg.buddyIdentities);
@@ -450,21 +456,21 @@ void TestDirectoryMessages::buddies_data()
     QTest::addColumn<QString>("fullName");
     QTest::addColumn<QString>("chatId");
 
-    QTest::newRow("4.2 plain") << serverDocument("<ExtenList>" + userXml("Ada", "Lovelace", extenContact("201"))
-                                                     + "</ExtenList>",
-                                                 "4.2")
+    QTest::newRow("4.2 plain") << serverDocument(
+        "<ExtenList>" + userXml("Ada", "Lovelace", extenContact("201")) + "</ExtenList>", "4.2")
                                << "201"
                                << "Ada Lovelace"
                                << "";
-    QTest::newRow("5.4 first only")
-        << serverDocument("<ExtenList>" + userXml("Ada", "", extenContact("201")) + "</ExtenList>", "5.4") << "201"
-        << "Ada"
-        << "";
-    QTest::newRow("5.4 last only")
-        << serverDocument("<ExtenList>" + userXml("", "Lovelace", extenContact("201")) + "</ExtenList>", "5.4")
-        << "201"
-        << "Lovelace"
-        << "";
+    QTest::newRow("5.4 first only") << serverDocument(
+        "<ExtenList>" + userXml("Ada", "", extenContact("201")) + "</ExtenList>", "5.4")
+                                    << "201"
+                                    << "Ada"
+                                    << "";
+    QTest::newRow("5.4 last only") << serverDocument(
+        "<ExtenList>" + userXml("", "Lovelace", extenContact("201")) + "</ExtenList>", "5.4")
+                                   << "201"
+                                   << "Lovelace"
+                                   << "";
     QTest::newRow("5.7 exten after other contacts")
         << serverDocument("<ExtenList>"
                               + userXml("Ada", "Lovelace",
@@ -519,11 +525,13 @@ void TestDirectoryMessages::buddiesSkipInvalidAmongThousands()
             ++invalid;
             break;
         case 7: // only a mobile number
-            body += userXml("Only", "Mobile", "<Contact><Type>mobile</Type><Value>" + exten + "</Value></Contact>");
+            body += userXml("Only", "Mobile",
+                            "<Contact><Type>mobile</Type><Value>" + exten + "</Value></Contact>");
             ++invalid;
             break;
         case 9: // the type is compared exactly
-            body += userXml("Upper", "Case", "<Contact><Type>EXTEN</Type><Value>" + exten + "</Value></Contact>");
+            body += userXml("Upper", "Case",
+                            "<Contact><Type>EXTEN</Type><Value>" + exten + "</Value></Contact>");
             ++invalid;
             break;
         default:
@@ -555,16 +563,16 @@ void TestDirectoryMessages::buddiesEmptyListHasNoEmptyWord()
     const BuddiesRespMsg msg = BuddiesRespMsg::parseMessage(serverDocument("<ExtenList></ExtenList>", "5.2"));
     QVERIFY(msg.success);
     QVERIFY(msg.buddies.isEmpty());
-    QCOMPARE(log.messages(), QStringList{"BuddyList msg parsed ok"});
+    QCOMPARE(log.messages(), QStringList {"BuddyList msg parsed ok"});
 }
 
 void TestDirectoryMessages::buddiesRoundTripDerivesFullName()
 {
     BuddiesRespMsg msg;
-    BuddyEntry a{"Ada", "Lovelace", "Ada Lovelace", "201", "Analytical & Co", "R&D", "ada@pbx", "c-1"};
-    BuddyEntry b{"", "Babbage", "Babbage", "202", "", "", "", ""};
+    BuddyEntry a {"Ada", "Lovelace", "Ada Lovelace", "201", "Analytical & Co", "R&D", "ada@pbx", "c-1"};
+    BuddyEntry b {"", "Babbage", "Babbage", "202", "", "", "", ""};
     // The full name is not on the wire: it comes back derived from the names.
-    BuddyEntry c{"Charles", "", "Mr C", "203", "", "", "", ""};
+    BuddyEntry c {"Charles", "", "Mr C", "203", "", "", "", ""};
     msg.buddies << a << b << c;
 
     const BuddiesRespMsg back = roundTrip(msg, "6.1");
@@ -584,26 +592,25 @@ void TestDirectoryMessages::extenStatus_data()
     QTest::addColumn<bool>("paused");
     QTest::addColumn<int>("blf");
 
-    QTest::newRow("4.9 idle logged")
-        << serverDocument("<ExtenStatusList>" + statusXml("100", "1", "0", "0") + "</ExtenStatusList>", "4.9")
-        << true << false << 0;
+    QTest::newRow("4.9 idle logged") << serverDocument(
+        "<ExtenStatusList>" + statusXml("100", "1", "0", "0") + "</ExtenStatusList>", "4.9")
+                                     << true << false << 0;
     QTest::newRow("5.4 in use ringing paused")
         << serverDocument("<ExtenStatusList>" + statusXml("100", "0", "1", "9") + "</ExtenStatusList>", "5.4")
         << false << true << 9;
     // The wire form is the number; the text reads as unknown.
-    QTest::newRow("5.7 text status")
-        << serverDocument("<ExtenStatusList>" + statusXml("100", "1", "1", "INUSE") + "</ExtenStatusList>", "5.7")
-        << true << true << 4;
-    QTest::newRow("5.10 not found")
-        << serverDocument("<ExtenStatusList>" + statusXml("100", "true", "yes", "-1") + "</ExtenStatusList>",
-                          "5.10")
-        << false << false << -1;
+    QTest::newRow("5.7 text status") << serverDocument(
+        "<ExtenStatusList>" + statusXml("100", "1", "1", "INUSE") + "</ExtenStatusList>", "5.7")
+                                     << true << true << 4;
+    QTest::newRow("5.10 not found") << serverDocument(
+        "<ExtenStatusList>" + statusXml("100", "true", "yes", "-1") + "</ExtenStatusList>", "5.10")
+                                    << false << false << -1;
     QTest::newRow("6.1 single event, no blf")
-        << serverDocument("<ExtenStatus><Exten>100</Exten><CtiLogged>1</CtiLogged></ExtenStatus>", "6.1") << true
-        << false << 4;
-    QTest::newRow("6.1 unknown number kept")
-        << serverDocument("<ExtenStatusList>" + statusXml("100", "0", "0", "32") + "</ExtenStatusList>", "6.1")
-        << false << false << 32;
+        << serverDocument("<ExtenStatus><Exten>100</Exten><CtiLogged>1</CtiLogged></ExtenStatus>", "6.1")
+        << true << false << 4;
+    QTest::newRow("6.1 unknown number kept") << serverDocument(
+        "<ExtenStatusList>" + statusXml("100", "0", "0", "32") + "</ExtenStatusList>", "6.1")
+                                             << false << false << 32;
 }
 
 void TestDirectoryMessages::extenStatus()
@@ -616,7 +623,7 @@ void TestDirectoryMessages::extenStatus()
     QtLogCapture log;
     const ExtenStatusRespMsg msg = ExtenStatusRespMsg::parseMessage(xml);
     QVERIFY(msg.success);
-    QCOMPARE(msg.statusMap.keys(), QStringList{"100"});
+    QCOMPARE(msg.statusMap.keys(), QStringList {"100"});
     const BuddyStatus s = msg.statusMap.value("100");
     QCOMPARE(s.exten, QString("100"));
     QCOMPARE(s.ctiLogged, logged);
@@ -625,14 +632,15 @@ void TestDirectoryMessages::extenStatus()
     // Presence and accounts are not on the wire.
     QCOMPARE(s.presence, TELVIX::ChatPresenceInvalid);
     QVERIFY(s.contacts.isEmpty());
-    QCOMPARE(log.messages(), QStringList{"BuddyStatusMap msg parsed ok"});
+    QCOMPARE(log.messages(), QStringList {"BuddyStatusMap msg parsed ok"});
 }
 
 void TestDirectoryMessages::extenStatusLaterEntryWins()
 {
     QString body = "<ExtenStatusList>";
     for (int i = 0; i < 2000; ++i)
-        body += statusXml(QString::number(100 + i % 500), QString::number(i % 2), "0", QString::number(i / 500));
+        body += statusXml(QString::number(100 + i % 500), QString::number(i % 2), "0",
+                          QString::number(i / 500));
     body += "<ExtenStatus><CtiLogged>1</CtiLogged><BlfStatus>2</BlfStatus></ExtenStatus>";
     body += "</ExtenStatusList>";
 
@@ -650,12 +658,12 @@ void TestDirectoryMessages::extenStatusLaterEntryWins()
 void TestDirectoryMessages::extenStatusEmpty()
 {
     QtLogCapture log;
-    const ExtenStatusRespMsg msg = ExtenStatusRespMsg::parseMessage(
-        serverDocument("<ExtenStatusList><ExtenStatus><BlfStatus>0</BlfStatus></ExtenStatus></ExtenStatusList>"));
+    const ExtenStatusRespMsg msg = ExtenStatusRespMsg::parseMessage(serverDocument(
+        "<ExtenStatusList><ExtenStatus><BlfStatus>0</BlfStatus></ExtenStatus></ExtenStatusList>"));
     QVERIFY(msg.success);
     QVERIFY(msg.statusMap.isEmpty());
     QCOMPARE(log.messages(),
-             (QStringList{"parsed an invalid BuddyStatus msg", "parsed an empty BuddyStatusMap msg"}));
+             (QStringList {"parsed an invalid BuddyStatus msg", "parsed an empty BuddyStatusMap msg"}));
 }
 
 void TestDirectoryMessages::extenStatusRoundTripCarriesWireFieldsOnly()
@@ -673,7 +681,7 @@ void TestDirectoryMessages::extenStatusRoundTripCarriesWireFieldsOnly()
     b.blfStatus = TELVIX::BlfNotFound;
     b.presence = TELVIX::ChatPresenceAway;
     b.presenceText = "lunch";
-    b.contacts = QStringList{"101", "101-app"};
+    b.contacts = QStringList {"101", "101-app"};
     msg.statusMap.insert(a.exten, a);
     msg.statusMap.insert(b.exten, b);
 
@@ -691,11 +699,11 @@ void TestDirectoryMessages::extenStatusRoundTripCarriesWireFieldsOnly()
 void TestDirectoryMessages::toPhoneBook()
 {
     BuddyBook book;
-    book << BuddyEntry{"Ada", "Lovelace", "Ada Lovelace", "201", "Acme", "R&D", "ada@pbx", "c-201"};
-    book << BuddyEntry{"Me", "Myself", "Me Myself", "200", "", "", "", "c-200"};
-    book << BuddyEntry{"Bob", "", "Bob", "202", "", "", "", ""};
+    book << BuddyEntry {"Ada", "Lovelace", "Ada Lovelace", "201", "Acme", "R&D", "ada@pbx", "c-201"};
+    book << BuddyEntry {"Me", "Myself", "Me Myself", "200", "", "", "", "c-200"};
+    book << BuddyEntry {"Bob", "", "Bob", "202", "", "", "", ""};
 
-    const PhoneBook pb = book.toPhoneBook(QStringList{"200"});
+    const PhoneBook pb = book.toPhoneBook(QStringList {"200"});
     QCOMPARE(pb.type, PHONEBOOK::PB_EXTEN);
     QVERIFY(pb.name.isEmpty());
     QVERIFY(pb.folder.isEmpty());
@@ -724,8 +732,8 @@ void TestDirectoryMessages::toPhoneBook()
 void TestDirectoryMessages::toPhoneBookWithoutNames()
 {
     BuddyBook book;
-    book << BuddyEntry{"", "", "", "299", "Lobby", "", "", ""};
-    const PhoneBook pb = book.toPhoneBook(QStringList{"2", "29"});
+    book << BuddyEntry {"", "", "", "299", "Lobby", "", "", ""};
+    const PhoneBook pb = book.toPhoneBook(QStringList {"2", "29"});
     QCOMPARE(pb.entries.size(), 1);
     QVERIFY(pb.entries.first().displayName.isEmpty());
     QCOMPARE(pb.entries.first().extenNumber, QString("299"));

@@ -12,7 +12,7 @@ namespace {
 
 ContactEntry contact(const QString& kind, const QString& label, const QString& value, bool primary = false)
 {
-    return ContactEntry{kind, label, value, primary};
+    return ContactEntry {kind, label, value, primary};
 }
 
 QString writeContact(const PhoneBookEntry& entry)
@@ -83,43 +83,43 @@ void TestPhoneBook::addContact_data()
     QTest::addColumn<QStringList>("cached"); // email, exten, work, mobile, home
 
     QTest::newRow("empty value not stored")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "")} << QStringList{}
-        << QStringList{"", "", "", "", ""};
-    QTest::newRow("empty kind not stored")
-        << QList<ContactEntry>{contact("", CTYPE_LABEL_MOBILE, "333")} << QStringList{}
-        << QStringList{"", "", "", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "")} << QStringList {}
+        << QStringList {"", "", "", "", ""};
+    QTest::newRow("empty kind not stored") << QList<ContactEntry> {contact("", CTYPE_LABEL_MOBILE, "333")}
+                                           << QStringList {} << QStringList {"", "", "", "", ""};
     QTest::newRow("exten is also work")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201")}
-        << QStringList{"phone/exten=201"} << QStringList{"", "201", "201", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201")}
+        << QStringList {"phone/exten=201"} << QStringList {"", "201", "201", "", ""};
     QTest::newRow("first mobile wins")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333"),
-                               contact(CTYPE_KIND_PHONE, CTYPE_LABEL_WORK_MOBILE, "334")}
-        << QStringList{"phone/mobile=333", "phone/work_mobile=334"} << QStringList{"", "", "", "333", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333"),
+                                contact(CTYPE_KIND_PHONE, CTYPE_LABEL_WORK_MOBILE, "334")}
+        << QStringList {"phone/mobile=333", "phone/work_mobile=334"} << QStringList {"", "", "", "333", ""};
     QTest::newRow("later primary mobile replaces")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333", true),
-                               contact(CTYPE_KIND_PHONE, CTYPE_LABEL_HOME, "051"),
-                               contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "334", true)}
-        << QStringList{"phone/mobile=333", "phone/home=051", "phone/mobile=334*"}
-        << QStringList{"", "", "", "334", "051"};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333", true),
+                                contact(CTYPE_KIND_PHONE, CTYPE_LABEL_HOME, "051"),
+                                contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "334", true)}
+        << QStringList {"phone/mobile=333", "phone/home=051", "phone/mobile=334*"}
+        << QStringList {"", "", "", "334", "051"};
     QTest::newRow("work after exten stays exten")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201"),
-                               contact(CTYPE_KIND_PHONE, CTYPE_LABEL_WORK, "0511234")}
-        << QStringList{"phone/exten=201", "phone/work=0511234"} << QStringList{"", "201", "201", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201"),
+                                contact(CTYPE_KIND_PHONE, CTYPE_LABEL_WORK, "0511234")}
+        << QStringList {"phone/exten=201", "phone/work=0511234"} << QStringList {"", "201", "201", "", ""};
     QTest::newRow("primary work takes over work")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201"),
-                               contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MAIN, "0511234", true)}
-        << QStringList{"phone/exten=201", "phone/main=0511234*"} << QStringList{"", "201", "0511234", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_EXTEN, "201"),
+                                contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MAIN, "0511234", true)}
+        << QStringList {"phone/exten=201", "phone/main=0511234*"}
+        << QStringList {"", "201", "0511234", "", ""};
     QTest::newRow("fax fills nothing")
-        << QList<ContactEntry>{contact(CTYPE_KIND_PHONE, CTYPE_LABEL_FAX, "0519")} << QStringList{"phone/fax=0519"}
-        << QStringList{"", "", "", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_PHONE, CTYPE_LABEL_FAX, "0519")}
+        << QStringList {"phone/fax=0519"} << QStringList {"", "", "", "", ""};
     QTest::newRow("email of any label")
-        << QList<ContactEntry>{contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_HOME, "a@home"),
-                               contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_MAIN, "a@work")}
-        << QStringList{"email/home=a@home", "email/main=a@work"} << QStringList{"a@home", "", "", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_HOME, "a@home"),
+                                contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_MAIN, "a@work")}
+        << QStringList {"email/home=a@home", "email/main=a@work"} << QStringList {"a@home", "", "", "", ""};
     QTest::newRow("im and other fill nothing")
-        << QList<ContactEntry>{contact(CTYPE_KIND_IM, CTYPE_LABEL_MAIN, "ada@im"),
-                               contact(CTYPE_KIND_OTHER, CTYPE_LABEL_MOBILE, "x")}
-        << QStringList{"im/main=ada@im", "other/mobile=x"} << QStringList{"", "", "", "", ""};
+        << QList<ContactEntry> {contact(CTYPE_KIND_IM, CTYPE_LABEL_MAIN, "ada@im"),
+                                contact(CTYPE_KIND_OTHER, CTYPE_LABEL_MOBILE, "x")}
+        << QStringList {"im/main=ada@im", "other/mobile=x"} << QStringList {"", "", "", "", ""};
 }
 
 void TestPhoneBook::addContact()
@@ -132,7 +132,8 @@ void TestPhoneBook::addContact()
     for (const ContactEntry& c : added)
         entry.addContact(c);
     QCOMPARE(describe(entry.contacts), held);
-    QCOMPARE((QStringList{entry.email, entry.extenNumber, entry.workNumber, entry.mobileNumber, entry.homeNumber}),
+    QCOMPARE((QStringList {entry.email, entry.extenNumber, entry.workNumber, entry.mobileNumber,
+                           entry.homeNumber}),
              cached);
 }
 
@@ -142,7 +143,8 @@ void TestPhoneBook::primaryClearsOnlyItsKind()
     entry.addContact(contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_MAIN, "a@x", true));
     entry.addContact(contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333", true));
     entry.addContact(contact(CTYPE_KIND_PHONE, CTYPE_LABEL_HOME, "051", true));
-    QCOMPARE(describe(entry.contacts), (QStringList{"email/main=a@x*", "phone/mobile=333", "phone/home=051*"}));
+    QCOMPARE(describe(entry.contacts),
+             (QStringList {"email/main=a@x*", "phone/mobile=333", "phone/home=051*"}));
     // The cache is not revised when a mark is taken away.
     QCOMPARE(entry.mobileNumber, QString("333"));
     QCOMPARE(entry.homeNumber, QString("051"));
@@ -165,7 +167,7 @@ void TestPhoneBook::toStringLists()
     entry.company = "Acme";
     entry.unit = "R&D";
     entry.address = "12 Engine Row";
-    const QStringList labels{CTYPE_LABEL_MOBILE, CTYPE_LABEL_HOME, CTYPE_LABEL_EXTEN};
+    const QStringList labels {CTYPE_LABEL_MOBILE, CTYPE_LABEL_HOME, CTYPE_LABEL_EXTEN};
     for (int i = 0; i < contacts; ++i)
         entry.addContact(contact(CTYPE_KIND_PHONE, labels.at(i), QString::number(100 + i)));
 
@@ -188,10 +190,14 @@ void TestPhoneBook::fromJsonRejects_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QString>("logLine");
-    QTest::newRow("not json") << "{firstName: Ada" << "Failed to create JSON doc from string";
-    QTest::newRow("empty text") << "" << "Failed to create JSON doc from string";
-    QTest::newRow("array") << "[1]" << "JSON is not an object.";
-    QTest::newRow("empty object") << "{}" << "JSON object is empty.";
+    QTest::newRow("not json") << "{firstName: Ada"
+                              << "Failed to create JSON doc from string";
+    QTest::newRow("empty text") << ""
+                                << "Failed to create JSON doc from string";
+    QTest::newRow("array") << "[1]"
+                           << "JSON is not an object.";
+    QTest::newRow("empty object") << "{}"
+                                  << "JSON object is empty.";
 }
 
 void TestPhoneBook::fromJsonRejects()
@@ -201,7 +207,7 @@ void TestPhoneBook::fromJsonRejects()
     QtLogCapture log;
     const PhoneBookEntry entry = PhoneBookEntry::fromJson(json);
     QCOMPARE(entry, PhoneBookEntry());
-    QCOMPARE(log.messages(), QStringList{logLine});
+    QCOMPARE(log.messages(), QStringList {logLine});
 }
 
 void TestPhoneBook::fromJsonReadsEntry()
@@ -226,7 +232,8 @@ void TestPhoneBook::fromJsonReadsEntry()
     // Contacts are taken as given, empty ones and kindless ones included, and
     // no primary mark is read; only the cache follows them.
     QCOMPARE(describe(entry.contacts),
-             (QStringList{"phone/mobile=333", "phone/mobile=334", "phone/home=", "email/work=ada@acme", "/exten=201"}));
+             (QStringList {"phone/mobile=333", "phone/mobile=334", "phone/home=", "email/work=ada@acme",
+                           "/exten=201"}));
     QCOMPARE(entry.mobileNumber, QString("333"));
     QCOMPARE(entry.homeNumber, QString(""));
     QCOMPARE(entry.email, QString("ada@acme"));
@@ -269,8 +276,9 @@ void TestPhoneBook::contactToXmlExact()
 
     entry.contactUuid.clear();
     entry.contacts.clear();
-    QCOMPARE(writeContact(entry), QString("<User><First>Ada</First><Last>Love&lt;lace&gt;</Last>"
-                                          "<Company>A&amp;B</Company><Unit></Unit><Contacts/></User>"));
+    QCOMPARE(writeContact(entry),
+             QString("<User><First>Ada</First><Last>Love&lt;lace&gt;</Last>"
+                     "<Company>A&amp;B</Company><Unit></Unit><Contacts/></User>"));
 }
 
 void TestPhoneBook::contactToXmlTypes_data()
@@ -284,7 +292,8 @@ void TestPhoneBook::contactToXmlTypes_data()
     QTest::newRow("email main") << CTYPE_KIND_EMAIL << CTYPE_LABEL_MAIN << "EMAIL";
     QTest::newRow("email home") << CTYPE_KIND_EMAIL << CTYPE_LABEL_HOME << "HOME";
     QTest::newRow("im main") << CTYPE_KIND_IM << CTYPE_LABEL_MAIN << "IM";
-    QTest::newRow("phone without label") << CTYPE_KIND_PHONE << "" << "";
+    QTest::newRow("phone without label") << CTYPE_KIND_PHONE << ""
+                                         << "";
 }
 
 void TestPhoneBook::contactToXmlTypes()
@@ -296,26 +305,39 @@ void TestPhoneBook::contactToXmlTypes()
     entry.addContact(contact(kind, label, "v1"));
     const QString xml = writeContact(entry);
     const QStringList types = SimpleXmlParser::getTagsValues(xml, "Type");
-    QCOMPARE(types, type.isEmpty() ? QStringList{} : QStringList{type});
+    QCOMPARE(types, type.isEmpty() ? QStringList {} : QStringList {type});
 }
 
 void TestPhoneBook::contactFromXmlTypes_data()
 {
     QTest::addColumn<QString>("type");
     QTest::addColumn<QString>("described"); // empty: dropped
-    QTest::newRow("exten") << "exten" << "phone/exten=v";
-    QTest::newRow("EXTEN") << "EXTEN" << "phone/exten=v";
-    QTest::newRow("home") << "HOME" << "phone/home=v";
-    QTest::newRow("WORK") << "WORK" << "phone/work=v";
-    QTest::newRow("work") << "work" << "phone/work=v";
-    QTest::newRow("Mobile") << "Mobile" << "phone/mobile=v";
-    QTest::newRow("WORK_MOBILE") << "WORK_MOBILE" << "phone/work_mobile=v";
-    QTest::newRow("fax") << "FAX" << "phone/fax=v";
-    QTest::newRow("email") << "EMAIL" << "email/main=v";
-    QTest::newRow("pager") << "PAGER" << "";
-    QTest::newRow("phone") << "PHONE" << "";
-    QTest::newRow("main") << "MAIN" << "";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("exten") << "exten"
+                           << "phone/exten=v";
+    QTest::newRow("EXTEN") << "EXTEN"
+                           << "phone/exten=v";
+    QTest::newRow("home") << "HOME"
+                          << "phone/home=v";
+    QTest::newRow("WORK") << "WORK"
+                          << "phone/work=v";
+    QTest::newRow("work") << "work"
+                          << "phone/work=v";
+    QTest::newRow("Mobile") << "Mobile"
+                            << "phone/mobile=v";
+    QTest::newRow("WORK_MOBILE") << "WORK_MOBILE"
+                                 << "phone/work_mobile=v";
+    QTest::newRow("fax") << "FAX"
+                         << "phone/fax=v";
+    QTest::newRow("email") << "EMAIL"
+                           << "email/main=v";
+    QTest::newRow("pager") << "PAGER"
+                           << "";
+    QTest::newRow("phone") << "PHONE"
+                           << "";
+    QTest::newRow("main") << "MAIN"
+                          << "";
+    QTest::newRow("empty") << ""
+                           << "";
 }
 
 void TestPhoneBook::contactFromXmlTypes()
@@ -323,8 +345,8 @@ void TestPhoneBook::contactFromXmlTypes()
     QFETCH(QString, type);
     QFETCH(QString, described);
     QtLogCapture log;
-    const PhoneBookEntry entry = PhonebookToXmlUtil::contactFromXml(
-        userXml(xmlContact(type, "v") + xmlContact("MOBILE", "333")));
+    const PhoneBookEntry entry
+        = PhonebookToXmlUtil::contactFromXml(userXml(xmlContact(type, "v") + xmlContact("MOBILE", "333")));
     // The entry stays, whatever becomes of its contacts.
     QCOMPARE(entry.contactUuid, QString("u-1"));
     QStringList expected;
@@ -340,11 +362,19 @@ void TestPhoneBook::contactFromXmlNames_data()
     QTest::addColumn<QString>("xml");
     QTest::addColumn<QString>("displayName");
     QTest::addColumn<QString>("unit");
-    QTest::newRow("both") << userXml("") << "Ada Lovelace" << "R&D";
-    QTest::newRow("first only") << "<User><First>Ada</First><Last></Last></User>" << "Ada" << "";
-    QTest::newRow("last only") << "<User><Last>Lovelace</Last></User>" << "Lovelace" << "";
-    QTest::newRow("no names") << "<User><Company>Acme</Company></User>" << "" << "";
-    QTest::newRow("attributes on user") << "<User id='7'><First>Ada</First><Unit>Ops</Unit></User>" << "Ada"
+    QTest::newRow("both") << userXml("") << "Ada Lovelace"
+                          << "R&D";
+    QTest::newRow("first only") << "<User><First>Ada</First><Last></Last></User>"
+                                << "Ada"
+                                << "";
+    QTest::newRow("last only") << "<User><Last>Lovelace</Last></User>"
+                               << "Lovelace"
+                               << "";
+    QTest::newRow("no names") << "<User><Company>Acme</Company></User>"
+                              << ""
+                              << "";
+    QTest::newRow("attributes on user") << "<User id='7'><First>Ada</First><Unit>Ops</Unit></User>"
+                                        << "Ada"
                                         << "Ops";
 }
 
@@ -384,13 +414,13 @@ void TestPhoneBook::xmlRoundTripDeviations_data()
     QTest::addColumn<ContactEntry>("written");
     QTest::addColumn<QStringList>("read");
     // A main phone number goes out as "PHONE", which no reader knows.
-    QTest::newRow("phone main lost") << contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MAIN, "051") << QStringList{};
-    QTest::newRow("im lost") << contact(CTYPE_KIND_IM, CTYPE_LABEL_MAIN, "a@im") << QStringList{};
+    QTest::newRow("phone main lost") << contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MAIN, "051") << QStringList {};
+    QTest::newRow("im lost") << contact(CTYPE_KIND_IM, CTYPE_LABEL_MAIN, "a@im") << QStringList {};
     // The label speaks for the kind: a home address becomes a home phone.
-    QTest::newRow("email home turns phone") << contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_HOME, "a@home")
-                                            << QStringList{"phone/home=a@home"};
-    QTest::newRow("primary not carried") << contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333", true)
-                                         << QStringList{"phone/mobile=333"};
+    QTest::newRow("email home turns phone")
+        << contact(CTYPE_KIND_EMAIL, CTYPE_LABEL_HOME, "a@home") << QStringList {"phone/home=a@home"};
+    QTest::newRow("primary not carried")
+        << contact(CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "333", true) << QStringList {"phone/mobile=333"};
 }
 
 void TestPhoneBook::xmlRoundTripDeviations()

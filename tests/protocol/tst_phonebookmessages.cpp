@@ -50,8 +50,8 @@ PhoneBookEntry sampleEntry(const QString& uuid)
     entry.displayName = "Ada Lovelace & Co";
     entry.company = "Acme";
     entry.unit = "R&D";
-    entry.addContact(ContactEntry{CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "+39 333", false});
-    entry.addContact(ContactEntry{CTYPE_KIND_EMAIL, CTYPE_LABEL_MAIN, "ada@acme", false});
+    entry.addContact(ContactEntry {CTYPE_KIND_PHONE, CTYPE_LABEL_MOBILE, "+39 333", false});
+    entry.addContact(ContactEntry {CTYPE_KIND_EMAIL, CTYPE_LABEL_MAIN, "ada@acme", false});
     return entry;
 }
 
@@ -89,32 +89,29 @@ void TestPhoneBookMessages::pbookBooks_data()
     QTest::addColumn<QString>("xml");
     QTest::addColumn<QStringList>("books");
 
-    QTest::newRow("4.2 public only")
-        << serverDocument("<PhoneBookList>" + book("Public", user("a", "A") + user("b", "B")) + "</PhoneBookList>",
-                          "4.2")
-        << QStringList{"Public:a,b"};
+    QTest::newRow("4.2 public only") << serverDocument(
+        "<PhoneBookList>" + book("Public", user("a", "A") + user("b", "B")) + "</PhoneBookList>", "4.2")
+                                     << QStringList {"Public:a,b"};
     QTest::newRow("5.4 both folders")
         << serverDocument("<PhoneBookList>" + book("Public", user("a", "A", "-1"))
                               + book("Private", user("p", "P", "1000")) + "</PhoneBookList>",
                           "5.4")
-        << QStringList{"Public:a", "Private:p"};
+        << QStringList {"Public:a", "Private:p"};
     // The folder element is not looked at: only "Owner" decides.
-    QTest::newRow("5.7 owner decides, not folder")
-        << serverDocument("<PhoneBookList>" + book("Private", user("a", "A", "") + user("p", "P", "1000"))
-                              + book("Public", user("q", "Q", "alice") + user("b", "B", "-1")) + "</PhoneBookList>",
-                          "5.7")
-        << QStringList{"Public:a,b", "Private:p,q"};
-    QTest::newRow("5.10 private only")
-        << serverDocument("<PhoneBookList>" + book("Private", user("p", "P", "1000")) + "</PhoneBookList>", "5.10")
-        << QStringList{"Private:p"};
+    QTest::newRow("5.7 owner decides, not folder") << serverDocument(
+        "<PhoneBookList>" + book("Private", user("a", "A", "") + user("p", "P", "1000"))
+            + book("Public", user("q", "Q", "alice") + user("b", "B", "-1")) + "</PhoneBookList>",
+        "5.7") << QStringList {"Public:a,b", "Private:p,q"};
+    QTest::newRow("5.10 private only") << serverDocument(
+        "<PhoneBookList>" + book("Private", user("p", "P", "1000")) + "</PhoneBookList>", "5.10")
+                                       << QStringList {"Private:p"};
     QTest::newRow("6.1 phonebook event, users without book")
         << serverDocument("<Phonebook>" + user("a", "A") + user("p", "P", "0") + "</Phonebook>", "6.1")
-        << QStringList{"Public:a", "Private:p"};
-    QTest::newRow("6.1 entry without uuid skipped")
-        << serverDocument("<PhoneBookList>" + book("Public", user(QString(), "X") + user("", "Y") + user("b", "B"))
-                              + "</PhoneBookList>",
-                          "6.1")
-        << QStringList{"Public:b"};
+        << QStringList {"Public:a", "Private:p"};
+    QTest::newRow("6.1 entry without uuid skipped") << serverDocument(
+        "<PhoneBookList>" + book("Public", user(QString(), "X") + user("", "Y") + user("b", "B"))
+            + "</PhoneBookList>",
+        "6.1") << QStringList {"Public:b"};
 }
 
 void TestPhoneBookMessages::pbookBooks()
@@ -164,7 +161,8 @@ void TestPhoneBookMessages::pbookThousandsWithMalformed()
     int invalid = 0;
     for (int i = 0; i < 3000; ++i) {
         const QString uuid = QString("c-%1").arg(i);
-        const QString contacts = "<Contact><Type>MOBILE</Type><Value>3" + QString::number(i) + "</Value></Contact>";
+        const QString contacts
+            = "<Contact><Type>MOBILE</Type><Value>3" + QString::number(i) + "</Value></Contact>";
         if (i % 13 == 5) {
             publicUsers += user(QString(), "Nouuid" + QString::number(i), QString(), contacts);
             ++invalid;
@@ -186,7 +184,7 @@ void TestPhoneBookMessages::pbookThousandsWithMalformed()
     const PBookRespMsg msg = PBookRespMsg::parseMessage(xml);
     QVERIFY(msg.success);
     QCOMPARE(describe(msg.phoneBooks),
-             (QStringList{"Public:" + expectedPublic.join(','), "Private:" + expectedPrivate.join(',')}));
+             (QStringList {"Public:" + expectedPublic.join(','), "Private:" + expectedPrivate.join(',')}));
     // Each entry's fields come from its own text.
     for (const PhoneBook& b : msg.phoneBooks) {
         for (const PhoneBookEntry& e : b.entries) {
@@ -203,8 +201,10 @@ void TestPhoneBookMessages::pbookEmpty_data()
 {
     QTest::addColumn<QString>("body");
     QTest::newRow("no users") << "<PhoneBookList></PhoneBookList>";
-    QTest::newRow("empty books") << "<PhoneBookList>" + book("Public", "") + book("Private", "") + "</PhoneBookList>";
-    QTest::newRow("only invalid users") << "<PhoneBookList>" + book("Public", user("", "X")) + "</PhoneBookList>";
+    QTest::newRow("empty books") << "<PhoneBookList>" + book("Public", "") + book("Private", "")
+            + "</PhoneBookList>";
+    QTest::newRow("only invalid users")
+        << "<PhoneBookList>" + book("Public", user("", "X")) + "</PhoneBookList>";
 }
 
 void TestPhoneBookMessages::pbookEmpty()
@@ -220,13 +220,13 @@ void TestPhoneBookMessages::pbookEmpty()
 void TestPhoneBookMessages::pbookFailed()
 {
     QtLogCapture log;
-    const PBookRespMsg msg = PBookRespMsg::parseMessage(
-        failedDocument("db &lt;down&gt;", "<PhoneBookList>" + book("Public", user("a", "A")) + "</PhoneBookList>"));
+    const PBookRespMsg msg = PBookRespMsg::parseMessage(failedDocument(
+        "db &lt;down&gt;", "<PhoneBookList>" + book("Public", user("a", "A")) + "</PhoneBookList>"));
     QVERIFY(!msg.success);
     QCOMPARE(msg.errorMessage, QString("db <down>"));
     QVERIFY(msg.phoneBooks.isEmpty());
     QVERIFY(msg.uuid.isEmpty());
-    QCOMPARE(log.messages(), QStringList{"PBook request failed: db <down>"});
+    QCOMPARE(log.messages(), QStringList {"PBook request failed: db <down>"});
 }
 
 void TestPhoneBookMessages::pbookRoundTrip()
@@ -240,7 +240,7 @@ void TestPhoneBookMessages::pbookRoundTrip()
     msg.phoneBooks << pub;
 
     const QString xml = msg.serializeToXml("6.1");
-    QCOMPARE(SimpleXmlParser::getTagsValues(xml, "PhoneBookFolder"), QStringList{"Public"});
+    QCOMPARE(SimpleXmlParser::getTagsValues(xml, "PhoneBookFolder"), QStringList {"Public"});
     const PBookRespMsg back = PBookRespMsg::parseMessage(xml);
     QVERIFY(back.success);
     QCOMPARE(back.phoneBooks.size(), 1);
@@ -251,12 +251,12 @@ void TestPhoneBookMessages::pbookRoundTripLosesOwner()
 {
     // Entries are written without "Owner": private books come back public.
     PBookRespMsg msg;
-    PhoneBook pub{{sampleEntry("a")}, PB_VANTOR, QString(), PB_FOLDER_PUBLIC};
-    PhoneBook priv{{sampleEntry("p")}, PB_VANTOR, QString(), PB_FOLDER_PRIVATE};
+    PhoneBook pub {{sampleEntry("a")}, PB_VANTOR, QString(), PB_FOLDER_PUBLIC};
+    PhoneBook priv {{sampleEntry("p")}, PB_VANTOR, QString(), PB_FOLDER_PRIVATE};
     msg.phoneBooks << pub << priv;
     const PBookRespMsg back = roundTrip(msg, "5.7");
     QVERIFY(back.success);
-    QCOMPARE(describe(back.phoneBooks), QStringList{"Public:a,p"});
+    QCOMPARE(describe(back.phoneBooks), QStringList {"Public:a,p"});
 }
 
 void TestPhoneBookMessages::getPBookRequest_data()
@@ -292,10 +292,12 @@ void TestPhoneBookMessages::contactRequests()
     const QString xml = update ? UpdatePBookContactReqMsg(entry).serializeToXml("6.1")
                                : AddPBookContactReqMsg(entry).serializeToXml("6.1");
     const QString body = requestBody(xml);
-    QVERIFY2(body.startsWith("<" + command + "><UserContact><User><ContactUuid>c-9</ContactUuid><First>"), qPrintable(body));
+    QVERIFY2(body.startsWith("<" + command + "><UserContact><User><ContactUuid>c-9</ContactUuid><First>"),
+             qPrintable(body));
     QVERIFY(body.endsWith("</Contacts></User></UserContact></" + command + ">"));
     // What a server reads back out of it is the entry.
-    const QString userText = SimpleXmlParser::getTagValue(SimpleXmlParser::getTagValue(xml, command), "UserContact");
+    const QString userText
+        = SimpleXmlParser::getTagValue(SimpleXmlParser::getTagValue(xml, command), "UserContact");
     QCOMPARE(PhonebookToXmlUtil::contactFromXml(userText), entry);
 
     // A new contact has no uuid and so no "ContactUuid".
@@ -308,8 +310,9 @@ void TestPhoneBookMessages::contactRequests()
 void TestPhoneBookMessages::deleteRequest()
 {
     DeletePBookContactReqMsg req("c-<9>");
-    QCOMPARE(requestBody(req.serializeToXml("5.4")),
-             QString("<DeletePhoneBookContact><ContactUuid>c-&lt;9&gt;</ContactUuid></DeletePhoneBookContact>"));
+    QCOMPARE(
+        requestBody(req.serializeToXml("5.4")),
+        QString("<DeletePhoneBookContact><ContactUuid>c-&lt;9&gt;</ContactUuid></DeletePhoneBookContact>"));
 }
 
 QTEST_APPLESS_MAIN(TestPhoneBookMessages)

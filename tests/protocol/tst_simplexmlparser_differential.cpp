@@ -143,10 +143,9 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
     for (uint u = 0; u <= 0xFFFF; ++u) {
         const QString c{QChar(ushort(u))};
         const QString inputs[] = {
-            QStringLiteral("<a") + c + QStringLiteral("b=\"v\">t</a>"),
-            QStringLiteral("<a x") + c + QStringLiteral("y='v' ") + c + QStringLiteral("=\"w\">t</a>"),
-            QStringLiteral("<a") + c + QStringLiteral("><a") + c + QStringLiteral("q=\"1\"/>"),
-            QStringLiteral("<a p") + c + QStringLiteral("=") + c + QStringLiteral("'v'>"),
+            QStringLiteral("<a") + c + QStringLiteral("b=\"v\">t</a><a") + c + QStringLiteral("q=\"1\"/>"),
+            QStringLiteral("<a x") + c + QStringLiteral("y='v' p") + c + QStringLiteral("=") + c
+                + QStringLiteral("'w' ") + c + QStringLiteral("=\"z\">t</a>"),
         };
         for (const QString& xml : inputs) {
             int fs = 0, fe = 0, rs = 0, re = 0;
@@ -154,23 +153,15 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
             const bool r = ReferenceXmlParser::findStartTagDelimiters(xml, QStringLiteral("a"), 0, rs, re);
             SAME(QStringLiteral("findStartTagDelimiters"), show(f) + show(fs) + show(fe),
                  show(r) + show(rs) + show(re), escaped(xml));
-            SAME(QStringLiteral("getTagValue"), SimpleXmlParser::getTagValue(xml, QStringLiteral("a")),
-                 ReferenceXmlParser::getTagValue(xml, QStringLiteral("a")), escaped(xml));
             SAME(QStringLiteral("getTagsValues"), SimpleXmlParser::getTagsValues(xml, QStringLiteral("a")),
                  ReferenceXmlParser::getTagsValues(xml, QStringLiteral("a")), escaped(xml));
             SAME(QStringLiteral("getTagProperties"), SimpleXmlParser::getTagProperties(xml, QStringLiteral("a")),
                  ReferenceXmlParser::getTagProperties(xml, QStringLiteral("a")), escaped(xml));
         }
-        const QString references[] = {
-            QStringLiteral("&#") + c + QStringLiteral("41;"),
-            QStringLiteral("&#x4") + c + QStringLiteral(";"),
-            QStringLiteral("&#1") + c + QStringLiteral(";"),
-            c + QStringLiteral("#65;&") + c,
-        };
-        for (const QString& s : references) {
-            SAME(QStringLiteral("decodeEntities"), SimpleXmlParser::decodeEntities(s),
-                 ReferenceXmlParser::decodeEntities(s), escaped(s));
-        }
+        const QString references = QStringLiteral("&#") + c + QStringLiteral("41;&#x4") + c + QStringLiteral(";&#1")
+            + c + QStringLiteral(";") + c + QStringLiteral("#65;&") + c;
+        SAME(QStringLiteral("decodeEntities"), SimpleXmlParser::decodeEntities(references),
+             ReferenceXmlParser::decodeEntities(references), escaped(references));
         SAME(QStringLiteral("encodeEntities(true)"), SimpleXmlParser::encodeEntities(c, true),
              ReferenceXmlParser::encodeEntities(c, true), escaped(c));
         SAME(QStringLiteral("encodeEntities(false)"), SimpleXmlParser::encodeEntities(c, false),

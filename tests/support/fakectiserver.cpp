@@ -148,6 +148,7 @@ void FakeCtiServer::acceptDescriptor(qintptr descriptor)
     c->parser->rootTag = QStringLiteral("SRNT");
     c->pumpTimer = new QTimer(this);
     c->pumpTimer->setSingleShot(true);
+    c->pumpTimer->setTimerType(Qt::PreciseTimer);
 
     connect(c->pumpTimer, &QTimer::timeout, this, [this, idx] { pump(idx); });
     connect(c->parser, &SimpleXmlParser::messageCompleted, this, [this, idx] { onFrameCompleted(idx); });
