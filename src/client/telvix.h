@@ -1,11 +1,13 @@
 #pragma once
 
+#include "calleventmessages.h"
 #include "loginmessages.h"
 #include "telvix_const.h"
 #include "telvix_export.h"
 
 #include <QScopedPointer>
 #include <QString>
+#include <QStringList>
 #include <QThread>
 
 class TelvixPrivate;
@@ -79,6 +81,97 @@ public:
     /// The extension of the login.
     Q_INVOKABLE QString getDisplayedNum() const;
 
+    // ---- calls -----------------------------------------------------------
+    // Operations that send run on the library's thread (queued): true means
+    // accepted, and the outcome arrives as call events. A refusal is only
+    // logged.
+
+    /// Places a call from the user's extension to `number`, purified first.
+    /// `prefix` NumberPrefixAuto types it "internal" for an extension and
+    /// "external" otherwise, NumberPrefixExternal forces "external", any other
+    /// value sends no type. `reserved` is not used.
+    Q_INVOKABLE bool newCall(const QString& number, TELVIX::NumberOutgoingPrefix prefix,
+                             const QString& reserved = QString());
+    /// newCall() that first rings the user's mobile phone.
+    Q_INVOKABLE bool newCallToMobile(const QString& number, TELVIX::NumberOutgoingPrefix prefix,
+                                     const QString& reserved = QString());
+    /// Hangs up every leg of the call; an unknown uid is refused.
+    Q_INVOKABLE bool hangupCall(const QString& uid, const QString& reason);
+    /// Hangs up one server channel, known to the table or not; `token` goes
+    /// into the request's header.
+    Q_INVOKABLE bool hangupChannel(const QString& channel, const QString& reason, const QString& token);
+    /// hangupCall() with the reason "busy"; the second argument is not used.
+    Q_INVOKABLE bool refuseCall(const QString& uid, const QString& reserved = QString());
+    /// hangupCall() without a reason.
+    Q_INVOKABLE bool cancelCall(const QString& uid);
+    /// Ends the call, in spite of its name: hangupCall() without a reason.
+    Q_INVOKABLE bool muteCall(const QString& uid);
+    /// Does nothing: hold is a desk-phone command (phoneCommandPutOnHold()).
+    Q_INVOKABLE bool holdonCall(const QString& uid);
+    /// Does nothing: see phoneCommandResumeFromHold().
+    Q_INVOKABLE bool retrieveCall(const QString& uid);
+    /// Deflects the call to `number` as typed.
+    Q_INVOKABLE bool redirectCall(const QString& uid, const QString& number);
+    /// Deflects the call to the user's mobile phone.
+    Q_INVOKABLE bool redirectCallToMobile(const QString& uid);
+    /// Does nothing: see phoneCommandAttendedTransfer().
+    Q_INVOKABLE bool transferCallWithOffer(const QString& uid, const QString& number);
+    /// Does nothing: see phoneCommandUnattendedTransfer().
+    Q_INVOKABLE bool transferCallNoOffer(const QString& uid, const QString& number);
+    /// Parks the call.
+    Q_INVOKABLE bool parkCall(const QString& uid);
+    /// Joins the other parties of two calls.
+    Q_INVOKABLE bool bridgeCalls(const QString& first, const QString& second);
+    /// Conference calls are not offered by the server; these do nothing.
+    Q_INVOKABLE void startConferenceCall();
+    Q_INVOKABLE void hangupConferenceCall();
+    Q_INVOKABLE void holdonConferenceCall();
+    Q_INVOKABLE void retrieveConferenceCall();
+
+    // ---- number functions (any thread) ----------------------------------
+    /// Typed punctuation removed; "+39..." in national form, another "+" as
+    /// "00"; a four-character service number "01.." as it is.
+    Q_INVOKABLE static QString purifyOutgoingNumber(const QString& number);
+    /// purifyOutgoingNumber(), with "0" in front unless it is an extension.
+    Q_INVOKABLE QString getPurifiedOutgoingNumber(const QString& number) const;
+    /// A caller's number without the PBX's outbound prefix, once known.
+    Q_INVOKABLE QString purifyIncomingNumber(const QString& number) const;
+    /// Digits with an optional leading "+", once typed punctuation is removed.
+    Q_INVOKABLE static bool isPhoneNum(const QString& number);
+    /// A national mobile number (beginning with 3), bare or after the country code.
+    Q_INVOKABLE static bool isMobileNum(const QString& number);
+    /// One of the PBX's extensions; false before the extension list arrives.
+    Q_INVOKABLE bool isExtenNum(const QString& number) const;
+    /// The number with its last three characters hidden as "XXX".
+    Q_INVOKABLE static QString numAnonymizer(const QString& number);
+    /// Hardware address of the interface that holds `ip`, else of the last
+    /// interface with a usable one; empty when none has.
+    Q_INVOKABLE static QString getInterfaceMacAddress(const QString& ip);
+
+    // ---- desk phone --------------------------------------------------------
+    // The commands write from the caller's thread without a hop: call them on
+    // the library's thread. A refused command is only logged.
+
+    /// Dials `number` on the desk phone registered as `peer`.
+    Q_INVOKABLE void phoneCommandMakeCall(const QString& number, const QString& peer);
+    Q_INVOKABLE void phoneCommandPutOnHold(const QString& lineId);
+    Q_INVOKABLE void phoneCommandResumeFromHold(const QString& lineId);
+    /// Sets the phone's unconditional forward to `number`.
+    Q_INVOKABLE void phoneCommandUfwdSet(const QString& number, const QString& peer);
+    Q_INVOKABLE void phoneCommandUfwdUnset(const QString& peer);
+    Q_INVOKABLE void phoneCommandAnswerIncomingCall(const QString& lineId);
+    Q_INVOKABLE void phoneCommandHangupCall(const QString& lineId);
+    Q_INVOKABLE void phoneCommandUnattendedTransfer(const QString& lineId, const QString& number);
+    Q_INVOKABLE void phoneCommandAttendedTransfer(const QString& lineId, const QString& number);
+    /// The answer comes as phoneEventDnd().
+    Q_INVOKABLE void phoneCommandGetDndStatus();
+    /// Sends the valid one-character digits ("0"-"9", "*", "#") of `digits`.
+    Q_INVOKABLE void phoneCommandSendDtmfs(const QString& lineId, const QStringList& digits);
+    /// Presses the keys of `keys` that TELVIX::isValidPhoneKey() accepts.
+    Q_INVOKABLE void phoneCommandPressKeys(const QStringList& keys);
+    /// Sends ready-made XML as the body of a request.
+    Q_INVOKABLE bool sendPlainRequest(const QString& body);
+
 Q_SIGNALS:
     /// The session ended; `reason` is the word of the cause ("Unkown",
     /// "UserRequest", "ConnectionTimeout", the server's reason, ...).
@@ -89,6 +182,60 @@ Q_SIGNALS:
     void sigThreadStarted();
     /// Heartbeat towards the application, see enableGuiKeepAlive().
     void sigGuiKeepAlive();
+
+    // ---- calls -------------------------------------------------------------
+    // Desktop modes get the record forms, once per leg; the mobile modes (6,
+    // 7) get the string forms, once per call.
+
+    /// A call rings on one of the user's accounts.
+    void sigIncomingCall(IncomingCallEvent event);
+    /// Mobile modes: the first leg of a ringing call.
+    void sigIncomingCall(QString uid, QString callerNum, QString calledNum, bool isC2c);
+    /// The user placed a call.
+    void sigOutgoingCall(OriginateCallEvent event);
+    /// Mobile modes: the first leg of a placed call.
+    void sigStartingCall(QString uid, QString callerNum, QString calledNum);
+    /// `localAnswer` tells whether the user's side answered.
+    void sigAnsweredCall(AnsweredCallEvent event);
+    void sigAnsweredCall(QString uid, QString callerNum, QString calledNum);
+    void sigFinishedCall(FinishedCallEvent event);
+    /// Mobile modes: the call ended on its last leg; `isC2c` is always false.
+    void sigFinishedCall(QString uid, QString callerNum, QString calledNum, bool isC2c);
+    void sigMissedCall(MissedCallEvent event);
+    /// Mobile modes: the call was missed on every leg.
+    void sigMissedCall(QString uid, QString remoteNum);
+    /// The server moved the user's side of a leg to another channel.
+    void sigCallLocalInfoUpdate(CallLocalInfoUpdateEvent event);
+    /// The other party of a leg changed.
+    void sigColpUpdate(ColpUpdateEvent event);
+    /// Mobile modes: an attended transfer was given up.
+    void sigCallTransferCanceled(QString uid, QString reason);
+    /// Mobile modes: an attended transfer began.
+    void sigCallTransferStarted(TransferStartedCallEvent event);
+    /// Mobile modes: an attended transfer went through.
+    void sigCallTransferCompleted(TransferCompletedCallEvent event);
+    /// For applications; the library never raises it.
+    void sigCallInfoChanged(QString uid, QString num, QString name);
+    /// Mobile modes: a click-to-call started (first leg).
+    void sigC2cOriginate(QString uid, QString calledNum, QString callType);
+    /// Mobile modes: a click-to-call ended (last leg).
+    void sigC2cFinished(QString uid);
+    /// For applications; the library never raises it.
+    void sigNewParkCall(QString uid, QString num, QString name);
+
+    // ---- desk phone --------------------------------------------------------
+    // Arguments are the other party's number and name, then the phone's call id.
+    void phoneEventIncomingCall(QString num, QString name, QString callId);
+    void phoneEventOutgoingCall(QString num, QString name, QString callId);
+    void phoneEventEstablishedCall(QString num, QString name, QString callId);
+    void phoneEventEndedCall(QString num, QString name, QString callId);
+    void phoneEventMissedCall(QString num, QString name, QString callId);
+    void phoneEventHoldCall(QString num, QString name, QString callId);
+    void phoneEventUnholdCall(QString num, QString name, QString callId);
+    /// Do-not-disturb on the phone is on (true) or off.
+    void phoneEventDnd(bool on);
+    /// The phone answered a command: raised before every phoneEventDnd().
+    void sigPhoneApiAutorized(bool authorized);
 
 protected:
     void run() override;

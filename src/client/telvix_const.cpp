@@ -176,34 +176,30 @@ constexpr WireText<CallAttribute> callAttributeTable[] = {
     {CallAttrToLcr, "to_lcr"},
 };
 
-template <typename T> void registerEnumType(const char* name)
-{
-    qRegisterMetaType<T>();
-    qRegisterMetaType<T>(name);
-}
-
+// Enumerations declared with Q_ENUM_NS register under their qualified names
+// ("TELVIX::AppMode"); queued calls need them registered before first use.
 void registerTelvixTypes()
 {
-    registerEnumType<BlfStatus>("TELVIX::BlfStatus");
-    registerEnumType<DtmfMode>("TELVIX::DtmfMode");
-    registerEnumType<MsgLevel>("TELVIX::MsgLevel");
-    registerEnumType<ChatPresence>("TELVIX::ChatPresence");
-    registerEnumType<VmMsgType>("TELVIX::VmMsgType");
-    registerEnumType<VmMsgTypeFlag>("TELVIX::VmMsgTypeFlag");
-    registerEnumType<ContactType>("TELVIX::ContactType");
-    registerEnumType<ContactNumberType>("TELVIX::ContactNumberType");
-    registerEnumType<AppMode>("TELVIX::AppMode");
-    registerEnumType<NotificationService>("TELVIX::NotificationService");
-    registerEnumType<CallCenterRole>("TELVIX::CallCenterRole");
-    registerEnumType<PeriodType>("TELVIX::PeriodType");
-    registerEnumType<QueueOperatorMembership>("TELVIX::QueueOperatorMembership");
-    registerEnumType<ServiceDialCodeType>("TELVIX::ServiceDialCodeType");
-    registerEnumType<NumberOutgoingPrefix>("TELVIX::NumberOutgoingPrefix");
-    // Signals spell the flag sets out as QFlags<...>; queued connections look
-    // the type up by that spelling.
-    registerEnumType<PhonebookTypeFlags>("TELVIX::PhonebookTypeFlags");
+    qRegisterMetaType<BlfStatus>();
+    qRegisterMetaType<DtmfMode>();
+    qRegisterMetaType<MsgLevel>();
+    qRegisterMetaType<ChatPresence>();
+    qRegisterMetaType<VmMsgType>();
+    qRegisterMetaType<VmMsgTypeFlag>();
+    qRegisterMetaType<ContactType>();
+    qRegisterMetaType<ContactNumberType>();
+    qRegisterMetaType<AppMode>();
+    qRegisterMetaType<NotificationService>();
+    qRegisterMetaType<CallCenterRole>();
+    qRegisterMetaType<PeriodType>();
+    qRegisterMetaType<QueueOperatorMembership>();
+    qRegisterMetaType<ServiceDialCodeType>();
+    qRegisterMetaType<NumberOutgoingPrefix>();
+    qRegisterMetaType<PhonebookTypeFlags>();
+    qRegisterMetaType<CallAttributes>();
+    // Signals spell the flag sets out as QFlags<...>, and queued connections
+    // look the type up by that spelling.
     qRegisterMetaType<PhonebookTypeFlags>("QFlags<TELVIX::PhonebookTypeFlag>");
-    registerEnumType<CallAttributes>("TELVIX::CallAttributes");
     qRegisterMetaType<CallAttributes>("QFlags<TELVIX::CallAttribute>");
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "calltable_p.h"
 #include "telvix.h"
 #include "telvixhop_p.h"
 #include "telvixdispatch_p.h"
 #include "telvixlog_p.h"
 
 #include <QDateTime>
+#include <QMap>
 #include <QSemaphore>
 #include <QString>
 
@@ -148,4 +150,57 @@ public:
     QString osType, osVersion, swType, swVersion, deviceId;
     bool guiKeepAliveEnabled = false;
     int chatKeepAliveInterval = 0;
+
+    // ---- calls ----------------------------------------------------------
+    static TelvixPrivate* get(Telvix* q) { return q->d_func(); }
+    bool inMobileMode() const { return Telvix::appModeIsMobile(appMode); }
+
+    // Call table and call events (telvixcalls.cpp)
+    void onOriginateCall(const OriginateCallEvent& event);
+    void onIncomingCall(const IncomingCallEvent& event);
+    void onAnsweredCall(const AnsweredCallEvent& event);
+    void onFinishedCall(const FinishedCallEvent& event);
+    void onMissedCall(const MissedCallEvent& event);
+    void onColpUpdate(const ColpUpdateEvent& event);
+    void onCallLocalInfoUpdate(const CallLocalInfoUpdateEvent& event);
+    void onCallTransferCanceled(const TransferCanceledCallEvent& event);
+    void onC2cOriginateCall(const C2COriginateEventMsg& event);
+    void onC2cFinishedCall(const C2CFinishedEventMsg& event);
+    void clearCallIndexes();
+    void rowIncomingCall(const QString& xml, DispatchContext& ctx);
+    void rowAnsweredCall(const QString& xml, DispatchContext& ctx);
+    void rowFinishedCall(const QString& xml, DispatchContext& ctx);
+    void rowOriginateCall(const QString& xml, DispatchContext& ctx);
+    void rowMissedCall(const QString& xml, DispatchContext& ctx);
+    void rowColpUpdate(const QString& xml, DispatchContext& ctx);
+    void rowCallLocalInfoUpdate(const QString& xml, DispatchContext& ctx);
+    void rowTransferCanceled(const QString& xml, DispatchContext& ctx);
+    void rowTransferStarted(const QString& xml, DispatchContext& ctx);
+    void rowTransferCompleted(const QString& xml, DispatchContext& ctx);
+    void rowC2cOriginate(const QString& xml, DispatchContext& ctx);
+    void rowC2cFinished(const QString& xml, DispatchContext& ctx);
+    void rowPhoneEvent(const QString& xml, DispatchContext& ctx);
+
+    // Call control and number functions (telvixcallcontrol.cpp)
+    bool newCall(const QString& number, TELVIX::NumberOutgoingPrefix prefix, bool toMobile);
+    bool hangupCall(const QString& uid, const QString& reason);
+    bool hangupChannel(const QString& channel, const QString& reason, const QString& token);
+    bool redirectCall(const QString& uid, const QString& number);
+    bool redirectCallToMobile(const QString& uid);
+    bool parkCall(const QString& uid);
+    bool bridgeCalls(const QString& first, const QString& second);
+    QString purifyIncomingNumber(const QString& number) const;
+    bool isExtenNum(const QString& number) const;
+
+    // Desk phone (telvixdeskphone.cpp)
+    bool sendPlainRequest(const QString& body);
+    void handlePhoneEvent(const QString& xml);
+
+    CallTable calls;
+    // Indexes into `calls`; they never own a leg. The first three belong to
+    // one connection and are emptied with its socket.
+    QMap<QString, CallInfo*> callsByLocalChannel;
+    QMap<QString, CallInfo*> callsByRemoteChannel;
+    QMap<QString, CallInfo*> transferringCalls;
+    QMap<QString, CallInfo*> parkedCalls;
 };

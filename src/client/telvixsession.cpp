@@ -323,21 +323,7 @@ bool TelvixPrivate::onLoginResponse(const QString& xml)
     if (!Telvix::appModeIsMobile(appMode))
         periodicDataTimer->start(PeriodicDataIntervalMs);
 
-    LoginDetails details;
-    details.apiVersion = serverApiVersion;
-    details.appMode = resp.appMode;
-    details.exten = resp.exten;
-    details.userUuid = resp.userUuid;
-    details.mobileNumber = resp.mobileNumber;
-    details.firstName = resp.firstName;
-    details.lastName = resp.lastName;
-    details.seenIpAddress = resp.seenIpAddress;
-    details.ccRole = resp.ccRole;
-    details.features = resp.features;
-    details.firmwareVersion = resp.firmwareVersion;
-    details.serialNumber = resp.serialNumber;
-    details.partNumber = resp.partNumber;
-    details.loginMessage = resp.loginMessage;
+    const LoginDetails details = resp.toLoginDetails(serverApiVersion);
 
     getServiceCodeList();
 

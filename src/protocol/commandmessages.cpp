@@ -28,8 +28,8 @@ QString TextFieldsReqMsg::generateXmlMessageBody() const
 
 TextFieldsReqMsg::Body MakeCallReqMsg::body() const
 {
-    return { S_COMMAND_MAKE_CALL,
-             { { S_XMLTAG_C2C_TO, toNumber }, { S_XMLTAG_C2C_FROM, fromNumber }, { S_XMLTAG_C2C_TYPE, numberType } } };
+    return {S_COMMAND_MAKE_CALL,
+            {{S_XMLTAG_C2C_TO, toNumber}, {S_XMLTAG_C2C_FROM, fromNumber}, {S_XMLTAG_C2C_TYPE, numberType}}};
 }
 
 TextFieldsReqMsg::Body MakeCallToMobileReqMsg::body() const
@@ -41,52 +41,53 @@ TextFieldsReqMsg::Body MakeCallToMobileReqMsg::body() const
 
 TextFieldsReqMsg::Body HangupCallReqMsg::body() const
 {
-    Body layout { S_COMMAND_HANGUP_CALL, { { S_XMLTAG_CALL_CHANNEL, channel } } };
+    Body layout {S_COMMAND_HANGUP_CALL, {{S_XMLTAG_CALL_CHANNEL, channel}}};
     if (!reason.isEmpty())
-        layout.fields.append({ S_XMLTAG_REASON, reason });
+        layout.fields.append({S_XMLTAG_REASON, reason});
     return layout;
 }
 
 TextFieldsReqMsg::Body RedirectCallReqMsg::body() const
 {
-    return { S_COMMAND_REDIRECT_CALL, { { S_XMLTAG_CALL_CHANNEL, channel }, { S_XMLTAG_CALL_TO_NUMBER, toNumber } } };
+    return {S_COMMAND_REDIRECT_CALL, {{S_XMLTAG_CALL_CHANNEL, channel}, {S_XMLTAG_CALL_TO_NUMBER, toNumber}}};
 }
 
 TextFieldsReqMsg::Body RedirectCallToMobileReqMsg::body() const
 {
-    return { S_COMMAND_REDIRECT_CALL_TO_MOBILE, { { S_XMLTAG_CALL_CHANNEL, channel } } };
+    return {S_COMMAND_REDIRECT_CALL_TO_MOBILE, {{S_XMLTAG_CALL_CHANNEL, channel}}};
 }
 
 TextFieldsReqMsg::Body BridgeCallsReqMsg::body() const
 {
-    return { S_COMMAND_BRIDGE_CHANNELS, { { S_XMLTAG_CALL_CHANNEL1, channel1 }, { S_XMLTAG_CALL_CHANNEL2, channel2 } } };
+    return {S_COMMAND_BRIDGE_CHANNELS,
+            {{S_XMLTAG_CALL_CHANNEL1, channel1}, {S_XMLTAG_CALL_CHANNEL2, channel2}}};
 }
 
 TextFieldsReqMsg::Body ParkCallReqMsg::body() const
 {
-    return { S_COMMAND_PARK_CALL,
-             { { S_XMLTAG_CALL_PARKED_CHANNEL, parkedChannel }, { S_XMLTAG_CALL_PARKING_CHANNEL, parkingChannel } } };
+    return {S_COMMAND_PARK_CALL,
+            {{S_XMLTAG_CALL_PARKED_CHANNEL, parkedChannel}, {S_XMLTAG_CALL_PARKING_CHANNEL, parkingChannel}}};
 }
 
 TextFieldsReqMsg::Body UFWDSetReqMsg::body() const
 {
-    return { S_COMMAND_SET_UFWD, { { S_XMLTAG_EXTEN, exten } } };
+    return {S_COMMAND_SET_UFWD, {{S_XMLTAG_EXTEN, exten}}};
 }
 
 TextFieldsReqMsg::Body ChannelStatusReqMsg::body() const
 {
-    return { S_COMMAND_GET_CHANNEL_STATUS, { { S_XMLTAG_CHANSTATUS_CHANNEL, channel } } };
+    return {S_COMMAND_GET_CHANNEL_STATUS, {{S_XMLTAG_CHANSTATUS_CHANNEL, channel}}};
 }
 
 TextFieldsReqMsg::Body SubscribeTenantEventsReqMsg::body() const
 {
-    return { S_COMMAND_SUBSCRIBE_TENANT_EVENTS, { { S_XMLTAG_TENANT_ID, tenantUuid } } };
+    return {S_COMMAND_SUBSCRIBE_TENANT_EVENTS, {{S_XMLTAG_TENANT_ID, tenantUuid}}};
 }
 
 TextFieldsReqMsg::Body SetDeviceTokenReqMsg::body() const
 {
-    return { S_COMMAND_SET_DEVICE_TOKEN,
-             { { S_XMLTAG_DEVICE_TOKEN, deviceToken }, { S_XMLTAG_NOTIFICATION_SERVICE, serviceType } } };
+    return {S_COMMAND_SET_DEVICE_TOKEN,
+            {{S_XMLTAG_DEVICE_TOKEN, deviceToken}, {S_XMLTAG_NOTIFICATION_SERVICE, serviceType}}};
 }
 
 QString ForkToMobileSetReqMsg::generateXmlMessageBody() const

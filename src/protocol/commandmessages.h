@@ -74,8 +74,7 @@ public:
 Q_DECLARE_METATYPE(ServerCommand)
 
 /// \brief A request whose body is its bare command element, `<Command/>`.
-template <const QString& Command>
-class EmptyCommandReqMsg : public SXmlRequestMessage
+template <const QString& Command> class EmptyCommandReqMsg : public SXmlRequestMessage
 {
 public:
     QString generateXmlMessageBody() const override { return EMPTYTAG(Command); }

@@ -16,7 +16,8 @@ static void registerServiceTypes()
     qRegisterMetaType<QList<ServiceStatus>>("QList<ServiceStatus>");
     qRegisterMetaType<InCallServiceStatus>("InCallServiceStatus");
     qRegisterMetaType<ServicesDialCodes>("ServicesDialCodes");
-    qRegisterMetaType<QMap<TELVIX::ServiceDialCodeType, QString>>("QMap<TELVIX::ServiceDialCodeType,QString>");
+    qRegisterMetaType<QMap<TELVIX::ServiceDialCodeType, QString>>(
+        "QMap<TELVIX::ServiceDialCodeType,QString>");
     qRegisterMetaType<ChatConfiguration>("ChatConfiguration");
     qRegisterMetaType<SipConfiguration>("SipConfiguration");
     qRegisterMetaType<ServerCommandResponse>("ServerCommandResponse");
@@ -30,16 +31,225 @@ namespace {
 const QString CommandDateFormat = QStringLiteral("yyyy-MM-dd HH:mm:ss");
 const QString TokenDateFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 
-/// Writes `root` holding one `entry` element per item, whose children
-/// `writeFields(writer, item)` writes.
-template <typename Items, typename WriteFields>
-QString listBody(const QString& root, const QString& entry, const Items& items, WriteFields writeFields)
+// ---- field lists ----------------------------------------------------------
+//
+// Each record lists its elements once, in wire order, as calls of a visitor:
+// FieldReader fills the record from a document, FieldWriter writes it. Fields
+// whose text needs more than the plain conversion are wrapped.
+
+/// A date in the given format.
+template <typename T> struct DateText
+{
+    T& value;
+    const QString& format;
+};
+template <typename T> DateText<T> dateText(T& value, const QString& format)
+{
+    return {value, format};
+}
+
+/// A success flag that travels inverted, as "IsFailed" 1 or 0.
+template <typename T> struct FailedFlag
+{
+    T& succeeded;
+};
+template <typename T> FailedFlag<T> failedFlag(T& succeeded)
+{
+    return {succeeded};
+}
+
+/// A number whose unreadable text stands for a fixed value.
+template <typename T> struct NumberOr
+{
+    T& value;
+    qint32 unreadable;
+};
+template <typename T> NumberOr<T> numberOr(T& value, qint32 unreadable)
+{
+    return {value, unreadable};
+}
+
+/// A diagnostic level in its wire text.
+template <typename T> struct LevelText
+{
+    T& level;
+};
+template <typename T> LevelText<T> levelText(T& level)
+{
+    return {level};
+}
+
+/// A list of `item` text elements inside the field's element.
+template <typename T> struct TextList
+{
+    T& items;
+    const QString& item;
+};
+template <typename T> TextList<T> textList(T& items, const QString& item)
+{
+    return {items, item};
+}
+
+class FieldReader
+{
+public:
+    explicit FieldReader(const QString& xml)
+        : m_xml(xml)
+    {
+    }
+    void operator()(const QString& tag, QString& value) const { value = text(m_xml, tag); }
+    void operator()(const QString& tag, qint32& value) const { value = toInt(m_xml, tag); }
+    void operator()(const QString& tag, quint16& value) const { value = toUShort(m_xml, tag); }
+    void operator()(const QString& tag, DateText<QDateTime> field) const
+    {
+        field.value = QDateTime::fromString(text(m_xml, tag), field.format);
+    }
+    void operator()(const QString& tag, FailedFlag<bool> field) const
+    {
+        field.succeeded = toInt(m_xml, tag) != 1;
+    }
+    void operator()(const QString& tag, NumberOr<qint32> field) const
+    {
+        bool readable = false;
+        const int number = text(m_xml, tag).toInt(&readable, 10);
+        field.value = readable ? number : field.unreadable;
+    }
+    void operator()(const QString& tag, LevelText<TELVIX::MsgLevel> field) const
+    {
+        field.level = TELVIX::msgLevelFromString(text(m_xml, tag));
+    }
+    void operator()(const QString& tag, TextList<QStringList> field) const
+    {
+        field.items = SimpleXmlParser::getDecodedTagsValues(MessageReader::raw(m_xml, tag), field.item);
+    }
+
+private:
+    const QString& m_xml;
+};
+
+class FieldWriter
+{
+public:
+    explicit FieldWriter(XmlBodyWriter& writer)
+        : m_writer(writer)
+    {
+    }
+    void operator()(const QString& tag, const QString& value) const { m_writer.text(tag, value); }
+    void operator()(const QString& tag, int value) const { m_writer.text(tag, value); }
+    void operator()(const QString& tag, DateText<const QDateTime> field) const
+    {
+        m_writer.text(tag, field.value.toString(field.format));
+    }
+    void operator()(const QString& tag, FailedFlag<const bool> field) const
+    {
+        m_writer.text(tag, field.succeeded ? 0 : 1);
+    }
+    void operator()(const QString& tag, NumberOr<const qint32> field) const
+    {
+        m_writer.text(tag, field.value);
+    }
+    void operator()(const QString& tag, LevelText<const TELVIX::MsgLevel> field) const
+    {
+        m_writer.text(tag, TELVIX::msgLevelToString(field.level));
+    }
+    void operator()(const QString& tag, TextList<const QStringList> field) const
+    {
+        m_writer.start(tag);
+        for (const QString& item : field.items)
+            m_writer.text(field.item, item);
+        m_writer.end();
+    }
+
+private:
+    XmlBodyWriter& m_writer;
+};
+
+const auto serviceStatusFields = [](auto& status, const auto& visit) {
+    visit(S_XMLTAG_STATUS_ID, status.id);
+    visit(S_XMLTAG_STATUS_TYPE, status.type);
+    visit(S_XMLTAG_STATUS_VALUE, status.value);
+    visit(S_XMLTAG_STATUS, status.status);
+};
+
+/// The channel's element name depends on the server generation.
+const auto inCallServiceStatusFields = [](auto& status, const auto& visit, const QString& channelTag) {
+    visit(S_XMLTAG_CALL_UID, status.uid);
+    visit(S_XMLTAG_CALL_SIP_ACCOUNT, status.sipAccount);
+    visit(channelTag, status.channel);
+    visit(S_XMLTAG_STATUS_TYPE, status.type);
+    visit(S_XMLTAG_STATUS, numberOr(status.status, 4));
+};
+
+const auto channelStatusFields = [](auto& status, const auto& visit) {
+    visit(S_XMLTAG_CHANSTATUS_CHANNEL, status.channel);
+    visit(S_XMLTAG_CHANSTATUS_NUMBER, status.number);
+    visit(S_XMLTAG_CHANSTATUS_NAME, status.name);
+};
+
+/// `valid` is no element: it tells the client that the server has spoken.
+const auto ctiConfigurationFields = [](auto& msg, const auto& visit) {
+    visit(S_XMLTAG_CTICONFIG_CHATID, msg.chatConfiguration.chatId);
+    visit(S_XMLTAG_CTICONFIG_CHATPORT, msg.chatConfiguration.chatPort);
+    auto& sip = msg.sipConfiguration;
+    visit(S_XMLTAG_CTICONFIG_SIPPROTO, sip.sipProtocol);
+    visit(S_XMLTAG_CTICONFIG_SIPREGISTRARIP, sip.registrarIp);
+    visit(S_XMLTAG_CTICONFIG_SIPREGISTRARPORT, sip.registrarPort);
+    visit(S_XMLTAG_CTICONFIG_SIPPROXYIP, sip.proxyIp);
+    visit(S_XMLTAG_CTICONFIG_SIPPROXYPORT, sip.proxyPort);
+};
+
+const auto commandResponseFields = [](auto& response, const auto& visit) {
+    visit(S_XMLTAG_SRVCMDRSP_ID, response.requestId);
+    visit(S_XMLTAG_SRVCMDRSP_CMD, response.command);
+    visit(S_XMLTAG_SRVCMDRSP_FAILED, failedFlag(response.succeeded));
+    visit(S_XMLTAG_SRVCMDRSP_EXITCODE, response.exitCode);
+    visit(S_XMLTAG_SRVCMDRSP_MSG, response.message);
+    visit(S_XMLTAG_SRVCMDRSP_DATE, dateText(response.date, CommandDateFormat));
+};
+
+const auto diagnosticFields = [](auto& diagnostic, const auto& visit) {
+    visit(S_XMLTAG_DIAGMSG_TENANTID, diagnostic.tenantUuid);
+    visit(S_XMLTAG_DIAGMSG_CONVID, diagnostic.linkedId);
+    visit(S_XMLTAG_DIAGMSG_CALLID, diagnostic.uniqueId);
+    visit(S_XMLTAG_DIAGMSG_ID, diagnostic.messageId);
+    visit(S_XMLTAG_DIAGMSG_VERBOSITY, levelText(diagnostic.verbosity));
+    visit(S_XMLTAG_DIAGMSG_DATE, dateText(diagnostic.date, TELVIX::IsoDateNoTz));
+    visit(S_XMLTAG_DIAGMSG_MSG, diagnostic.message);
+    visit(S_XMLTAG_DIAGMSG_FIELDS, textList(diagnostic.fields, S_XMLTAG_DIAGMSG_FIELD));
+};
+
+const auto authTokenFields = [](auto& msg, const auto& visit) {
+    visit(S_XMLTAG_AUTHTOKEN_TOKEN, msg.token);
+    visit(S_XMLTAG_AUTHTOKEN_VALID, dateText(msg.validUntil, TokenDateFormat));
+};
+
+/// A record (or message) filled from `xml` by its field list.
+template <typename Record, typename Fields> Record readFields(const QString& xml, const Fields& fields)
+{
+    Record record;
+    fields(record, FieldReader(xml));
+    return record;
+}
+
+/// `root` holding the fields of `record`.
+template <typename Record, typename Fields>
+QString fieldsBody(const QString& root, const Record& record, const Fields& fields)
+{
+    XmlBodyWriter writer;
+    writer.start(root);
+    fields(record, FieldWriter(writer));
+    return writer.end().result();
+}
+
+/// `root` holding one `entry` element per item, each with the item's fields.
+template <typename Items, typename Fields>
+QString listBody(const QString& root, const QString& entry, const Items& items, const Fields& fields)
 {
     XmlBodyWriter writer;
     writer.start(root);
     for (const auto& item : items) {
         writer.start(entry);
-        writeFields(writer, item);
+        fields(item, FieldWriter(writer));
         writer.end();
     }
     return writer.end().result();
@@ -63,26 +273,26 @@ struct WireCode
 
 /// The numbering-plan codes in reading order. "disa" is never read.
 const WireCode NumberingPlanCodes[] = {
-    { S_XMLTAG_SERVICE_ECHO, TELVIX::ServiceEcho },
-    { S_XMLTAG_SERVICE_VOICEMAIL, TELVIX::ServiceVoicemail },
-    { S_XMLTAG_SERVICE_PICKUP, TELVIX::ServicePickUp },
-    { S_XMLTAG_SERVICE_DIRECTPICKUP, TELVIX::ServiceDirectPickUp },
-    { S_XMLTAG_SERVICE_CONFERENCE, TELVIX::ServiceConference },
-    { S_XMLTAG_SERVICE_SPEEDDIAL, TELVIX::ServiceSpeedDial },
-    { S_XMLTAG_SERVICE_SPEEDDIAL_PERS, TELVIX::ServiceSpeedDialPers },
-    { S_XMLTAG_SERVICE_PARKCODE, TELVIX::ServiceParkCode },
-    { S_XMLTAG_SERVICE_PARK_FIRST_SLOT, TELVIX::ServiceParkFirstSlot },
-    { S_XMLTAG_SERVICE_PARK_LAST_SLOT, TELVIX::ServiceParkLastSlot },
-    { S_XMLTAG_SERVICE_ELECT_LOCK, TELVIX::ServiceElectLock },
-    { S_XMLTAG_SERVICE_ELECT_UNLOCK, TELVIX::ServiceElectUnlock },
-    { S_XMLTAG_SERVICE_UFWD_SET, TELVIX::ServiceUfwdSet },
-    { S_XMLTAG_SERVICE_UFWD_UNSET, TELVIX::ServiceUfwdUnset },
-    { S_XMLTAG_SERVICE_SUPER_DIRECTPICKUP, TELVIX::ServiceSuperDirectPickUp },
-    { S_XMLTAG_SERVICE_SUPER_GROUPPICKUP, TELVIX::ServiceSuperGroupPickUp },
-    { S_XMLTAG_SERVICE_FORKMOBILE_ENABLE, TELVIX::ServiceForkMobileSet },
-    { S_XMLTAG_SERVICE_FORKMOBILE_DISABLE, TELVIX::ServiceForkMobileUnset },
-    { S_XMLTAG_SERVICE_SPY, TELVIX::ServiceSpy },
-    { S_XMLTAG_SERVICE_OUTBOUND_PREFIX, TELVIX::ServiceOutboundPrefix },
+    {S_XMLTAG_SERVICE_ECHO, TELVIX::ServiceEcho},
+    {S_XMLTAG_SERVICE_VOICEMAIL, TELVIX::ServiceVoicemail},
+    {S_XMLTAG_SERVICE_PICKUP, TELVIX::ServicePickUp},
+    {S_XMLTAG_SERVICE_DIRECTPICKUP, TELVIX::ServiceDirectPickUp},
+    {S_XMLTAG_SERVICE_CONFERENCE, TELVIX::ServiceConference},
+    {S_XMLTAG_SERVICE_SPEEDDIAL, TELVIX::ServiceSpeedDial},
+    {S_XMLTAG_SERVICE_SPEEDDIAL_PERS, TELVIX::ServiceSpeedDialPers},
+    {S_XMLTAG_SERVICE_PARKCODE, TELVIX::ServiceParkCode},
+    {S_XMLTAG_SERVICE_PARK_FIRST_SLOT, TELVIX::ServiceParkFirstSlot},
+    {S_XMLTAG_SERVICE_PARK_LAST_SLOT, TELVIX::ServiceParkLastSlot},
+    {S_XMLTAG_SERVICE_ELECT_LOCK, TELVIX::ServiceElectLock},
+    {S_XMLTAG_SERVICE_ELECT_UNLOCK, TELVIX::ServiceElectUnlock},
+    {S_XMLTAG_SERVICE_UFWD_SET, TELVIX::ServiceUfwdSet},
+    {S_XMLTAG_SERVICE_UFWD_UNSET, TELVIX::ServiceUfwdUnset},
+    {S_XMLTAG_SERVICE_SUPER_DIRECTPICKUP, TELVIX::ServiceSuperDirectPickUp},
+    {S_XMLTAG_SERVICE_SUPER_GROUPPICKUP, TELVIX::ServiceSuperGroupPickUp},
+    {S_XMLTAG_SERVICE_FORKMOBILE_ENABLE, TELVIX::ServiceForkMobileSet},
+    {S_XMLTAG_SERVICE_FORKMOBILE_DISABLE, TELVIX::ServiceForkMobileUnset},
+    {S_XMLTAG_SERVICE_SPY, TELVIX::ServiceSpy},
+    {S_XMLTAG_SERVICE_OUTBOUND_PREFIX, TELVIX::ServiceOutboundPrefix},
 };
 
 /// The in-call codes with the codes a server that sends none uses.
@@ -94,15 +304,15 @@ struct InCallCode
 };
 
 const InCallCode InCallCodes[] = {
-    { S_XMLTAG_INCALL_ATXFER, TELVIX::InCallAtXfer, "*4" },
-    { S_XMLTAG_INCALL_ATXFER_CANCEL, TELVIX::InCallAtXferCancel, "*0" },
-    { S_XMLTAG_INCALL_ATXFER_SHUTTLE, TELVIX::InCallAtXferShuttle, "*9" },
-    { S_XMLTAG_INCALL_ATXFER_3CONF, TELVIX::InCallAtXfer3Conf, "*3" },
-    { S_XMLTAG_INCALL_BLINDXFER, TELVIX::InCallBlindXfer, "#4" },
-    { S_XMLTAG_INCALL_FASTTRANSFER, TELVIX::InCallFastTransfer, "**" },
-    { S_XMLTAG_INCALL_PARKING, TELVIX::InCallParking, "#8" },
-    { S_XMLTAG_INCALL_RECORDING, TELVIX::InCallRecording, "*1" },
-    { S_XMLTAG_INCALL_CANCEL, TELVIX::InCallCancel, "*0" },
+    {S_XMLTAG_INCALL_ATXFER, TELVIX::InCallAtXfer, "*4"},
+    {S_XMLTAG_INCALL_ATXFER_CANCEL, TELVIX::InCallAtXferCancel, "*0"},
+    {S_XMLTAG_INCALL_ATXFER_SHUTTLE, TELVIX::InCallAtXferShuttle, "*9"},
+    {S_XMLTAG_INCALL_ATXFER_3CONF, TELVIX::InCallAtXfer3Conf, "*3"},
+    {S_XMLTAG_INCALL_BLINDXFER, TELVIX::InCallBlindXfer, "#4"},
+    {S_XMLTAG_INCALL_FASTTRANSFER, TELVIX::InCallFastTransfer, "**"},
+    {S_XMLTAG_INCALL_PARKING, TELVIX::InCallParking, "#8"},
+    {S_XMLTAG_INCALL_RECORDING, TELVIX::InCallRecording, "*1"},
+    {S_XMLTAG_INCALL_CANCEL, TELVIX::InCallCancel, "*0"},
 };
 
 /// Descriptions by type number, from 1; the spelling is the product's.
@@ -155,15 +365,16 @@ bool ServiceStatus::operator==(const ServiceStatus& other) const
 
 bool InCallServiceStatus::operator==(const InCallServiceStatus& other) const
 {
-    return uid == other.uid && sipAccount == other.sipAccount && channel == other.channel && type == other.type
-        && status == other.status;
+    return uid == other.uid && sipAccount == other.sipAccount && channel == other.channel
+        && type == other.type && status == other.status;
 }
 
 ServicesDialCodes::ServicesDialCodes()
 {
     int number = 0;
     for (const char* description : DialCodeDescriptions)
-        descriptions.insert(static_cast<TELVIX::ServiceDialCodeType>(++number), QString::fromLatin1(description));
+        descriptions.insert(static_cast<TELVIX::ServiceDialCodeType>(++number),
+                            QString::fromLatin1(description));
 }
 
 bool ChatConfiguration::operator==(const ChatConfiguration& other) const
@@ -194,17 +405,13 @@ bool DiagnosticMessage::operator==(const DiagnosticMessage& other) const
 
 ServiceStatusRespMsg ServiceStatusRespMsg::parseMessage(const QString& xml)
 {
-    const MessageReader::ListWords words { QString(), S_EVENT_SERVICE_STATUS,
-                                           QStringLiteral("parsed an invalid Service Status resp msg"),
-                                           QStringLiteral("parsed an empty ServiceStatusList msg"),
-                                           QStringLiteral("Service Status resp msg parsed ok") };
+    const MessageReader::ListWords words {QString(), S_EVENT_SERVICE_STATUS,
+                                          QStringLiteral("parsed an invalid Service Status resp msg"),
+                                          QStringLiteral("parsed an empty ServiceStatusList msg"),
+                                          QStringLiteral("Service Status resp msg parsed ok")};
     return MessageReader::readList<ServiceStatusRespMsg>(
         xml, words, [](ServiceStatusRespMsg& msg, const QString& entry) {
-            ServiceStatus status;
-            status.id = text(entry, S_XMLTAG_STATUS_ID);
-            status.type = text(entry, S_XMLTAG_STATUS_TYPE);
-            status.value = text(entry, S_XMLTAG_STATUS_VALUE);
-            status.status = toInt(entry, S_XMLTAG_STATUS);
+            const auto status = readFields<ServiceStatus>(entry, serviceStatusFields);
             if (status.id.isEmpty() || status.type.isEmpty())
                 return false;
             msg.statusList.append(status);
@@ -214,13 +421,7 @@ ServiceStatusRespMsg ServiceStatusRespMsg::parseMessage(const QString& xml)
 
 QString ServiceStatusRespMsg::generateXmlMessageBody() const
 {
-    return listBody(S_EVENT_SERVICE_STATUS_LIST, S_EVENT_SERVICE_STATUS, statusList,
-                    [](XmlBodyWriter& writer, const ServiceStatus& status) {
-                        writer.text(S_XMLTAG_STATUS_ID, status.id)
-                            .text(S_XMLTAG_STATUS_TYPE, status.type)
-                            .text(S_XMLTAG_STATUS_VALUE, status.value)
-                            .text(S_XMLTAG_STATUS, status.status);
-                    });
+    return listBody(S_EVENT_SERVICE_STATUS_LIST, S_EVENT_SERVICE_STATUS, statusList, serviceStatusFields);
 }
 
 // ---- InCallServiceStatusEventMsg ------------------------------------------
@@ -228,14 +429,7 @@ QString ServiceStatusRespMsg::generateXmlMessageBody() const
 InCallServiceStatusEventMsg InCallServiceStatusEventMsg::parseMessage(const QString& xml)
 {
     InCallServiceStatus status;
-    status.uid = text(xml, S_XMLTAG_CALL_UID);
-    status.sipAccount = text(xml, S_XMLTAG_CALL_SIP_ACCOUNT);
-    status.channel = text(xml, S_XMLTAG_CALL_CHANNEL);
-    status.type = text(xml, S_XMLTAG_STATUS_TYPE);
-    bool readable = false;
-    const int code = text(xml, S_XMLTAG_STATUS).toInt(&readable, 10);
-    if (readable)
-        status.status = code;
+    inCallServiceStatusFields(status, FieldReader(xml), S_XMLTAG_CALL_CHANNEL);
     if (status.channel.isEmpty()) {
         MessageReader::logDebug(QStringLiteral("Parsing LocalChannel field (old SARNET implementation...)"));
         status.channel = text(xml, S_XMLTAG_CALL_LOCAL_CHANNEL);
@@ -248,16 +442,12 @@ InCallServiceStatusEventMsg InCallServiceStatusEventMsg::parseMessage(const QStr
 
 QString InCallServiceStatusEventMsg::generateXmlMessageBody() const
 {
-    const InCallServiceStatus& status = inCallServiceStatus;
-    const QString& channelTag = ApiText::atLeast(api, "5.7") ? S_XMLTAG_CALL_CHANNEL : S_XMLTAG_CALL_LOCAL_CHANNEL;
-    XmlBodyWriter writer;
-    writer.start(S_EVENT_INCALL_SERVICE_STATUS)
-        .text(S_XMLTAG_CALL_UID, status.uid)
-        .text(S_XMLTAG_CALL_SIP_ACCOUNT, status.sipAccount)
-        .text(channelTag, status.channel)
-        .text(S_XMLTAG_STATUS_TYPE, status.type)
-        .text(S_XMLTAG_STATUS, status.status);
-    return writer.end().result();
+    const QString& channelTag
+        = ApiText::atLeast(api, "5.7") ? S_XMLTAG_CALL_CHANNEL : S_XMLTAG_CALL_LOCAL_CHANNEL;
+    return fieldsBody(S_EVENT_INCALL_SERVICE_STATUS, inCallServiceStatus,
+                      [&channelTag](const auto& status, const auto& visit) {
+                          inCallServiceStatusFields(status, visit, channelTag);
+                      });
 }
 
 // ---- ChannelStatusRespMsg -------------------------------------------------
@@ -266,12 +456,11 @@ ChannelStatusRespMsg ChannelStatusRespMsg::parseMessage(const QString& xml)
 {
     ChannelStatusRespMsg msg;
     ChannelStatus& status = msg.channelStatus;
-    status.channel = text(xml, S_XMLTAG_CHANSTATUS_CHANNEL);
-    status.number = text(xml, S_XMLTAG_CHANSTATUS_NUMBER);
-    status.name = text(xml, S_XMLTAG_CHANSTATUS_NAME);
+    status = readFields<ChannelStatus>(xml, channelStatusFields);
     if (status.number.isEmpty()) {
         // Old servers send the quoted name and the number as lines of one text.
-        MessageReader::logDebug(QStringLiteral("Parsing Channel CallerID field (old SARNET implementation...)"));
+        MessageReader::logDebug(
+            QStringLiteral("Parsing Channel CallerID field (old SARNET implementation...)"));
         const QString callerId = text(xml, S_XMLTAG_CHANSTATUS_CALLERID);
         const QString lineBreak = QStringLiteral("\n");
         status.name = withoutEnclosingQuotes(callerId.section(lineBreak, 0, 1).trimmed());
@@ -283,12 +472,7 @@ ChannelStatusRespMsg ChannelStatusRespMsg::parseMessage(const QString& xml)
 
 QString ChannelStatusRespMsg::generateXmlMessageBody() const
 {
-    XmlBodyWriter writer;
-    writer.start(S_XMLTAG_CHANSTATUS_ENTRY)
-        .text(S_XMLTAG_CHANSTATUS_CHANNEL, channelStatus.channel)
-        .text(S_XMLTAG_CHANSTATUS_NUMBER, channelStatus.number)
-        .text(S_XMLTAG_CHANSTATUS_NAME, channelStatus.name);
-    return writer.end().result();
+    return fieldsBody(S_XMLTAG_CHANSTATUS_ENTRY, channelStatus, channelStatusFields);
 }
 
 // ---- ServiceListResMsg ----------------------------------------------------
@@ -306,7 +490,8 @@ ServiceListResMsg ServiceListResMsg::parseMessage(const QString& xml)
 
     const QString inCall = MessageReader::raw(xml, S_XMLTAG_SERVICE_INCALL_SERVICES);
     for (const InCallCode& code : InCallCodes)
-        msg.codes.insert(code.type, inCall.isEmpty() ? QString::fromLatin1(code.preset) : text(inCall, code.element));
+        msg.codes.insert(code.type,
+                         inCall.isEmpty() ? QString::fromLatin1(code.preset) : text(inCall, code.element));
     return MessageReader::accepted(msg, xml, QStringLiteral("Service List resp msg parsed ok"));
 }
 
@@ -331,111 +516,55 @@ QString ServiceListResMsg::generateXmlMessageBody() const
 
 CtiConfigurationRespMsg CtiConfigurationRespMsg::parseMessage(const QString& xml)
 {
-    CtiConfigurationRespMsg msg;
-    msg.chatConfiguration.chatId = text(xml, S_XMLTAG_CTICONFIG_CHATID);
-    msg.chatConfiguration.chatPort = toUShort(xml, S_XMLTAG_CTICONFIG_CHATPORT);
-    SipConfiguration& sip = msg.sipConfiguration;
-    sip.valid = true;
-    sip.sipProtocol = text(xml, S_XMLTAG_CTICONFIG_SIPPROTO);
-    sip.registrarIp = text(xml, S_XMLTAG_CTICONFIG_SIPREGISTRARIP);
-    sip.registrarPort = toUShort(xml, S_XMLTAG_CTICONFIG_SIPREGISTRARPORT);
-    sip.proxyIp = text(xml, S_XMLTAG_CTICONFIG_SIPPROXYIP);
-    sip.proxyPort = toUShort(xml, S_XMLTAG_CTICONFIG_SIPPROXYPORT);
+    auto msg = readFields<CtiConfigurationRespMsg>(xml, ctiConfigurationFields);
+    msg.sipConfiguration.valid = true;
     return MessageReader::accepted(msg, xml, QStringLiteral("CTI configuration msg parsed ok"));
 }
 
 QString CtiConfigurationRespMsg::generateXmlMessageBody() const
 {
-    const SipConfiguration& sip = sipConfiguration;
-    XmlBodyWriter writer;
-    writer.start(S_XMLTAG_CTICONFIG)
-        .text(S_XMLTAG_CTICONFIG_CHATID, chatConfiguration.chatId)
-        .text(S_XMLTAG_CTICONFIG_CHATPORT, chatConfiguration.chatPort)
-        .text(S_XMLTAG_CTICONFIG_SIPPROTO, sip.sipProtocol)
-        .text(S_XMLTAG_CTICONFIG_SIPREGISTRARIP, sip.registrarIp)
-        .text(S_XMLTAG_CTICONFIG_SIPREGISTRARPORT, sip.registrarPort)
-        .text(S_XMLTAG_CTICONFIG_SIPPROXYIP, sip.proxyIp)
-        .text(S_XMLTAG_CTICONFIG_SIPPROXYPORT, sip.proxyPort);
-    return writer.end().result();
+    return fieldsBody(S_XMLTAG_CTICONFIG, *this, ctiConfigurationFields);
 }
 
 // ---- SendCommandRespMsg ---------------------------------------------------
 
 SendCommandRespMsg SendCommandRespMsg::parseMessage(const QString& xml)
 {
-    ServerCommandResponse response;
-    response.requestId = text(xml, S_XMLTAG_SRVCMDRSP_ID);
-    response.command = text(xml, S_XMLTAG_SRVCMDRSP_CMD);
-    response.succeeded = toInt(xml, S_XMLTAG_SRVCMDRSP_FAILED) != 1;
-    response.exitCode = toInt(xml, S_XMLTAG_SRVCMDRSP_EXITCODE);
-    response.message = text(xml, S_XMLTAG_SRVCMDRSP_MSG);
-    response.date = QDateTime::fromString(text(xml, S_XMLTAG_SRVCMDRSP_DATE), CommandDateFormat);
-    const bool valid = !response.requestId.isEmpty();
-    return MessageReader::holding(xml, &SendCommandRespMsg::commandResponse, response, valid,
+    const auto response = readFields<ServerCommandResponse>(xml, commandResponseFields);
+    return MessageReader::holding(xml, &SendCommandRespMsg::commandResponse, response,
+                                  !response.requestId.isEmpty(),
                                   QStringLiteral("servercommand response msg parsed ok"),
                                   QStringLiteral("parsed an invalid servercommand response msg"));
 }
 
 QString SendCommandRespMsg::generateXmlMessageBody() const
 {
-    const ServerCommandResponse& response = commandResponse;
-    XmlBodyWriter writer;
-    writer.start(S_EVENT_SERVERCOMMAND)
-        .text(S_XMLTAG_SRVCMDRSP_ID, response.requestId)
-        .text(S_XMLTAG_SRVCMDRSP_CMD, response.command)
-        .text(S_XMLTAG_SRVCMDRSP_FAILED, response.succeeded ? 0 : 1)
-        .text(S_XMLTAG_SRVCMDRSP_EXITCODE, response.exitCode)
-        .text(S_XMLTAG_SRVCMDRSP_MSG, response.message)
-        .text(S_XMLTAG_SRVCMDRSP_DATE, response.date.toString(CommandDateFormat));
-    return writer.end().result();
+    return fieldsBody(S_EVENT_SERVERCOMMAND, commandResponse, commandResponseFields);
 }
 
 // ---- DiagnosticRespMsg ----------------------------------------------------
 
 DiagnosticRespMsg DiagnosticRespMsg::parseMessage(const QString& xml)
 {
-    DiagnosticMessage diagnostic;
-    diagnostic.tenantUuid = text(xml, S_XMLTAG_DIAGMSG_TENANTID);
-    diagnostic.linkedId = text(xml, S_XMLTAG_DIAGMSG_CONVID);
-    diagnostic.uniqueId = text(xml, S_XMLTAG_DIAGMSG_CALLID);
-    diagnostic.messageId = text(xml, S_XMLTAG_DIAGMSG_ID);
-    diagnostic.verbosity = TELVIX::msgLevelFromString(text(xml, S_XMLTAG_DIAGMSG_VERBOSITY));
-    diagnostic.date = QDateTime::fromString(text(xml, S_XMLTAG_DIAGMSG_DATE), TELVIX::IsoDateNoTz);
-    diagnostic.message = text(xml, S_XMLTAG_DIAGMSG_MSG);
-    diagnostic.fields = SimpleXmlParser::getDecodedTagsValues(MessageReader::raw(xml, S_XMLTAG_DIAGMSG_FIELDS),
-                                                              S_XMLTAG_DIAGMSG_FIELD);
-    const bool valid = !diagnostic.messageId.isEmpty();
-    return MessageReader::holding(xml, &DiagnosticRespMsg::diagnosticMessage, diagnostic, valid,
-                                  QStringLiteral("diagnostic msg parsed ok"),
+    const auto diagnostic = readFields<DiagnosticMessage>(xml, diagnosticFields);
+    return MessageReader::holding(xml, &DiagnosticRespMsg::diagnosticMessage, diagnostic,
+                                  !diagnostic.messageId.isEmpty(), QStringLiteral("diagnostic msg parsed ok"),
                                   QStringLiteral("parsed an invalid diagnostic msg"));
 }
 
 QString DiagnosticRespMsg::generateXmlMessageBody() const
 {
-    const DiagnosticMessage& diagnostic = diagnosticMessage;
-    XmlBodyWriter writer;
-    writer.start(S_EVENT_DIAGNOSTIC)
-        .text(S_XMLTAG_DIAGMSG_TENANTID, diagnostic.tenantUuid)
-        .text(S_XMLTAG_DIAGMSG_CONVID, diagnostic.linkedId)
-        .text(S_XMLTAG_DIAGMSG_CALLID, diagnostic.uniqueId)
-        .text(S_XMLTAG_DIAGMSG_ID, diagnostic.messageId)
-        .text(S_XMLTAG_DIAGMSG_VERBOSITY, TELVIX::msgLevelToString(diagnostic.verbosity))
-        .text(S_XMLTAG_DIAGMSG_DATE, diagnostic.date.toString(TELVIX::IsoDateNoTz))
-        .text(S_XMLTAG_DIAGMSG_MSG, diagnostic.message)
-        .start(S_XMLTAG_DIAGMSG_FIELDS);
-    for (const QString& field : diagnostic.fields)
-        writer.text(S_XMLTAG_DIAGMSG_FIELD, field);
-    return writer.end().end().result();
+    return fieldsBody(S_EVENT_DIAGNOSTIC, diagnosticMessage, diagnosticFields);
 }
 
 // ---- TenantsRespMsg -------------------------------------------------------
 
 TenantsRespMsg TenantsRespMsg::parseMessage(const QString& xml)
 {
-    const MessageReader::ListWords words { QStringLiteral("Tenants request failed: "), S_XMLTAG_TENANT_ENTRY,
-                                           QStringLiteral("parsed an invalid Tenant msg"),
-                                           QStringLiteral("parsed an empty TenantList msg"),
-                                           QStringLiteral("TenantList msg parsed ok") };
+    const MessageReader::ListWords words {QStringLiteral("Tenants request failed: "), S_XMLTAG_TENANT_ENTRY,
+                                          QStringLiteral("parsed an invalid Tenant msg"),
+                                          QStringLiteral("parsed an empty TenantList msg"),
+                                          QStringLiteral("TenantList msg parsed ok")};
     return MessageReader::readList<TenantsRespMsg>(xml, words, [](TenantsRespMsg& msg, const QString& entry) {
         const QString uuid = text(entry, S_XMLTAG_TENANT_ID);
         if (uuid.isEmpty())
@@ -448,9 +577,9 @@ TenantsRespMsg TenantsRespMsg::parseMessage(const QString& xml)
 QString TenantsRespMsg::generateXmlMessageBody() const
 {
     return listBody(S_EVENT_TENANTS, S_XMLTAG_TENANT_ENTRY, tenants.keys(),
-                    [this](XmlBodyWriter& writer, const QString& tenantId) {
-                        writer.text(S_XMLTAG_TENANT_ID, tenantId)
-                            .text(S_XMLTAG_TENANT_DOMAIN, tenants.value(tenantId));
+                    [this](const QString& tenantId, const FieldWriter& visit) {
+                        visit(S_XMLTAG_TENANT_ID, tenantId);
+                        visit(S_XMLTAG_TENANT_DOMAIN, tenants.value(tenantId));
                     });
 }
 
@@ -458,9 +587,7 @@ QString TenantsRespMsg::generateXmlMessageBody() const
 
 AuthTokenResMsg AuthTokenResMsg::parseMessage(const QString& xml)
 {
-    AuthTokenResMsg msg;
-    msg.token = text(xml, S_XMLTAG_AUTHTOKEN_TOKEN);
-    msg.validUntil = QDateTime::fromString(text(xml, S_XMLTAG_AUTHTOKEN_VALID), TokenDateFormat);
+    auto msg = readFields<AuthTokenResMsg>(xml, authTokenFields);
     if (msg.token.isEmpty())
         return MessageReader::invalid<AuthTokenResMsg>(
             QStringLiteral("parsed an invalid AuthToken response message"));
@@ -470,11 +597,7 @@ AuthTokenResMsg AuthTokenResMsg::parseMessage(const QString& xml)
 
 QString AuthTokenResMsg::generateXmlMessageBody() const
 {
-    XmlBodyWriter writer;
-    writer.start(S_XMLTAG_AUTHTOKEN)
-        .text(S_XMLTAG_AUTHTOKEN_TOKEN, token)
-        .text(S_XMLTAG_AUTHTOKEN_VALID, validUntil.toString(TokenDateFormat));
-    return writer.end().result();
+    return fieldsBody(S_XMLTAG_AUTHTOKEN, *this, authTokenFields);
 }
 
 // ---- RebrandingPackChangedEventMsg ----------------------------------------

@@ -7,12 +7,16 @@ XmlBodyWriter::XmlBodyWriter()
 
 XmlBodyWriter& XmlBodyWriter::start(const QString& name)
 {
+    ++m_openElements;
     m_writer.writeStartElement(name);
     return *this;
 }
 
 XmlBodyWriter& XmlBodyWriter::end()
 {
+    if (m_openElements == 0)
+        return *this;
+    --m_openElements;
     m_writer.writeEndElement();
     return *this;
 }

@@ -32,4 +32,5 @@ public:
 private:
     QString m_body;
     QXmlStreamWriter m_writer;
+    int m_openElements = 0;
 };

@@ -39,17 +39,18 @@ void TestSimpleObfuscator::rot13_data()
     QTest::newRow("letter backward") << QByteArray("N") << int(SimpleObfuscator::Backward) << QByteArray("A");
     // Not the letter rotation: 'n' + 13 is '{', not 'a'.
     QTest::newRow("no alphabet wrap") << QByteArray("n") << int(SimpleObfuscator::Forward) << QByteArray("{");
-    QTest::newRow("lower backward") << QByteArray("abc") << int(SimpleObfuscator::Backward) << QByteArray("TUV");
+    QTest::newRow("lower backward") << QByteArray("abc") << int(SimpleObfuscator::Backward)
+                                    << QByteArray("TUV");
     QTest::newRow("digit and blank") << QByteArray("0 ") << int(SimpleObfuscator::Forward)
                                      << QByteArray("=-");
     QTest::newRow("0xf3 wraps to 0") << QByteArray("\xf3", 1) << int(SimpleObfuscator::Forward)
                                      << QByteArray("\x00", 1);
-    QTest::newRow("0xff wraps to 0x0c") << QByteArray("\xff", 1) << int(SimpleObfuscator::Forward)
-                                        << QByteArray("\x0c", 1);
-    QTest::newRow("0 wraps back to 0xf3") << QByteArray("\x00", 1) << int(SimpleObfuscator::Backward)
-                                          << QByteArray("\xf3", 1);
-    QTest::newRow("0x0c wraps back to 0xff") << QByteArray("\x0c", 1) << int(SimpleObfuscator::Backward)
-                                             << QByteArray("\xff", 1);
+    QTest::newRow("0xff wraps to 0x0c")
+        << QByteArray("\xff", 1) << int(SimpleObfuscator::Forward) << QByteArray("\x0c", 1);
+    QTest::newRow("0 wraps back to 0xf3")
+        << QByteArray("\x00", 1) << int(SimpleObfuscator::Backward) << QByteArray("\xf3", 1);
+    QTest::newRow("0x0c wraps back to 0xff")
+        << QByteArray("\x0c", 1) << int(SimpleObfuscator::Backward) << QByteArray("\xff", 1);
     QTest::newRow("0x7f forward") << QByteArray("\x7f", 1) << int(SimpleObfuscator::Forward)
                                   << QByteArray("\x8c", 1);
     QTest::newRow("0x80 backward") << QByteArray("\x80", 1) << int(SimpleObfuscator::Backward)
@@ -216,8 +217,7 @@ void TestSimpleObfuscator::roundTripText_data()
 {
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("frame") << QStringLiteral(
-        "<SRNT><API>5.7</API><Info><KeepAlive/></Info></SRNT>");
+    QTest::newRow("frame") << QStringLiteral("<SRNT><API>5.7</API><Info><KeepAlive/></Info></SRNT>");
     QTest::newRow("accents") << QStringLiteral("Caf\u00e9 M\u00fcller \u00e0 l'\u00e9t\u00e9");
     QTest::newRow("astral plane") << QString::fromUtf8("\xf0\x9f\x93\x9e call");
     QTest::newRow("line feeds") << QStringLiteral("Sent: >>>\nline\r\n");

@@ -59,18 +59,20 @@ template <typename Msg> Parsed summary(const Msg& m)
         return {m.success, m.api, m.uuid, gadgetFields(m.event)};
 }
 
-/// How to read one kind of event, and what its parser gives back when the
-/// event is invalid: a message built by the default constructor.
+/// How to read one kind of event, what its parser gives back for an invalid
+/// one (a message built by the default constructor), and what the class
+/// writes when it has read a document.
 struct EventKind
 {
     std::function<Parsed(const QString&)> parse;
     std::function<Parsed()> blank;
+    std::function<QString(const QString&)> rewrite;
 };
 
 template <typename Msg> EventKind kind()
 {
-    return {[](const QString& xml) { return summary(Msg::parseMessage(xml)); },
-            [] { return summary(Msg()); }};
+    return {[](const QString& xml) { return summary(Msg::parseMessage(xml)); }, [] { return summary(Msg()); },
+            [](const QString& xml) { return Msg::parseMessage(xml).serializeToXml(QStringLiteral("6.1")); }};
 }
 
 /// Every event by the element it arrives under.
@@ -109,45 +111,20 @@ const QString oldLeg = QStringLiteral("<Uid>u1</Uid><LocalChannel>SIP/1000-0000a
 // Every element any call event reads, so that each parser finds its own.
 const QString everyElement = QStringLiteral(
     "<SipAccount>1000</SipAccount><LocalChannel>SIP/1000-01</LocalChannel>"
-    "<RemoteChannel>SIP/2000-02</RemoteChannel><Remote>2000</Remote><RemoteName>Bob</RemoteName>"
+    "<RemoteChannel>SIP/2000-02</RemoteChannel><Remote>2000</Remote><RemoteName>Bob &amp; Co</RemoteName>"
     "<CalledNum>3000</CalledNum><Reason>busy</Reason><OldLocalChannel>SIP/1000-01</OldLocalChannel>"
     "<NewLocalChannel>SIP/1000-03</NewLocalChannel><Exten>1000</Exten><C2cChannel>Local/1000</C2cChannel>"
-    "<ToNumber>0612345</ToNumber><Type>c2c</Type>");
+    "<ToNumber>0612345</ToNumber><Type>c2c</Type><CallType>inbound</CallType><Queue>500</Queue>"
+    "<QueueName>Support</QueueName><Group>600</Group><GroupName>Sales</GroupName><RemoteType>external</"
+    "RemoteType>"
+    "<IsC2c>1</IsC2c><IsXferReturn>1</IsXferReturn><IsCallToService>1</IsCallToService>"
+    "<LocalAnswer>1</LocalAnswer><LocalHangup>1</LocalHangup>");
 
-QStringList allEvents()
+QVariantMap with(QVariantMap base, const QVariantMap& more)
 {
-    return {"OriginateCall",         "IncomingCall",         "AnsweredCall",
-            "FinishedCall",          "MissedCall",           "ColpUpdate",
-            "CallLocalInfoUpdate",   "InlineAtxferCanceled", "InlineAtxferStarted",
-            "InlineAtxferCompleted", "C2cOriginate",         "C2cFinished"};
-}
-
-template <typename Msg> Parsed roundTripped(Msg msg, QString* written = nullptr)
-{
-    const QString xml = msg.serializeToXml(QStringLiteral("6.1"));
-    if (written)
-        *written = xml;
-    return summary(Msg::parseMessage(xml));
-}
-
-IncomingCallEvent incomingSample()
-{
-    IncomingCallEvent e;
-    e.uid = "u7";
-    e.sipAccount = "1000";
-    e.localChannel = "SIP/1000-07";
-    e.remoteChannel = "SIP/trunk-08";
-    e.remoteNum = "0612345";
-    e.remoteName = "Tom & Jerry <TJ>";
-    e.calledNum = "1000";
-    e.attributes = TELVIX::CallAttrFromIbl | TELVIX::CallAttrClickToCall | TELVIX::CallAttrReturnFromTransfer
-        | TELVIX::CallAttrToQueue | TELVIX::CallAttrToCallg;
-    e.callType = "inbound";
-    e.queue = "500";
-    e.queueName = "Support";
-    e.group = "Sales";
-    e.groupName = "Sales";
-    return e;
+    for (auto it = more.begin(); it != more.end(); ++it)
+        base.insert(it.key(), it.value());
+    return base;
 }
 
 } // namespace
@@ -159,9 +136,8 @@ class TestCallEventMessages : public QObject
 private Q_SLOTS:
     void recordLayout_data();
     void recordLayout();
-    void recordsAreRegistered();
-    void fieldsOfCurrentServer_data();
-    void fieldsOfCurrentServer();
+    void currentServer_data();
+    void currentServer();
     void logWords_data();
     void logWords();
     void accountFromChannel_data();
@@ -170,19 +146,16 @@ private Q_SLOTS:
     void anonymousCaller();
     void incomingAttributes_data();
     void incomingAttributes();
-    void answeredServiceAndLocalAnswer_data();
-    void answeredServiceAndLocalAnswer();
-    void finishedLocalHangup_data();
-    void finishedLocalHangup();
+    void answeredCallToService_data();
+    void answeredCallToService();
+    void wireBooleans_data();
+    void wireBooleans();
     void originateCalledNum_data();
     void originateCalledNum();
-    void roundTrip_data();
-    void roundTrip();
+    void writtenElement_data();
+    void writtenElement();
     void originateWritesCalledNumTwice();
     void incomingWritesGroupNameAsGroup();
-    void transferCanceledWrittenUnderOlderName();
-    void transferCompletedWrittenAsStarted();
-    void transferStartedWrittenWithoutUid();
 };
 
 void TestCallEventMessages::recordLayout_data()
@@ -214,6 +187,7 @@ void TestCallEventMessages::recordLayout()
 {
     QFETCH(QString, className);
     QFETCH(QStringList, fields);
+    // Found by its registered name, as queued connections find it.
     const QMetaObject* meta = QMetaType::metaObjectForType(QMetaType::type(className.toLatin1()));
     QVERIFY(meta);
     QStringList names;
@@ -222,82 +196,73 @@ void TestCallEventMessages::recordLayout()
     QCOMPARE(names, fields);
 }
 
-void TestCallEventMessages::recordsAreRegistered()
-{
-    // Queued connections carry the records between threads by these names.
-    AnsweredCallEvent answered;
-    QCOMPARE(answered.previousCallState, -1);
-    QCOMPARE(answered.localAnswer, false);
-    const QVariant copy = QVariant::fromValue(incomingSample());
-    QCOMPARE(QMetaType::type("IncomingCallEvent"), copy.userType());
-    QCOMPARE(copy.value<IncomingCallEvent>().remoteName, QStringLiteral("Tom & Jerry <TJ>"));
-    for (const char* name : {"OriginateCallEvent", "FinishedCallEvent", "MissedCallEvent", "ColpUpdateEvent",
-                             "CallLocalInfoUpdateEvent", "TransferCanceledCallEvent",
-                             "TransferStartedCallEvent", "TransferCompletedCallEvent"})
-        QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
-}
-
-void TestCallEventMessages::fieldsOfCurrentServer_data()
+void TestCallEventMessages::currentServer_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<QVariantMap>("expected");
     const QVariantMap leg {{"uid", "u1"}, {"sipAccount", "1000"}, {"localChannel", "SIP/1000-01"}};
-    const auto with = [](QVariantMap base, const QVariantMap& more) {
-        for (auto it = more.begin(); it != more.end(); ++it)
-            base.insert(it.key(), it.value());
-        return base;
-    };
-    const QVariantMap remote = with(leg, {{"remoteNum", "2000"}, {"remoteName", "Bob"}});
+    const QVariantMap remote = with(leg, {{"remoteNum", "2000"}, {"remoteName", "Bob & Co"}});
     const QVariantMap peer = with(remote, {{"remoteChannel", "SIP/2000-02"}});
-    QTest::newRow("OriginateCall") << "OriginateCall" << with(leg, {{"calledNum", "3000"}});
-    QTest::newRow("IncomingCall") << "IncomingCall"
-                                  << with(peer,
-                                          {{"calledNum", "3000"},
-                                           {"callType", "inbound"},
-                                           {"queue", "500"},
-                                           {"queueName", "Support"},
-                                           {"group", "600"},
-                                           {"groupName", "Sales"}});
-    QTest::newRow("AnsweredCall") << "AnsweredCall"
-                                  << with(peer, {{"calledNum", "3000"}, {"previousCallState", -1}});
-    QTest::newRow("FinishedCall") << "FinishedCall"
-                                  << with(remote, {{"calledNum", "3000"}, {"reason", "busy"}});
-    QTest::newRow("MissedCall") << "MissedCall" << remote;
-    QTest::newRow("ColpUpdate") << "ColpUpdate" << peer;
-    QTest::newRow("CallLocalInfoUpdate") << "CallLocalInfoUpdate"
-                                         << QVariantMap {{"uid", "u1"},
-                                                         {"sipAccount", "1000"},
-                                                         {"oldLocalChannel", "SIP/1000-01"},
-                                                         {"newLocalChannel", "SIP/1000-03"}};
-    QTest::newRow("InlineAtxferCanceled")
-        << "InlineAtxferCanceled" << QVariantMap {{"uid", "u1"}, {"reason", "busy"}};
-    QTest::newRow("InlineAtxferStarted") << "InlineAtxferStarted" << with(leg, {{"calledNum", "3000"}});
-    QTest::newRow("InlineAtxferCompleted") << "InlineAtxferCompleted" << leg;
-    QTest::newRow("C2cOriginate") << "C2cOriginate"
-                                  << QVariantMap {{"uid", "u1"},
-                                                  {"exten", "1000"},
-                                                  {"c2cChannel", "Local/1000"},
-                                                  {"toNumber", "0612345"},
-                                                  {"callType", "c2c"}};
-    QTest::newRow("C2cFinished") << "C2cFinished"
-                                 << QVariantMap {
-                                        {"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"}};
+    const QVariantMap c2c {{"uid", "u1"}, {"exten", "1000"}, {"c2cChannel", "Local/1000"}};
+    const auto row = [](const char* element, const QVariantMap& expected) {
+        QTest::newRow(element) << QString::fromLatin1(element) << expected;
+    };
+    row("OriginateCall", with(leg, {{"calledNum", "3000"}}));
+    row("IncomingCall",
+        with(peer,
+             {{"calledNum", "3000"},
+              {"callType", "inbound"},
+              {"queue", "500"},
+              {"queueName", "Support"},
+              {"group", "600"},
+              {"groupName", "Sales"}}));
+    // A call to a service has no remote channel.
+    row("AnsweredCall",
+        with(peer,
+             {{"remoteChannel", ""},
+              {"calledNum", "3000"},
+              {"previousCallState", -1},
+              {"localAnswer", true}}));
+    row("FinishedCall", with(remote, {{"calledNum", "3000"}, {"reason", "busy"}, {"localHangup", true}}));
+    row("MissedCall", remote);
+    row("ColpUpdate", peer);
+    row("CallLocalInfoUpdate",
+        {{"uid", "u1"},
+         {"sipAccount", "1000"},
+         {"oldLocalChannel", "SIP/1000-01"},
+         {"newLocalChannel", "SIP/1000-03"}});
+    row("InlineAtxferCanceled", {{"uid", "u1"}, {"reason", "busy"}});
+    row("InlineAtxferStarted", with(leg, {{"calledNum", "3000"}}));
+    row("InlineAtxferCompleted", leg);
+    row("C2cOriginate", with(c2c, {{"toNumber", "0612345"}, {"callType", "c2c"}}));
+    row("C2cFinished", c2c);
 }
 
-void TestCallEventMessages::fieldsOfCurrentServer()
+void TestCallEventMessages::currentServer()
 {
     QFETCH(QString, element);
     QFETCH(QVariantMap, expected);
-    const QString extra
-        = QStringLiteral("<CallType>inbound</CallType><Queue>500</Queue><QueueName>Support</QueueName>"
-                         "<Group>600</Group><GroupName>Sales</GroupName>");
-    const Parsed p
-        = parseEvent(element, eventDocument(element, "<Uid>u1</Uid>" + everyElement + extra, "6.1"));
+    const QString xml = eventDocument(element, "<Uid>u1</Uid>" + everyElement, "6.1");
+    const Parsed p = parseEvent(element, xml);
     QVERIFY(p.success);
     QCOMPARE(p.api, QStringLiteral("6.1"));
     QCOMPARE(p.uuid, MessageTestUtil::fixtureUuid());
     for (auto it = expected.begin(); it != expected.end(); ++it)
         QVERIFY2(p.fields.value(it.key()) == it.value(), qPrintable(it.key()));
+    QCOMPARE(p.fields.size(), eventKind(element).blank().fields.size());
+
+    // Round trip: what the class writes reads back as the same record, but
+    // for the writer's documented deviations.
+    const Parsed back = parseEvent(element, eventKind(element).rewrite(xml));
+    if (element == "InlineAtxferStarted") {
+        QVERIFY(!back.success);
+        return;
+    }
+    QVERIFY(back.success);
+    QVariantMap same = p.fields;
+    if (element == "IncomingCall")
+        same["group"] = same["groupName"];
+    QCOMPARE(back.fields, same);
 }
 
 void TestCallEventMessages::logWords_data()
@@ -343,17 +308,15 @@ void TestCallEventMessages::logWords()
         QVERIFY(!log.messages().contains(invalid));
         QCOMPARE(log.messages().contains(QStringLiteral("API version 5.10")), logsApi);
     }
-    {
-        QtLogCapture log;
-        // An event without "Uid" is invalid whatever else it holds, and comes
-        // back with an empty record and no metadata.
-        const Parsed p = parseEvent(element, eventDocument(element, everyElement, "5.10"));
-        QVERIFY(!p.success);
-        QVERIFY(p.uuid.isEmpty());
-        QCOMPARE(p.fields, eventKind(element).blank().fields);
-        QCOMPARE(log.messages().count(invalid), 1);
-        QVERIFY(!log.messages().contains(parsedOk));
-    }
+    QtLogCapture log;
+    // Without "Uid" an event is invalid whatever else it holds, and comes back
+    // as built by the default constructor: empty record, no metadata.
+    const Parsed p = parseEvent(element, eventDocument(element, everyElement, "4.1"));
+    QVERIFY(!p.success);
+    QVERIFY(p.uuid.isEmpty());
+    QCOMPARE(p.fields, eventKind(element).blank().fields);
+    QCOMPARE(log.messages().count(invalid), 1);
+    QVERIFY(!log.messages().contains(parsedOk));
 }
 
 void TestCallEventMessages::accountFromChannel_data()
@@ -361,8 +324,7 @@ void TestCallEventMessages::accountFromChannel_data()
     QTest::addColumn<QString>("element");
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("account");
-    const QString fromChannel
-        = QStringLiteral("1000-000"); // the cut keeps "SIP/".length() characters too many
+    const QString fromChannel = QStringLiteral("1000-000"); // the cut comes "SIP/".length() characters late
     for (const char* element :
          {"OriginateCall", "IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
         QTest::addRow("%s 4.1", element) << element << "4.1" << fromChannel;
@@ -401,10 +363,10 @@ void TestCallEventMessages::anonymousCaller_data()
     QTest::addColumn<bool>("hidden");
     QTest::addColumn<int>("flag");
     for (const char* element : {"IncomingCall", "AnsweredCall", "FinishedCall", "MissedCall"}) {
-        const int flag
-            = QByteArray(element) == "IncomingCall" || QByteArray(element) == "AnsweredCall" ? 0x800 : 0;
-        QTest::addRow("%s sip uri", element) << element << "sip:Anonymous@invalid" << true << flag;
-        QTest::addRow("%s bare", element) << element << "ANONYMOUS" << true << flag;
+        const bool flagged = qstrcmp(element, "IncomingCall") == 0 || qstrcmp(element, "AnsweredCall") == 0;
+        QTest::addRow("%s sip uri", element)
+            << element << "sip:Anonymous@invalid" << true << (flagged ? 0x800 : 0);
+        QTest::addRow("%s bare", element) << element << "ANONYMOUS" << true << (flagged ? 0x800 : 0);
         QTest::addRow("%s number", element) << element << "0612345" << false << 0;
     }
 }
@@ -415,14 +377,11 @@ void TestCallEventMessages::anonymousCaller()
     QFETCH(QString, remote);
     QFETCH(bool, hidden);
     QFETCH(int, flag);
+    const QString fields = QStringLiteral("<Uid>u1</Uid><Remote>%1</Remote><RemoteName>Eve</RemoteName>"
+                                          "<RemoteType>internal</RemoteType>")
+                               .arg(remote);
     for (const char* api : {"4.1", "5.4", "6.1"}) {
-        const Parsed p = parseEvent(
-            element,
-            eventDocument(element,
-                          QStringLiteral("<Uid>u1</Uid><Remote>%1</Remote><RemoteName>Eve</RemoteName>"
-                                         "<RemoteType>internal</RemoteType>")
-                              .arg(remote),
-                          api));
+        const Parsed p = parseEvent(element, eventDocument(element, fields, api));
         QVERIFY(p.success);
         QCOMPARE(p.field("remoteNum"), hidden ? QStringLiteral("anonymous") : remote);
         QCOMPARE(p.field("remoteName"), hidden ? QStringLiteral("Anonymous") : QStringLiteral("Eve"));
@@ -488,72 +447,72 @@ void TestCallEventMessages::incomingAttributes()
         QCOMPARE(p.field("remoteName"), QStringLiteral("c2c: Bob"));
 }
 
-void TestCallEventMessages::answeredServiceAndLocalAnswer_data()
+void TestCallEventMessages::answeredCallToService_data()
 {
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("fields");
     QTest::addColumn<int>("attributes");
     QTest::addColumn<QString>("remoteChannel");
-    QTest::addColumn<bool>("localAnswer");
     const auto row = [](const char* name, const char* api, const QString& fields, int attributes,
-                        const char* remoteChannel, bool localAnswer) {
+                        const char* remoteChannel) {
         QTest::newRow(name) << QString::fromLatin1(api) << fields << attributes
-                            << QString::fromLatin1(remoteChannel) << localAnswer;
+                            << QString::fromLatin1(remoteChannel);
     };
     const QString same = QStringLiteral(
         "<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/1000-01</RemoteChannel>");
     const QString other = QStringLiteral(
         "<LocalChannel>SIP/1000-01</LocalChannel><RemoteChannel>SIP/2000-02</RemoteChannel>");
-    row("equal channels on 4.9", "4.9", same, 0x100, "", false);
-    row("equal channels on 4.1", "4.1", same, 0x100, "", false);
-    row("equal channels on 4.10", "4.10", same, 0x100, "", false);
-    row("equal channels on 5.0", "5.0", same, 0, "SIP/1000-01", false);
-    row("equal channels on 5.10", "5.10", same, 0, "SIP/1000-01", false);
-    row("IsCallToService 0 on 4.9", "4.9", same + "<IsCallToService>0</IsCallToService>", 0, "SIP/1000-01",
-        false);
-    row("IsCallToService 1 on 6.1", "6.1", other + "<IsCallToService>1</IsCallToService>", 0x100, "", false);
-    row("other channel on 4.9", "4.9", other, 0, "SIP/2000-02", false);
-    row("no channels on 4.5", "4.5", QString(), 0x100, "", false);
-    row("anonymous", "6.1", other + "<Remote>Anonymous</Remote>", 0x800, "SIP/2000-02", false);
-    row("LocalAnswer 1", "6.1", other + "<LocalAnswer>1</LocalAnswer>", 0, "SIP/2000-02", true);
-    row("LocalAnswer 2", "6.1", other + "<LocalAnswer>2</LocalAnswer>", 0, "SIP/2000-02", false);
-    row("LocalAnswer true", "6.1", other + "<LocalAnswer>true</LocalAnswer>", 0, "SIP/2000-02", false);
+    row("equal channels on 4.9", "4.9", same, 0x100, "");
+    row("equal channels on 4.1", "4.1", same, 0x100, "");
+    row("equal channels on 4.10", "4.10", same, 0x100, "");
+    row("equal channels on 5.0", "5.0", same, 0, "SIP/1000-01");
+    row("equal channels on 5.10", "5.10", same, 0, "SIP/1000-01");
+    row("IsCallToService 0 on 4.9", "4.9", same + "<IsCallToService>0</IsCallToService>", 0, "SIP/1000-01");
+    row("IsCallToService 1 on 6.1", "6.1", other + "<IsCallToService>1</IsCallToService>", 0x100, "");
+    row("other channel on 4.9", "4.9", other, 0, "SIP/2000-02");
+    row("no channels on 4.5", "4.5", QString(), 0x100, "");
+    row("anonymous", "6.1", other + "<Remote>Anonymous</Remote>", 0x800, "SIP/2000-02");
 }
 
-void TestCallEventMessages::answeredServiceAndLocalAnswer()
+void TestCallEventMessages::answeredCallToService()
 {
     QFETCH(QString, api);
     QFETCH(QString, fields);
     QFETCH(int, attributes);
     QFETCH(QString, remoteChannel);
-    QFETCH(bool, localAnswer);
     const Parsed p = parseEvent("AnsweredCall", eventDocument("AnsweredCall", "<Uid>u1</Uid>" + fields, api));
     QVERIFY(p.success);
     QCOMPARE(p.attributes(), attributes);
     QCOMPARE(p.field("remoteChannel"), remoteChannel);
-    QCOMPARE(p.fields.value("localAnswer").toBool(), localAnswer);
-    QCOMPARE(p.fields.value("previousCallState").toInt(), -1);
 }
 
-void TestCallEventMessages::finishedLocalHangup_data()
+void TestCallEventMessages::wireBooleans_data()
 {
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("tag");
     QTest::addColumn<QString>("value");
-    QTest::addColumn<bool>("localHangup");
-    QTest::newRow("1") << "1" << true;
-    QTest::newRow("0") << "0" << false;
-    QTest::newRow("2") << "2" << false;
-    QTest::newRow("empty") << "" << false;
+    QTest::addColumn<bool>("expected");
+    // True only when the text reads as the number 1.
+    for (const auto& [element, tag] :
+         {std::pair("AnsweredCall", "LocalAnswer"), std::pair("FinishedCall", "LocalHangup")})
+        for (const auto& [value, expected] :
+             {std::pair("1", true), std::pair("2", false), std::pair("0", false), std::pair("true", false),
+              std::pair("", false)})
+            QTest::addRow("%s %s", tag, value) << element << tag << value << expected;
 }
 
-void TestCallEventMessages::finishedLocalHangup()
+void TestCallEventMessages::wireBooleans()
 {
+    QFETCH(QString, element);
+    QFETCH(QString, tag);
     QFETCH(QString, value);
-    QFETCH(bool, localHangup);
-    const Parsed p = parseEvent(
-        "FinishedCall",
-        eventDocument("FinishedCall", "<Uid>u1</Uid><LocalHangup>" + value + "</LocalHangup>", "5.4"));
+    QFETCH(bool, expected);
+    const QString fields = QStringLiteral("<Uid>u1</Uid><%1>%2</%1>").arg(tag, value);
+    const Parsed p = parseEvent(element, eventDocument(element, fields, "5.4"));
     QVERIFY(p.success);
-    QCOMPARE(p.fields.value("localHangup").toBool(), localHangup);
+    QString field = tag;
+    field[0] = field[0].toLower();
+    QCOMPARE(p.fields.value(field).toBool(), expected);
 }
 
 void TestCallEventMessages::originateCalledNum_data()
@@ -584,105 +543,44 @@ void TestCallEventMessages::originateCalledNum()
     QCOMPARE(p.field("calledNum"), calledNum);
 }
 
-void TestCallEventMessages::roundTrip_data()
+void TestCallEventMessages::writtenElement_data()
 {
-    QTest::addColumn<QString>("kind");
-    for (const QString& element : allEvents())
-        if (element != "InlineAtxferStarted")
-            QTest::newRow(qPrintable(element)) << element;
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("written");
+    const auto row = [](const char* element, const char* written) {
+        QTest::newRow(element) << QString::fromLatin1(element) << QString::fromLatin1(written);
+    };
+    row("OriginateCall", "<OriginateCall><Uid>u1</Uid>");
+    row("IncomingCall", "<IncomingCall><Uid>u1</Uid>");
+    row("AnsweredCall", "<AnsweredCall><Uid>u1</Uid>");
+    row("FinishedCall", "<FinishedCall><Uid>u1</Uid>");
+    row("MissedCall", "<MissedCall><Uid>u1</Uid>");
+    row("ColpUpdate", "<ColpUpdate><Uid>u1</Uid>");
+    row("CallLocalInfoUpdate", "<CallLocalInfoUpdate><Uid>u1</Uid>");
+    // The writer deviations: received names differ from written ones, and
+    // the started transfer is written without its uid.
+    row("InlineAtxferCanceled", "<TransferCanceled><Uid>u1</Uid><Reason>busy</Reason></TransferCanceled>");
+    row("InlineAtxferCompleted", "<InlineAtxferStarted><Uid>u1</Uid>");
+    row("InlineAtxferStarted", "<InlineAtxferStarted><SipAccount>1000</SipAccount>");
+    row("C2cOriginate", "<C2cOriginate><Uid>u1</Uid><Exten>1000</Exten>");
+    row("C2cFinished",
+        "<C2cFinished><Uid>u1</Uid><Exten>1000</Exten><C2cChannel>Local/1000</C2cChannel></C2cFinished>");
 }
 
-void TestCallEventMessages::roundTrip()
+void TestCallEventMessages::writtenElement()
 {
-    QFETCH(QString, kind);
-    // Each message written by the library as a server writes it, then read back.
-    QHash<QString, std::function<std::pair<Parsed, Parsed>()>> cases;
-    const auto pair = [](const auto& msg) { return std::make_pair(summary(msg), roundTripped(msg)); };
-    cases["OriginateCall"] = [&] {
-        OriginateCallEventMsg m;
-        m.event.uid = "u1";
-        m.event.sipAccount = "1000";
-        m.event.localChannel = "SIP/1000-01";
-        m.event.calledNum = "3000";
-        return pair(m);
-    };
-    cases["IncomingCall"] = [&] {
-        IncomingCallEventMsg m;
-        m.event = incomingSample();
-        return pair(m);
-    };
-    cases["AnsweredCall"] = [&] {
-        AnsweredCallEventMsg m;
-        static_cast<CallDetailsEvent&>(m.event) = incomingSample();
-        m.event.remoteNum = "anonymous";
-        m.event.remoteName = "Anonymous";
-        m.event.remoteChannel.clear();
-        m.event.attributes = TELVIX::CallAttrAnonymousCaller | TELVIX::CallAttrToService;
-        m.event.localAnswer = true;
-        return pair(m);
-    };
-    cases["FinishedCall"] = [&] {
-        FinishedCallEventMsg m;
-        m.event.uid = "u1";
-        m.event.sipAccount = "1000";
-        m.event.remoteNum = "2000";
-        m.event.remoteName = "<Bob>";
-        m.event.calledNum = "3000";
-        m.event.reason = "busy & gone";
-        m.event.localHangup = true;
-        return pair(m);
-    };
-    cases["MissedCall"] = [&] {
-        MissedCallEventMsg m;
-        m.event.uid = "u1";
-        m.event.localChannel = "SIP/1000-01";
-        m.event.remoteNum = "2000";
-        return pair(m);
-    };
-    cases["ColpUpdate"] = [&] {
-        ColpUpdateEventMsg m;
-        m.event.uid = "u1";
-        m.event.remoteChannel = "SIP/2000-02";
-        m.event.remoteName = "Bob";
-        return pair(m);
-    };
-    cases["CallLocalInfoUpdate"] = [&] {
-        CallLocalInfoUpdateEventMsg m;
-        m.event = {"u1", "1000", "SIP/1000-01", "SIP/1000-03"};
-        return pair(m);
-    };
-    cases["InlineAtxferCanceled"] = [&] {
-        TransferCanceledCallEventMsg m;
-        m.event = {"u1", "no answer"};
-        return pair(m);
-    };
-    cases["InlineAtxferCompleted"] = [&] {
-        TransferCompletedCallEventMsg m;
-        m.event.uid = "u1";
-        m.event.sipAccount = "1000";
-        m.event.localChannel = "SIP/1000-01";
-        return pair(m);
-    };
-    cases["C2cOriginate"] = [&] {
-        C2COriginateEventMsg m;
-        m.uid = "u1";
-        m.exten = "1000";
-        m.c2cChannel = "Local/1000";
-        m.toNumber = "0612345";
-        m.callType = "c2c_mobile";
-        return pair(m);
-    };
-    cases["C2cFinished"] = [&] {
-        C2CFinishedEventMsg m;
-        m.uid = "u1";
-        m.exten = "1000";
-        return pair(m);
-    };
-    QVERIFY(cases.contains(kind));
-    const auto [original, read] = cases.value(kind)();
-    QVERIFY(read.success);
-    QCOMPARE(read.api, QStringLiteral("6.1"));
-    QCOMPARE(read.fields, original.fields);
+    QFETCH(QString, element);
+    QFETCH(QString, written);
+    QtLogCapture log;
+    const QString xml
+        = eventKind(element).rewrite(eventDocument(element, "<Uid>u1</Uid>" + everyElement, "6.1"));
+    QVERIFY2(xml.contains("<Response>" + written), qPrintable(xml));
+    QCOMPARE(xml.count("<Uid>"), element == "InlineAtxferStarted" ? 0 : 1);
+    if (element != "InlineAtxferStarted")
+        return;
+    // What it writes does not read back.
+    QVERIFY(!parseEvent(element, xml).success);
+    QVERIFY(log.messages().contains("parsed an invalid TransferStarted msg"));
 }
 
 void TestCallEventMessages::originateWritesCalledNumTwice()
@@ -690,8 +588,7 @@ void TestCallEventMessages::originateWritesCalledNumTwice()
     OriginateCallEventMsg m;
     m.event.uid = "u1";
     m.event.calledNum = "3000";
-    const QString xml = m.serializeToXml("6.1");
-    QVERIFY(xml.contains("<Response><OriginateCall><Uid>u1</Uid>"));
+    const QString xml = m.serializeToXml("4.1");
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "CalledNum"), QStringLiteral("3000"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "To"), QStringLiteral("3000"));
     QVERIFY(xml.indexOf("<CalledNum>") < xml.indexOf("<To>"));
@@ -700,62 +597,25 @@ void TestCallEventMessages::originateWritesCalledNumTwice()
 void TestCallEventMessages::incomingWritesGroupNameAsGroup()
 {
     IncomingCallEventMsg m;
-    m.event = incomingSample();
+    m.event.uid = "u1";
+    m.event.queue = "500";
     m.event.group = "600";
-    m.event.attributes = TELVIX::CallAttrFromLocalExten | TELVIX::CallAttrToCallg;
-    QString xml;
-    const Parsed read = roundTripped(m, &xml);
+    m.event.groupName = "Sales";
+    m.event.attributes = TELVIX::CallAttrFromLocalExten | TELVIX::CallAttrToQueue | TELVIX::CallAttrToCallg;
+    QString xml = m.serializeToXml("6.1");
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "Group"), QStringLiteral("Sales"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "GroupName"), QStringLiteral("Sales"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "IsC2c"), QStringLiteral("0"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, "IsXferReturn"), QStringLiteral("0"));
-    QCOMPARE(SimpleXmlParser::getTagValue(xml, "RemoteType"), QStringLiteral("internal"));
-    QCOMPARE(read.field("group"), QStringLiteral("Sales"));
-    QCOMPARE(read.attributes(), 0x1 | 0x40 | 0x80);
+    const IncomingCallEventMsg read = IncomingCallEventMsg::parseMessage(xml);
+    QCOMPARE(read.event.group, QStringLiteral("Sales"));
+    QCOMPARE(int(read.event.attributes), 0x1 | 0x40 | 0x80);
 
     // With no group name the group is lost on the way, and its flag with it.
     m.event.groupName.clear();
-    const Parsed lost = roundTripped(m, &xml);
+    xml = m.serializeToXml("6.1");
     QVERIFY(xml.contains("<Group></Group>"));
-    QVERIFY(lost.field("group").isEmpty());
-    QCOMPARE(lost.attributes(), 0x1 | 0x40);
-}
-
-void TestCallEventMessages::transferCanceledWrittenUnderOlderName()
-{
-    TransferCanceledCallEventMsg m;
-    m.event = {"u1", "timeout"};
-    QString xml;
-    const Parsed read = roundTripped(m, &xml);
-    QVERIFY(xml.contains("<TransferCanceled><Uid>u1</Uid><Reason>timeout</Reason></TransferCanceled>"));
-    QVERIFY(!xml.contains("InlineAtxferCanceled"));
-    QVERIFY(read.success);
-    QCOMPARE(read.field("reason"), QStringLiteral("timeout"));
-}
-
-void TestCallEventMessages::transferCompletedWrittenAsStarted()
-{
-    TransferCompletedCallEventMsg m;
-    m.event.uid = "u1";
-    const QString xml = m.serializeToXml("6.1");
-    QVERIFY(xml.contains("<InlineAtxferStarted><Uid>u1</Uid>"));
-    QVERIFY(!xml.contains("InlineAtxferCompleted"));
-}
-
-void TestCallEventMessages::transferStartedWrittenWithoutUid()
-{
-    TransferStartedCallEventMsg m;
-    m.event.uid = "u1";
-    m.event.sipAccount = "1000";
-    m.event.localChannel = "SIP/1000-01";
-    m.event.calledNum = "3000";
-    QtLogCapture log;
-    QString xml;
-    const Parsed read = roundTripped(m, &xml);
-    QVERIFY(xml.contains("<InlineAtxferStarted><SipAccount>1000</SipAccount>"));
-    QVERIFY(!xml.contains("<Uid>"));
-    QVERIFY(!read.success);
-    QVERIFY(log.messages().contains("parsed an invalid TransferStarted msg"));
+    QCOMPARE(int(IncomingCallEventMsg::parseMessage(xml).event.attributes), 0x1 | 0x40);
 }
 
 QTEST_APPLESS_MAIN(TestCallEventMessages)

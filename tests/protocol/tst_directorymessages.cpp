@@ -41,12 +41,6 @@ QString statusXml(const QString& exten, const QString& logged, const QString& pa
         .arg(exten, logged, paused, blf);
 }
 
-// The part between <Request> and </Request> of a written request.
-QString requestBody(const QString& document)
-{
-    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
-}
-
 } // namespace
 
 class TestDirectoryMessages : public QObject

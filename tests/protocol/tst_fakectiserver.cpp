@@ -130,9 +130,9 @@ void TestFakeCtiServer::recordsKeepAliveFromClient()
     QTRY_COMPARE(frameSpy.count(), 1);
     QCOMPARE(frameSpy.at(0).at(0).toInt(), 0);
     QCOMPARE(frameSpy.at(0).at(1).toString(), frame);
-    QCOMPARE(m_server->receivedFrames(0), QStringList{frame});
+    QCOMPARE(m_server->receivedFrames(0), QStringList {frame});
     QCOMPARE(m_server->receivedBytes(0), frame.toUtf8());
-    QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive")), QStringList{frame});
+    QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive")), QStringList {frame});
     QVERIFY(m_server->framesContaining(QStringLiteral("Login")).isEmpty());
     QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 1000), frame);
     QCOMPARE(encryptedSpy.count(), 1);
@@ -144,10 +144,10 @@ void TestFakeCtiServer::clientWritesSplitFrame_data()
     QTest::addColumn<QList<int>>("cuts");
 
     // The body holds U+00E9 (two bytes in UTF-8) at a known place; see the test.
-    QTest::newRow("inside the root tag") << QList<int>{3};
-    QTest::newRow("inside the closing root tag") << QList<int>{-3};
-    QTest::newRow("between the bytes of one character") << QList<int>{-1000};
-    QTest::newRow("every few bytes") << QList<int>{5, 17, 40, 41, 90};
+    QTest::newRow("inside the root tag") << QList<int> {3};
+    QTest::newRow("inside the closing root tag") << QList<int> {-3};
+    QTest::newRow("between the bytes of one character") << QList<int> {-1000};
+    QTest::newRow("every few bytes") << QList<int> {5, 17, 40, 41, 90};
 }
 
 void TestFakeCtiServer::clientWritesSplitFrame()
@@ -182,7 +182,7 @@ void TestFakeCtiServer::clientWritesSplitFrame()
     client.socket.write(bytes.mid(from));
 
     QTRY_COMPARE(frameSpy.count(), 1);
-    QCOMPARE(m_server->receivedFrames(0), QStringList{frame});
+    QCOMPARE(m_server->receivedFrames(0), QStringList {frame});
     QVERIFY(m_server->pendingText(0).isEmpty());
 }
 
@@ -193,7 +193,8 @@ void TestFakeCtiServer::severalFramesInOneWrite()
     QVERIFY(client.waitForEncrypted());
 
     const QString first = keepAliveFrame();
-    const QString second = AckMsg(QStringLiteral("{67c8770b-44f1-410a-ab9a-f9b5446f13ee}")).serializeToXml("5.7");
+    const QString second
+        = AckMsg(QStringLiteral("{67c8770b-44f1-410a-ab9a-f9b5446f13ee}")).serializeToXml("5.7");
     const QString partial = QStringLiteral("<SRNT><API>5.7</API>");
     client.socket.write((first + QLatin1Char('\n') + second + partial).toUtf8());
 
@@ -201,7 +202,7 @@ void TestFakeCtiServer::severalFramesInOneWrite()
     QCOMPARE(m_server->receivedFrames(0).at(0), first);
     QCOMPARE(m_server->receivedFrames(0).at(1), second);
     QCOMPARE(m_server->pendingText(0), partial);
-    QCOMPARE(m_server->framesContaining(QStringLiteral("MsgAck")), QStringList{second});
+    QCOMPARE(m_server->framesContaining(QStringLiteral("MsgAck")), QStringList {second});
 }
 
 void TestFakeCtiServer::serverSplitFrameIsReassembledByClient_data()
@@ -209,10 +210,10 @@ void TestFakeCtiServer::serverSplitFrameIsReassembledByClient_data()
     QTest::addColumn<QList<int>>("cuts");
     QTest::addColumn<int>("chunkSize");
 
-    QTest::newRow("one cut inside <SRNT>") << QList<int>{2} << 0;
-    QTest::newRow("cut just before </SRNT>") << QList<int>{-7} << 0;
-    QTest::newRow("cut inside </SRNT>") << QList<int>{-2} << 0;
-    QTest::newRow("cut inside a character") << QList<int>{-1000} << 0;
+    QTest::newRow("one cut inside <SRNT>") << QList<int> {2} << 0;
+    QTest::newRow("cut just before </SRNT>") << QList<int> {-7} << 0;
+    QTest::newRow("cut inside </SRNT>") << QList<int> {-2} << 0;
+    QTest::newRow("cut inside a character") << QList<int> {-1000} << 0;
     QTest::newRow("chunks of 1 byte") << QList<int>() << 1;
     QTest::newRow("chunks of 16 bytes") << QList<int>() << 16;
 }
@@ -276,14 +277,15 @@ void TestFakeCtiServer::sendAfterSplitKeepsByteOrder()
     QVERIFY(client.waitForEncrypted());
     QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
 
-    const QString first = FakeCtiServer::document(QStringLiteral("<ExtenStatus><Exten>201</Exten></ExtenStatus>"));
+    const QString first
+        = FakeCtiServer::document(QStringLiteral("<ExtenStatus><Exten>201</Exten></ExtenStatus>"));
     const QString second = FakeCtiServer::keepAliveAckDocument();
     QVERIFY(m_server->sendInChunks(0, first, 10));
     QVERIFY(m_server->isSending(0));
     QVERIFY(m_server->send(0, second)); // must queue behind the pieces
 
     QTRY_COMPARE(client.frames.size(), 2);
-    QCOMPARE(client.frames, (QStringList{first, second}));
+    QCOMPARE(client.frames, (QStringList {first, second}));
 }
 
 void TestFakeCtiServer::responderAnswersLogin()
@@ -292,15 +294,17 @@ void TestFakeCtiServer::responderAnswersLogin()
     m_server->setResponder(QStringLiteral("Login"), [&calls](int conn, const QString& frame) {
         ++calls;
         const QString user = SimpleXmlParser::getTagValue(frame, QStringLiteral("User"));
-        return FakeCtiServer::loginRefusedDocument(3, QStringLiteral("BadUser-") + user + QString::number(conn));
+        return FakeCtiServer::loginRefusedDocument(3,
+                                                   QStringLiteral("BadUser-") + user + QString::number(conn));
     });
 
     TestClient client;
     client.connectTo(*m_server);
     QVERIFY(client.waitForEncrypted());
     client.socket.write(keepAliveFrame().toUtf8());
-    client.socket.write(
-        PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>")).serializeToXml("6.1").toUtf8());
+    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>"))
+                            .serializeToXml("6.1")
+                            .toUtf8());
 
     QTRY_COMPARE(client.frames.size(), 1);
     QCOMPARE(calls, 1); // the keep-alive did not wake the Login responder
@@ -310,8 +314,9 @@ void TestFakeCtiServer::responderAnswersLogin()
 
     QVERIFY(!m_server->waitForFrame(QStringLiteral("Login")).isEmpty());
     m_server->removeResponder(QStringLiteral("Login"));
-    client.socket.write(
-        PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>")).serializeToXml("6.1").toUtf8());
+    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>"))
+                            .serializeToXml("6.1")
+                            .toUtf8());
     QVERIFY(!m_server->waitForFrame(QStringLiteral("Login")).isEmpty());
     // Any answer to the second login would have gone out ahead of this marker.
     QVERIFY(m_server->send(0, FakeCtiServer::probeDocument()));
@@ -324,7 +329,7 @@ void TestFakeCtiServer::autoLoginAnswerCarriesConfiguredFields()
 {
     FakeCtiServer::LoginAnswer answer;
     answer.exten = QStringLiteral("305");
-    answer.features = QStringList{QStringLiteral("SMS"), QStringLiteral("MSGACK")};
+    answer.features = QStringList {QStringLiteral("SMS"), QStringLiteral("MSGACK")};
     answer.firstName = QStringLiteral("Ren\u00e9e & Co");
     m_server->setLoginAnswer(answer);
     m_server->setApiVersion(QStringLiteral("5.7"));
@@ -333,8 +338,9 @@ void TestFakeCtiServer::autoLoginAnswerCarriesConfiguredFields()
     TestClient client;
     client.connectTo(*m_server);
     QVERIFY(client.waitForEncrypted());
-    client.socket.write(
-        PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>")).serializeToXml("5.7").toUtf8());
+    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>"))
+                            .serializeToXml("5.7")
+                            .toUtf8());
 
     QTRY_COMPARE(client.frames.size(), 1);
     const QString doc = client.frames.first();
@@ -344,13 +350,15 @@ void TestFakeCtiServer::autoLoginAnswerCarriesConfiguredFields()
     QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Exten")), QStringLiteral("305"));
     QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Capabilities")), QStringLiteral("srnt_pro"));
     QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Features")), QStringLiteral("SMS,MSGACK"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("FirstName")), QStringLiteral("Ren\u00e9e &amp; Co"));
+    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("FirstName")),
+             QStringLiteral("Ren\u00e9e &amp; Co"));
     QVERIFY(!doc.contains(QStringLiteral("<LoggedOff>")));
     QVERIFY(!FakeCtiServer::uuidOf(doc).isEmpty());
 
     m_server->setAutoLogin(false);
-    client.socket.write(
-        PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>")).serializeToXml("5.7").toUtf8());
+    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>"))
+                            .serializeToXml("5.7")
+                            .toUtf8());
     QTRY_COMPARE(m_server->receivedFrames(0).size(), 2);
     // Any answer to the second login would have gone out ahead of this marker.
     QVERIFY(m_server->send(0, FakeCtiServer::probeDocument()));
@@ -432,10 +440,10 @@ void TestFakeCtiServer::connectionsAreNumberedAndKept()
 
     const QString fromB = keepAliveFrame();
     b.socket.write(fromB.toUtf8());
-    QTRY_COMPARE(m_server->receivedFrames(1), QStringList{fromB});
+    QTRY_COMPARE(m_server->receivedFrames(1), QStringList {fromB});
     QVERIFY(m_server->receivedFrames(0).isEmpty());
     QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive"), 0), QStringList());
-    QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive"), 1), QStringList{fromB});
+    QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive"), 1), QStringList {fromB});
 
     a.socket.disconnectFromHost();
     QTRY_COMPARE(disconnectedSpy.count(), 1);
@@ -445,7 +453,7 @@ void TestFakeCtiServer::connectionsAreNumberedAndKept()
     QVERIFY(!m_server->send(0, FakeCtiServer::probeDocument()));
     QVERIFY(m_server->send(1, FakeCtiServer::probeDocument()));
     QTRY_COMPARE(b.frames.size(), 1);
-    QCOMPARE(m_server->receivedFrames(1), QStringList{fromB}); // kept after other closes
+    QCOMPARE(m_server->receivedFrames(1), QStringList {fromB}); // kept after other closes
 
     m_server->clearFrames();
     QVERIFY(m_server->receivedFrames(1).isEmpty());
@@ -466,7 +474,7 @@ void TestFakeCtiServer::disconnectClientWaitsForQueuedPieces()
     QVERIFY(m_server->isConnected(0));
 
     QTRY_COMPARE(clientGone.count(), 1);
-    QTRY_COMPARE(client.frames, QStringList{frame});
+    QTRY_COMPARE(client.frames, QStringList {frame});
     QTRY_VERIFY(!m_server->isConnected(0));
 }
 
@@ -540,7 +548,8 @@ void TestFakeCtiServer::refuseTlsFailsClientHandshake()
 
     QTRY_VERIFY(!errorSpy.isEmpty());
     const auto error = errorSpy.first().at(0).value<QAbstractSocket::SocketError>();
-    QVERIFY2(error == QAbstractSocket::SslHandshakeFailedError || error == QAbstractSocket::RemoteHostClosedError,
+    QVERIFY2(error == QAbstractSocket::SslHandshakeFailedError
+                 || error == QAbstractSocket::RemoteHostClosedError,
              qPrintable(client.socket.errorString()));
     QCOMPARE(encryptedSpy.count(), 0);
     QCOMPARE(connectedSpy.count(), 1);
@@ -573,11 +582,13 @@ void TestFakeCtiServer::documentEnvelope()
     const QString uuid = QStringLiteral("{00000000-0000-4000-8000-000000000001}");
     const QString doc = FakeCtiServer::document(QStringLiteral("<X/>"), QStringLiteral("5.2"),
                                                 QStringLiteral("Info"), uuid);
-    QVERIFY(doc.startsWith(QStringLiteral("<SRNT><API>5.2</API><UUID>") + uuid + QStringLiteral("</UUID><Timestamp>")));
+    QVERIFY(doc.startsWith(QStringLiteral("<SRNT><API>5.2</API><UUID>") + uuid
+                           + QStringLiteral("</UUID><Timestamp>")));
     QVERIFY(doc.endsWith(QStringLiteral("</Timestamp><Info><X/></Info></SRNT>")));
     QCOMPARE(FakeCtiServer::uuidOf(doc), uuid);
-    const QDateTime stamp = QDateTime::fromString(SimpleXmlParser::getTagValue(doc, QStringLiteral("Timestamp")),
-                                                  QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
+    const QDateTime stamp
+        = QDateTime::fromString(SimpleXmlParser::getTagValue(doc, QStringLiteral("Timestamp")),
+                                QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
     QVERIFY(stamp.isValid());
 
     const QString a = FakeCtiServer::document(QStringLiteral("<X/>"));
@@ -587,7 +598,8 @@ void TestFakeCtiServer::documentEnvelope()
     const QString failed = FakeCtiServer::failedDocument(QStringLiteral("a<b"));
     QCOMPARE(SimpleXmlParser::getTagValue(failed, QStringLiteral("RequestFailed")), QStringLiteral("a&lt;b"));
     const QString error = FakeCtiServer::errorDocument(QStringLiteral("Bad"), QStringLiteral("<Foo/>"));
-    QCOMPARE(SimpleXmlParser::getTagValue(error, QStringLiteral("OriginalMessage")), QStringLiteral("&lt;Foo/&gt;"));
+    QCOMPARE(SimpleXmlParser::getTagValue(error, QStringLiteral("OriginalMessage")),
+             QStringLiteral("&lt;Foo/&gt;"));
     const QString redirect = FakeCtiServer::redirectDocument(QStringLiteral("10.0.0.9"), 5040);
     QCOMPARE(SimpleXmlParser::getTagValue(redirect, QStringLiteral("ServerPort")), QStringLiteral("5040"));
 }

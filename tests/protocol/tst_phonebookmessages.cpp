@@ -55,11 +55,6 @@ PhoneBookEntry sampleEntry(const QString& uuid)
     return entry;
 }
 
-QString requestBody(const QString& document)
-{
-    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
-}
-
 } // namespace
 
 class TestPhoneBookMessages : public QObject

@@ -23,7 +23,7 @@ ServiceStatus makeServiceStatus(const QString& id, const QString& type, const QS
 }
 
 InCallServiceStatus makeInCallStatus(const QString& uid, const QString& account, const QString& channel,
-                                 const QString& type, int status)
+                                     const QString& type, int status)
 {
     InCallServiceStatus s;
     s.uid = uid;
@@ -120,32 +120,33 @@ void TestServiceMessages::serviceStatus_data()
     const QString empty = QStringLiteral("parsed an empty ServiceStatusList msg");
     const QString invalid = QStringLiteral("parsed an invalid Service Status resp msg");
 
-    QTest::newRow("list 4.2") << serverDocument("<ServiceStatusList><ServiceStatus><Id>ufwd</Id><Type>ufwd</Type>"
-                                                "<Value>3331234567</Value><Status>1</Status></ServiceStatus>"
-                                                "<ServiceStatus><Id>forktomobile</Id><Type>fork</Type>"
-                                                "<Value>3339876543</Value><Status>0</Status></ServiceStatus>"
-                                                "</ServiceStatusList>",
-                                                "4.2")
-                              << QList<ServiceStatus> { makeServiceStatus("ufwd", "ufwd", "3331234567", 1),
-                                                        makeServiceStatus("forktomobile", "fork", "3339876543", 0) }
-                              << QStringList { ok } << QStringList { empty, invalid };
-    QTest::newRow("single event 6.1") << serverDocument("<ServiceStatus><Id>ufwd</Id><Type>ufwd</Type><Value></Value>"
-                                                        "<Status>0</Status></ServiceStatus>")
-                                      << QList<ServiceStatus> { makeServiceStatus("ufwd", "ufwd", "", 0) }
-                                      << QStringList { ok } << QStringList { empty };
-    QTest::newRow("entry without id skipped 5.7")
-        << serverDocument("<ServiceStatusList><ServiceStatus><Type>ufwd</Type></ServiceStatus>"
-                          "<ServiceStatus><Id>dnd</Id><Type>dnd</Type><Value>a&amp;b</Value><Status>on</Status>"
-                          "</ServiceStatus></ServiceStatusList>",
-                          "5.7")
-        << QList<ServiceStatus> { makeServiceStatus("dnd", "dnd", "a&b", 0) } << QStringList { invalid, ok }
-        << QStringList { empty };
+    QTest::newRow("list 4.2")
+        << serverDocument("<ServiceStatusList><ServiceStatus><Id>ufwd</Id><Type>ufwd</Type>"
+                          "<Value>3331234567</Value><Status>1</Status></ServiceStatus>"
+                          "<ServiceStatus><Id>forktomobile</Id><Type>fork</Type>"
+                          "<Value>3339876543</Value><Status>0</Status></ServiceStatus>"
+                          "</ServiceStatusList>",
+                          "4.2")
+        << QList<ServiceStatus> {makeServiceStatus("ufwd", "ufwd", "3331234567", 1),
+                                 makeServiceStatus("forktomobile", "fork", "3339876543", 0)}
+        << QStringList {ok} << QStringList {empty, invalid};
+    QTest::newRow("single event 6.1")
+        << serverDocument("<ServiceStatus><Id>ufwd</Id><Type>ufwd</Type><Value></Value>"
+                          "<Status>0</Status></ServiceStatus>")
+        << QList<ServiceStatus> {makeServiceStatus("ufwd", "ufwd", "", 0)} << QStringList {ok}
+        << QStringList {empty};
+    QTest::newRow("entry without id skipped 5.7") << serverDocument(
+        "<ServiceStatusList><ServiceStatus><Type>ufwd</Type></ServiceStatus>"
+        "<ServiceStatus><Id>dnd</Id><Type>dnd</Type><Value>a&amp;b</Value><Status>on</Status>"
+        "</ServiceStatus></ServiceStatusList>",
+        "5.7") << QList<ServiceStatus> {makeServiceStatus("dnd", "dnd", "a&b", 0)}
+                                                  << QStringList {invalid, ok} << QStringList {empty};
     QTest::newRow("only invalid entries 5.10")
         << serverDocument("<ServiceStatusList>" + EmptyTypeRow + "</ServiceStatusList>", "5.10")
-        << QList<ServiceStatus> {} << QStringList { invalid, empty } << QStringList { ok };
+        << QList<ServiceStatus> {} << QStringList {invalid, empty} << QStringList {ok};
     QTest::newRow("no entries 4.9") << serverDocument("<ServiceStatusList></ServiceStatusList>", "4.9")
-                                    << QList<ServiceStatus> {} << QStringList { empty }
-                                    << QStringList { ok, invalid };
+                                    << QList<ServiceStatus> {} << QStringList {empty}
+                                    << QStringList {ok, invalid};
 }
 
 void TestServiceMessages::serviceStatus()
@@ -174,36 +175,38 @@ void TestServiceMessages::inCallServiceStatus_data()
     const QString invalid = QStringLiteral("parsed an invalid InCallServiceStatus resp msg");
     const QString oldChannel = QStringLiteral("Parsing LocalChannel field (old SARNET implementation...)");
 
-    QTest::newRow("channel 6.1") << serverDocument("<InCallServiceStatus><Uid>u1</Uid><SipAccount>201</SipAccount>"
-                                                   "<Channel>SIP/201-1</Channel><Type>recording</Type>"
-                                                   "<Status>1</Status></InCallServiceStatus>")
+    QTest::newRow("channel 6.1") << serverDocument(
+        "<InCallServiceStatus><Uid>u1</Uid><SipAccount>201</SipAccount>"
+        "<Channel>SIP/201-1</Channel><Type>recording</Type>"
+        "<Status>1</Status></InCallServiceStatus>")
                                  << true << makeInCallStatus("u1", "201", "SIP/201-1", "recording", 1)
-                                 << QStringList { ok };
-    QTest::newRow("LocalChannel 4.9") << serverDocument("<InCallServiceStatus><Uid>u2</Uid><SipAccount>201</SipAccount>"
-                                                        "<LocalChannel>SIP/201-2</LocalChannel><Type>atxfer</Type>"
-                                                        "<Status>0</Status></InCallServiceStatus>",
-                                                        "4.9")
-                                      << true << makeInCallStatus("u2", "201", "SIP/201-2", "atxfer", 0)
-                                      << QStringList { oldChannel, ok };
+                                 << QStringList {ok};
+    QTest::newRow("LocalChannel 4.9")
+        << serverDocument("<InCallServiceStatus><Uid>u2</Uid><SipAccount>201</SipAccount>"
+                          "<LocalChannel>SIP/201-2</LocalChannel><Type>atxfer</Type>"
+                          "<Status>0</Status></InCallServiceStatus>",
+                          "4.9")
+        << true << makeInCallStatus("u2", "201", "SIP/201-2", "atxfer", 0) << QStringList {oldChannel, ok};
     QTest::newRow("status x gives 4 on 5.7")
         << serverDocument("<InCallServiceStatus><Uid>u3</Uid><Channel>c</Channel><Status>x</Status>"
                           "</InCallServiceStatus>",
                           "5.7")
-        << true << makeInCallStatus("u3", "", "c", "", 4) << QStringList { ok };
-    QTest::newRow("no status gives 4 on 4.5")
-        << serverDocument("<InCallServiceStatus><Uid>u4</Uid><LocalChannel>c</LocalChannel></InCallServiceStatus>",
-                          "4.5")
-        << true << makeInCallStatus("u4", "", "c", "", 4) << QStringList { oldChannel, ok };
+        << true << makeInCallStatus("u3", "", "c", "", 4) << QStringList {ok};
+    QTest::newRow("no status gives 4 on 4.5") << serverDocument(
+        "<InCallServiceStatus><Uid>u4</Uid><LocalChannel>c</LocalChannel></InCallServiceStatus>", "4.5")
+                                              << true << makeInCallStatus("u4", "", "c", "", 4)
+                                              << QStringList {oldChannel, ok};
     QTest::newRow("Channel beats LocalChannel 5.4")
         << serverDocument("<InCallServiceStatus><Uid>u5</Uid><LocalChannel>old</LocalChannel>"
                           "<Channel>new</Channel><Status>2</Status></InCallServiceStatus>",
                           "5.4")
-        << true << makeInCallStatus("u5", "", "new", "", 2) << QStringList { ok };
-    QTest::newRow("no uid 6.1") << serverDocument("<InCallServiceStatus><Channel>c</Channel></InCallServiceStatus>")
-                                << false << InCallServiceStatus() << QStringList { invalid };
+        << true << makeInCallStatus("u5", "", "new", "", 2) << QStringList {ok};
+    QTest::newRow("no uid 6.1") << serverDocument(
+        "<InCallServiceStatus><Channel>c</Channel></InCallServiceStatus>")
+                                << false << InCallServiceStatus() << QStringList {invalid};
     QTest::newRow("no channel at all 4.1")
         << serverDocument("<InCallServiceStatus><Uid>u6</Uid></InCallServiceStatus>", "4.1") << false
-        << InCallServiceStatus() << QStringList { oldChannel, invalid };
+        << InCallServiceStatus() << QStringList {oldChannel, invalid};
 }
 
 void TestServiceMessages::inCallServiceStatus()
@@ -227,12 +230,22 @@ void TestServiceMessages::inCallWriterNamesChannelByVersion_data()
     QTest::addColumn<QString>("written");
     QTest::addColumn<QString>("notWritten");
 
-    QTest::newRow("4.9") << "4.9" << "LocalChannel" << "Channel";
-    QTest::newRow("5.6") << "5.6" << "LocalChannel" << "Channel";
-    QTest::newRow("5.7") << "5.7" << "Channel" << "LocalChannel";
+    QTest::newRow("4.9") << "4.9"
+                         << "LocalChannel"
+                         << "Channel";
+    QTest::newRow("5.6") << "5.6"
+                         << "LocalChannel"
+                         << "Channel";
+    QTest::newRow("5.7") << "5.7"
+                         << "Channel"
+                         << "LocalChannel";
     // Text order: "5.10" sorts before "5.7".
-    QTest::newRow("5.10") << "5.10" << "LocalChannel" << "Channel";
-    QTest::newRow("6.1") << "6.1" << "Channel" << "LocalChannel";
+    QTest::newRow("5.10") << "5.10"
+                          << "LocalChannel"
+                          << "Channel";
+    QTest::newRow("6.1") << "6.1"
+                         << "Channel"
+                         << "LocalChannel";
 }
 
 void TestServiceMessages::inCallWriterNamesChannelByVersion()
@@ -260,8 +273,9 @@ void TestServiceMessages::channelStatus_data()
     QTest::addColumn<ChannelStatus>("expected");
     QTest::addColumn<bool>("oldServer");
 
-    QTest::newRow("6.1") << serverDocument("<ChannelStatus><Channel>SIP/trunk-1</Channel><Number>0612345678</Number>"
-                                           "<Name>Mario Rossi</Name></ChannelStatus>")
+    QTest::newRow("6.1") << serverDocument(
+        "<ChannelStatus><Channel>SIP/trunk-1</Channel><Number>0612345678</Number>"
+        "<Name>Mario Rossi</Name></ChannelStatus>")
                          << makeChannelStatus("SIP/trunk-1", "0612345678", "Mario Rossi") << false;
     QTest::newRow("CallerID with blank line 4.2")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-2</Channel><Name>ignored</Name>"
@@ -273,8 +287,8 @@ void TestServiceMessages::channelStatus_data()
                           "<CallerID>\n\"Anna\"\n0612345678</CallerID></ChannelStatus>",
                           "4.1")
         << makeChannelStatus("SIP/trunk-3", "0612345678", "Anna") << true;
-    QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4") << ChannelStatus()
-                                    << true;
+    QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4")
+                                    << ChannelStatus() << true;
 }
 
 void TestServiceMessages::channelStatus()
@@ -303,42 +317,40 @@ void TestServiceMessages::serviceList_data()
         "<forkMobileDisable>*72</forkMobileDisable><outboundPrefix>0</outboundPrefix><disa>*99</disa>"
         "</NumberingPlan><InCall><atXfer>*2</atXfer><atXferCancel>*5</atXferCancel><blindXfer>##</blindXfer>"
         "</InCall></Services>")
-                                  << QVariantMap { { "echo", "*43" },
-                                                   { "voicemail", "*50" },
-                                                   { "pickUp", "*8" },
-                                                   { "superDirectPickUp", "*85" },
-                                                   { "forkMobileSet", "*71" },
-                                                   { "forkMobileUnset", "*72" },
-                                                   { "outboundPrefix", "0" },
-                                                   { "conference", "" },
-                                                   { "atXfer", "*2" },
-                                                   { "atXferCancel", "*5" },
-                                                   { "blindXfer", "##" },
-                                                   { "atXferShuttle", "" },
-                                                   { "cancel", "" } };
-    QTest::newRow("no sections 4.2") << serverDocument("<Services><echo>*43</echo><PickUp>*8</PickUp>"
-                                                       "<ufwdSet>*21</ufwdSet></Services>",
-                                                       "4.2")
-                                     << QVariantMap { { "echo", "*43" },        { "pickUp", "*8" },
-                                                      { "ufwdSet", "*21" },     { "ufwdUnset", "" },
-                                                      { "atXfer", "*4" },       { "atXferCancel", "*0" },
-                                                      { "atXferShuttle", "*9" }, { "atXfer3Conf", "*3" },
-                                                      { "blindXfer", "#4" },    { "fastTransfer", "**" },
-                                                      { "parking", "#8" },      { "recording", "*1" },
-                                                      { "cancel", "*0" } };
+                                  << QVariantMap {{"echo", "*43"},
+                                                  {"voicemail", "*50"},
+                                                  {"pickUp", "*8"},
+                                                  {"superDirectPickUp", "*85"},
+                                                  {"forkMobileSet", "*71"},
+                                                  {"forkMobileUnset", "*72"},
+                                                  {"outboundPrefix", "0"},
+                                                  {"conference", ""},
+                                                  {"atXfer", "*2"},
+                                                  {"atXferCancel", "*5"},
+                                                  {"blindXfer", "##"},
+                                                  {"atXferShuttle", ""},
+                                                  {"cancel", ""}};
+    QTest::newRow("no sections 4.2") << serverDocument(
+        "<Services><echo>*43</echo><PickUp>*8</PickUp>"
+        "<ufwdSet>*21</ufwdSet></Services>",
+        "4.2") << QVariantMap {{"echo", "*43"},         {"pickUp", "*8"},      {"ufwdSet", "*21"},
+                               {"ufwdUnset", ""},       {"atXfer", "*4"},      {"atXferCancel", "*0"},
+                               {"atXferShuttle", "*9"}, {"atXfer3Conf", "*3"}, {"blindXfer", "#4"},
+                               {"fastTransfer", "**"},  {"parking", "#8"},     {"recording", "*1"},
+                               {"cancel", "*0"}};
     QTest::newRow("empty atXfer in InCall 5.4")
         << serverDocument("<Services><NumberingPlan><echo>*43</echo></NumberingPlan>"
                           "<InCall><atXfer></atXfer><parking>#7</parking></InCall></Services>",
                           "5.4")
-        << QVariantMap { { "atXfer", "" }, { "parking", "#7" }, { "recording", "" } };
+        << QVariantMap {{"atXfer", ""}, {"parking", "#7"}, {"recording", ""}};
     QTest::newRow("local keys are not read 5.10")
         << serverDocument("<Services><NumberingPlan><superDirectPickUp>*85</superDirectPickUp>"
                           "<forkMobileSet>*71</forkMobileSet><spy>*33</spy></NumberingPlan></Services>",
                           "5.10")
-        << QVariantMap { { "superDirectPickUp", "" }, { "forkMobileSet", "" }, { "spy", "*33" } };
+        << QVariantMap {{"superDirectPickUp", ""}, {"forkMobileSet", ""}, {"spy", "*33"}};
     QTest::newRow("pickUp before PickUp 4.9")
         << serverDocument("<Services><pickUp>*8</pickUp><PickUp>*9</PickUp></Services>", "4.9")
-        << QVariantMap { { "pickUp", "*8" } };
+        << QVariantMap {{"pickUp", "*8"}};
 }
 
 void TestServiceMessages::serviceList()
@@ -432,14 +444,14 @@ void TestServiceMessages::ctiConfiguration_data()
     sip.registrarPort = 5061;
     sip.proxyIp = QStringLiteral("10.0.0.2");
     sip.proxyPort = 5062;
-    QTest::newRow("full 5.4") << serverDocument("<CtiConfiguration><ChatID>201@pbx.example</ChatID>"
-                                                "<ChatPort>5222</ChatPort><SipProtocol>TLS</SipProtocol>"
-                                                "<SipRegistrarIp>10.0.0.1</SipRegistrarIp>"
-                                                "<SipRegistrarPort>5061</SipRegistrarPort>"
-                                                "<SipProxyIp>10.0.0.2</SipProxyIp><SipProxyPort>5062</SipProxyPort>"
-                                                "</CtiConfiguration>",
-                                                "5.4")
-                              << chat << sip;
+    QTest::newRow("full 5.4") << serverDocument(
+        "<CtiConfiguration><ChatID>201@pbx.example</ChatID>"
+        "<ChatPort>5222</ChatPort><SipProtocol>TLS</SipProtocol>"
+        "<SipRegistrarIp>10.0.0.1</SipRegistrarIp>"
+        "<SipRegistrarPort>5061</SipRegistrarPort>"
+        "<SipProxyIp>10.0.0.2</SipProxyIp><SipProxyPort>5062</SipProxyPort>"
+        "</CtiConfiguration>",
+        "5.4") << chat << sip;
 
     // What the server leaves out stays empty here; the client applies its defaults.
     SipConfiguration bare;
@@ -528,13 +540,13 @@ void TestServiceMessages::diagnosticMessage()
     QFETCH(int, verbosity);
 
     QtLogCapture log;
-    const DiagnosticRespMsg msg = DiagnosticRespMsg::parseMessage(
-        serverDocument("<LoggerMessage><TenantUuid>t-1</TenantUuid><LinkedId>l-1</LinkedId>"
-                       "<UniqueId>c-1</UniqueId><MessageId>m-1</MessageId><Verbosity>"
-                           + verbosityText
-                           + "</Verbosity><Date>2026-11-15T18:10:02.123</Date><Message>trunk &lt;down&gt;</Message>"
-                             "<FieldList><Field>a&amp;b</Field><Field>second</Field></FieldList></LoggerMessage>",
-                       "5.7"));
+    const DiagnosticRespMsg msg = DiagnosticRespMsg::parseMessage(serverDocument(
+        "<LoggerMessage><TenantUuid>t-1</TenantUuid><LinkedId>l-1</LinkedId>"
+        "<UniqueId>c-1</UniqueId><MessageId>m-1</MessageId><Verbosity>"
+            + verbosityText
+            + "</Verbosity><Date>2026-11-15T18:10:02.123</Date><Message>trunk &lt;down&gt;</Message>"
+              "<FieldList><Field>a&amp;b</Field><Field>second</Field></FieldList></LoggerMessage>",
+        "5.7"));
     QVERIFY(msg.success);
     const DiagnosticMessage& d = msg.diagnosticMessage;
     QCOMPARE(d.tenantUuid, QStringLiteral("t-1"));
@@ -544,12 +556,12 @@ void TestServiceMessages::diagnosticMessage()
     QCOMPARE(int(d.verbosity), verbosity);
     QCOMPARE(d.date, QDateTime(QDate(2026, 11, 15), QTime(18, 10, 2, 123)));
     QCOMPARE(d.message, QStringLiteral("trunk <down>"));
-    QCOMPARE(d.fields, (QStringList { "a&b", "second" }));
+    QCOMPARE(d.fields, (QStringList {"a&b", "second"}));
     QVERIFY(log.contains(QStringLiteral("diagnostic msg parsed ok")));
 
     QtLogCapture invalidLog;
-    const DiagnosticRespMsg withoutId = DiagnosticRespMsg::parseMessage(
-        serverDocument("<LoggerMessage><TenantUuid>t-1</TenantUuid><Message>x</Message></LoggerMessage>", "6.1"));
+    const DiagnosticRespMsg withoutId = DiagnosticRespMsg::parseMessage(serverDocument(
+        "<LoggerMessage><TenantUuid>t-1</TenantUuid><Message>x</Message></LoggerMessage>", "6.1"));
     QVERIFY(!withoutId.success);
     QCOMPARE(withoutId.diagnosticMessage, DiagnosticMessage());
     QVERIFY(invalidLog.contains(QStringLiteral("parsed an invalid diagnostic msg")));
@@ -562,17 +574,18 @@ void TestServiceMessages::tenants_data()
     QTest::addColumn<QStringList>("logs");
 
     const QString ok = QStringLiteral("TenantList msg parsed ok");
-    QTest::newRow("two 6.1") << serverDocument("<TenantList><Tenant><TenantUuid>t-2</TenantUuid><Domain>b.example"
-                                               "</Domain></Tenant><Tenant><TenantUuid>t-1</TenantUuid>"
-                                               "<Domain>a.example</Domain></Tenant></TenantList>")
-                             << QVariantMap { { "t-1", "a.example" }, { "t-2", "b.example" } } << QStringList { ok };
+    QTest::newRow("two 6.1") << serverDocument(
+        "<TenantList><Tenant><TenantUuid>t-2</TenantUuid><Domain>b.example"
+        "</Domain></Tenant><Tenant><TenantUuid>t-1</TenantUuid>"
+        "<Domain>a.example</Domain></Tenant></TenantList>")
+                             << QVariantMap {{"t-1", "a.example"}, {"t-2", "b.example"}} << QStringList {ok};
     QTest::newRow("entry without uuid dropped 5.7")
         << serverDocument("<TenantList><Tenant><Domain>x.example</Domain></Tenant><Tenant><TenantUuid>t-3"
                           "</TenantUuid><Domain></Domain></Tenant></TenantList>",
                           "5.7")
-        << QVariantMap { { "t-3", "" } } << QStringList { "parsed an invalid Tenant msg", ok };
+        << QVariantMap {{"t-3", ""}} << QStringList {"parsed an invalid Tenant msg", ok};
     QTest::newRow("none 5.10") << serverDocument("<TenantList></TenantList>", "5.10") << QVariantMap {}
-                               << QStringList { "parsed an empty TenantList msg" };
+                               << QStringList {"parsed an empty TenantList msg"};
 }
 
 void TestServiceMessages::tenants()
@@ -627,8 +640,8 @@ void TestServiceMessages::authToken()
     QCOMPARE(msg.api, QStringLiteral("5.7"));
     QVERIFY(!log.contains(QStringLiteral("parsed an invalid AuthToken response message")));
 
-    const AuthTokenResMsg empty = AuthTokenResMsg::parseMessage(
-        serverDocument("<AuthToken><Token></Token><ValidUntil>2026-11-16 18:10:02</ValidUntil></AuthToken>", "4.9"));
+    const AuthTokenResMsg empty = AuthTokenResMsg::parseMessage(serverDocument(
+        "<AuthToken><Token></Token><ValidUntil>2026-11-16 18:10:02</ValidUntil></AuthToken>", "4.9"));
     QVERIFY(!empty.success);
     QCOMPARE(empty.errorMessage, QStringLiteral("Unknown error"));
     QVERIFY(empty.validUntil.isNull());
@@ -657,7 +670,8 @@ void TestServiceMessages::roundTrips()
     using MessageTestUtil::roundTrip;
 
     ServiceStatusRespMsg statuses;
-    statuses.statusList = { makeServiceStatus("ufwd", "ufwd", "3331234567", 1), makeServiceStatus("dnd", "dnd", "a<b", 0) };
+    statuses.statusList
+        = {makeServiceStatus("ufwd", "ufwd", "3331234567", 1), makeServiceStatus("dnd", "dnd", "a<b", 0)};
     QCOMPARE(roundTrip(statuses, "5.7").statusList, statuses.statusList);
 
     ChannelStatusRespMsg channel;
@@ -674,7 +688,7 @@ void TestServiceMessages::roundTrips()
     QCOMPARE(configBack.chatConfiguration, config.chatConfiguration);
     QCOMPARE(configBack.sipConfiguration, config.sipConfiguration);
 
-    for (const bool succeeded : { true, false }) {
+    for (const bool succeeded : {true, false}) {
         SendCommandRespMsg command;
         command.commandResponse.requestId = QStringLiteral("req-1");
         command.commandResponse.command = QStringLiteral("reload");
@@ -693,11 +707,11 @@ void TestServiceMessages::roundTrips()
     diagnostic.diagnosticMessage.verbosity = TELVIX::MsgLevelCritical;
     diagnostic.diagnosticMessage.date = QDateTime(QDate(2026, 1, 2), QTime(23, 4, 5, 6));
     diagnostic.diagnosticMessage.message = QStringLiteral("x");
-    diagnostic.diagnosticMessage.fields = QStringList { "one", "t<w>o" };
+    diagnostic.diagnosticMessage.fields = QStringList {"one", "t<w>o"};
     QCOMPARE(roundTrip(diagnostic, "5.10").diagnosticMessage, diagnostic.diagnosticMessage);
 
     TenantsRespMsg tenants;
-    tenants.tenants = { { "t-1", "a.example" }, { "t-2", "" } };
+    tenants.tenants = {{"t-1", "a.example"}, {"t-2", ""}};
     QCOMPARE(roundTrip(tenants).tenants, tenants.tenants);
 
     AuthTokenResMsg token;
@@ -710,19 +724,19 @@ void TestServiceMessages::roundTrips()
 
 void TestServiceMessages::recordsAreRegisteredGadgets()
 {
-    for (const char* name : { "ChannelStatus", "ServiceStatus", "QList<ServiceStatus>", "InCallServiceStatus",
-                              "ServicesDialCodes", "QMap<TELVIX::ServiceDialCodeType,QString>",
-                              "ChatConfiguration", "SipConfiguration", "ServerCommandResponse",
-                              "DiagnosticMessage" })
+    for (const char* name :
+         {"ChannelStatus", "ServiceStatus", "QList<ServiceStatus>", "InCallServiceStatus",
+          "ServicesDialCodes", "QMap<TELVIX::ServiceDialCodeType,QString>", "ChatConfiguration",
+          "SipConfiguration", "ServerCommandResponse", "DiagnosticMessage"})
         QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
 
     QCOMPARE(propertyNames(InCallServiceStatus::staticMetaObject),
-             (QStringList { "uid", "sipAccount", "channel", "type", "status" }));
+             (QStringList {"uid", "sipAccount", "channel", "type", "status"}));
     QCOMPARE(propertyNames(SipConfiguration::staticMetaObject),
-             (QStringList { "valid", "sipProtocol", "registrarIp", "registrarPort", "proxyIp", "proxyPort" }));
+             (QStringList {"valid", "sipProtocol", "registrarIp", "registrarPort", "proxyIp", "proxyPort"}));
     QCOMPARE(propertyNames(DiagnosticMessage::staticMetaObject),
-             (QStringList { "tenantUuid", "linkedId", "uniqueId", "messageId", "verbosity", "date", "message",
-                            "fields" }));
+             (QStringList {"tenantUuid", "linkedId", "uniqueId", "messageId", "verbosity", "date", "message",
+                           "fields"}));
 
     QCOMPARE(InCallServiceStatus().status, 4);
     const SipConfiguration sip;

@@ -94,8 +94,8 @@ bool FakeCtiServer::listen()
             m_key = QSslKey(&keyFile, QSsl::Rsa, QSsl::Pem);
     }
     if (m_certificate.isNull() || m_key.isNull()) {
-        qWarning("FakeCtiServer: cannot load the test certificate %s or key %s", qPrintable(certificatePath()),
-                 qPrintable(keyPath()));
+        qWarning("FakeCtiServer: cannot load the test certificate %s or key %s",
+                 qPrintable(certificatePath()), qPrintable(keyPath()));
         return false;
     }
     if (!QSslSocket::supportsSsl()) {
@@ -243,7 +243,8 @@ int FakeCtiServer::openConnectionCount() const
 
 int FakeCtiServer::encryptedConnectionCount() const
 {
-    return int(std::count_if(m_conns.cbegin(), m_conns.cend(), [](const Connection* c) { return c->encrypted; }));
+    return int(
+        std::count_if(m_conns.cbegin(), m_conns.cend(), [](const Connection* c) { return c->encrypted; }));
 }
 
 bool FakeCtiServer::isConnected(int conn) const
@@ -472,11 +473,10 @@ void FakeCtiServer::setResponder(const QString& elementName, Responder responder
 
 void FakeCtiServer::removeResponder(const QString& elementName)
 {
-    m_responders.erase(std::remove_if(m_responders.begin(), m_responders.end(),
-                                      [&elementName](const QPair<QString, Responder>& r) {
-                                          return r.first == elementName;
-                                      }),
-                       m_responders.end());
+    m_responders.erase(
+        std::remove_if(m_responders.begin(), m_responders.end(),
+                       [&elementName](const QPair<QString, Responder>& r) { return r.first == elementName; }),
+        m_responders.end());
 }
 
 void FakeCtiServer::clearResponders()
@@ -500,7 +500,8 @@ void FakeCtiServer::setAutoKeepAliveAck(bool on)
         removeResponder(QStringLiteral("KeepAlive"));
         return;
     }
-    setResponder(QStringLiteral("KeepAlive"), [this](int, const QString&) { return keepAliveAckDocument(m_api); });
+    setResponder(QStringLiteral("KeepAlive"),
+                 [this](int, const QString&) { return keepAliveAckDocument(m_api); });
 }
 
 QString FakeCtiServer::textElement(const QString& name, const QString& value)
@@ -519,7 +520,8 @@ QString FakeCtiServer::document(const QString& body, const QString& api, const Q
     if (family.isEmpty())
         xml += body;
     else
-        xml += QLatin1Char('<') + family + QLatin1Char('>') + body + QLatin1String("</") + family + QLatin1Char('>');
+        xml += QLatin1Char('<') + family + QLatin1Char('>') + body + QLatin1String("</") + family
+            + QLatin1Char('>');
     return xml + QLatin1String("</SRNT>");
 }
 
@@ -597,7 +599,8 @@ QString FakeCtiServer::redirectDocument(const QString& ip, quint16 port, const Q
                     api);
 }
 
-QString FakeCtiServer::errorDocument(const QString& reason, const QString& originalMessage, const QString& api)
+QString FakeCtiServer::errorDocument(const QString& reason, const QString& originalMessage,
+                                     const QString& api)
 {
     return document(QLatin1String("<Error>") + textElement(QStringLiteral("Reason"), reason)
                         + textElement(QStringLiteral("OriginalMessage"), originalMessage)

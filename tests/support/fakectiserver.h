@@ -199,7 +199,8 @@ public:
     /// A whole document: <SRNT><API/><UUID/><Timestamp/><family>body</family></SRNT>.
     /// An empty `uuid` makes a fresh one.
     static QString document(const QString& body, const QString& api = QStringLiteral("6.1"),
-                            const QString& family = QStringLiteral("Response"), const QString& uuid = QString());
+                            const QString& family = QStringLiteral("Response"),
+                            const QString& uuid = QString());
     /// A response that reports a failed request.
     static QString failedDocument(const QString& reason, const QString& body = QString(),
                                   const QString& api = QStringLiteral("6.1"));
@@ -214,7 +215,8 @@ public:
     /// "<Probe>", which a self-closed element would not match.
     static QString keepAliveAckDocument(const QString& api = QStringLiteral("6.1"));
     static QString probeDocument(const QString& api = QStringLiteral("6.1"));
-    static QString redirectDocument(const QString& ip, quint16 port, const QString& api = QStringLiteral("6.1"));
+    static QString redirectDocument(const QString& ip, quint16 port,
+                                    const QString& api = QStringLiteral("6.1"));
     static QString errorDocument(const QString& reason, const QString& originalMessage,
                                  const QString& api = QStringLiteral("6.1"));
     /// `value` XML-escaped inside <name></name>.

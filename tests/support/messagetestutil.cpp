@@ -1,5 +1,7 @@
 #include "messagetestutil.h"
 
+#include "simplexmlparser.h"
+
 namespace MessageTestUtil {
 
 QString fixtureUuid()
@@ -21,6 +23,11 @@ QString serverDocument(const QString& body, const QString& api, const QString& f
 QString failedDocument(const QString& reason, const QString& body, const QString& api)
 {
     return serverDocument(QStringLiteral("<RequestFailed>%1</RequestFailed>").arg(reason) + body, api);
+}
+
+QString requestBody(const QString& document)
+{
+    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
 }
 
 } // namespace MessageTestUtil

@@ -16,12 +16,15 @@ QString failedDocument(const QString& reason, const QString& body = QString(),
                        const QString& api = QStringLiteral("6.1"));
 
 /// Serialises `msg` at `api` and parses the text back with `Msg::parseMessage`.
-template <typename Msg>
-Msg roundTrip(Msg msg, const QString& api = QStringLiteral("6.1"))
+template <typename Msg> Msg roundTrip(Msg msg, const QString& api = QStringLiteral("6.1"))
 {
     const QString xml = msg.serializeToXml(api);
     return Msg::parseMessage(xml);
 }
+
+/// What a written request holds between <Request> and </Request>: the body
+/// (behind the Token, when there is one), as a server would cut it.
+QString requestBody(const QString& document);
 
 /// The fixed UUID and timestamp serverDocument writes.
 QString fixtureUuid();
