@@ -51,3 +51,10 @@ public:
 private:
     QHash<QString, Legs> m_calls;
 };
+
+/// A log line about one leg: `pattern` with %1 to %4 as uid, caller number,
+/// called number and SIP account.
+inline QString callLogLine(const char* pattern, const CallInfo& leg)
+{
+    return QString::fromLatin1(pattern).arg(leg.uid, leg.callerNum, leg.calledNum, leg.sipAccount);
+}

@@ -1,16 +1,29 @@
 #pragma once
 
 #include "calleventmessages.h"
+#include "cdrmessages.h"
+#include "directorymessages.h"
+#include "favoriteentry.h"
 #include "loginmessages.h"
+#include "phonebook.h"
+#include "queuemessages.h"
+#include "servicemessages.h"
 #include "telvix_const.h"
 #include "telvix_export.h"
+#include "voicemailmessages.h"
 
+#include <QDateTime>
+#include <QList>
+#include <QMap>
 #include <QScopedPointer>
 #include <QString>
 #include <QStringList>
 #include <QThread>
 
 class TelvixPrivate;
+
+/// Queues to the operators (SIP accounts) whose statistics are asked for.
+using QueueOperMap = QMap<QString, QStringList>;
 
 /// \brief The client of a PBX's CTI server.
 ///
@@ -80,6 +93,67 @@ public:
     Q_INVOKABLE bool ackGuiKeepAlive();
     /// The extension of the login.
     Q_INVOKABLE QString getDisplayedNum() const;
+
+    // ---- server data -----------------------------------------------------
+    // Requests: true means that the body ran, not that the server answered.
+    // The answer arrives later as the signal named. Queued unless told; the
+    // direct ones write from the caller's thread, meant for the library's.
+
+    /// The user's own SIP identities (sigIdentitiesChanged()). Always true.
+    Q_INVOKABLE bool getIdentities();
+    /// The SIP peers of every user (sigExtenStatusMapChanged()). Always true.
+    Q_INVOKABLE bool getPeerList();
+    /// The server's phone books. Direct.
+    Q_INVOKABLE bool getPhoneBook();
+    /// The extension list. Direct.
+    Q_INVOKABLE bool getExtenList();
+    /// The status of every extension (sigExtenStatusMapChanged()).
+    Q_INVOKABLE bool getExtenStatus();
+    /// The user's service states (sigServiceStatusChanged()).
+    Q_INVOKABLE bool getServiceStatus();
+    /// The PBX's service dial codes (sigServicesCodesReceived()). Direct.
+    Q_INVOKABLE bool getServiceCodeList();
+    /// SIP and chat settings (sigSipSettingsReceived()); sent to any server,
+    /// with a warning below API "5.3". Direct.
+    Q_INVOKABLE bool getCtiConfiguration();
+    /// The voicemail messages of one state (sigVoicemailMsgList()).
+    Q_INVOKABLE bool getVoicemail(TELVIX::VmMsgTypeFlag type);
+    /// The voicemail counters (sigMailboxStatusChanged()).
+    Q_INVOKABLE bool getMailboxStatus();
+    /// Who is on the other side of `channel` (sigChannelStatusReceived()). Direct.
+    Q_INVOKABLE bool getChannelStatus(const QString& channel);
+    /// The tenants the user may watch (sigTenantListReceived()).
+    Q_INVOKABLE bool getTenantList();
+    /// Asks for the events of one tenant.
+    Q_INVOKABLE bool subscribeTenantEvents(const QString& tenant);
+    /// Forwards every call to `number` (sigServiceStatusChanged()).
+    Q_INVOKABLE bool setUFWD(const QString& number);
+    Q_INVOKABLE bool unsetUFWD();
+    /// Rings the user's mobile phone together with the desk.
+    Q_INVOKABLE bool setForkToMobile();
+    Q_INVOKABLE bool unsetForkToMobile();
+    Q_INVOKABLE bool deleteVoicemailMessage(const QString& id);
+    /// Marks a voicemail message; an unknown type marks it old.
+    Q_INVOKABLE bool markVoicemailMessage(const QString& id, TELVIX::VmMsgType type);
+    /// An access token for side connections (sigAuthTokenReceived() or
+    /// sigAuthTokenError()). Tokens are handed out in the order asked.
+    Q_INVOKABLE bool requestAccessToken();
+    /// Call history. With a local store: `cached` publishes what it holds,
+    /// otherwise asks for what is newer than `lastEntry` (default: the last
+    /// stored entry). Mobile modes always ask, from `lastEntry`. Always true.
+    Q_INVOKABLE bool getCDR(bool cached, const QString& lastEntry = QString());
+    /// The PBX's prefix for outside lines; empty until the dial codes came.
+    /// Blocking.
+    Q_INVOKABLE QString getOutboundLinePrefix();
+    /// Registers the device's push token; an unknown service is sent as "AUTO".
+    Q_INVOKABLE bool setDeviceToken(const QString& token, TELVIX::NotificationService service);
+    /// Runs a command on the server (sigServerCommandResponse()).
+    Q_INVOKABLE bool sendServerCommand(const ServerCommand& command);
+    /// Sends the password change as plain text, unescaped; no answer is
+    /// handled and the stored password stays. Direct.
+    Q_INVOKABLE bool changePassword(const QString& oldPassword, const QString& newPassword);
+    /// Handles `text`, a whole frame, as if the server had sent it.
+    Q_INVOKABLE bool injectMessage(const QString& text);
 
     // ---- calls -----------------------------------------------------------
     // Operations that send run on the library's thread (queued): true means
@@ -172,6 +246,91 @@ public:
     /// Sends ready-made XML as the body of a request.
     Q_INVOKABLE bool sendPlainRequest(const QString& body);
 
+    // ---- contacts ----------------------------------------------------------
+    // The merged contact book is the extension book first, then the server's
+    // phone books; it is published by sigPhonebookChanged().
+
+    /// `cached`: publish the book as it is, `types` unused. Otherwise ask the
+    /// server for the general phone books (PhonebookTypePhonebooks) and the
+    /// extension list (PhonebookTypeExtensions); the book follows when they
+    /// arrive. Queued; always true.
+    Q_INVOKABLE bool getContactsList(bool cached, QFlags<TELVIX::PhonebookTypeFlag> types);
+    /// Stores a new contact on the server, as it is. Queued.
+    Q_INVOKABLE bool addPhoneBookContact(const PhoneBookEntry& entry);
+    /// Changes a server contact; refused (logged only) without a contact
+    /// uuid. Queued.
+    Q_INVOKABLE bool updatePhoneBookContact(const PhoneBookEntry& entry);
+    /// Deletes a server contact by its uuid; refused (logged only) without
+    /// one. Queued.
+    Q_INVOKABLE bool deletePhoneBookContact(const PhoneBookEntry& entry);
+    /// addPhoneBookContact() of the JSON form of PhoneBookEntry; false at once
+    /// when the text gives no first, last or display name. The JSON form
+    /// carries no contact uuid.
+    Q_INVOKABLE bool addPhoneBookContactFromJson(const QString& json);
+    /// updatePhoneBookContact() of the JSON form, parsed on the caller's thread.
+    Q_INVOKABLE bool updatePhoneBookContactFromJson(const QString& json);
+    /// deletePhoneBookContact() of the JSON form, parsed on the caller's thread.
+    Q_INVOKABLE bool deletePhoneBookContactFromJson(const QString& json);
+    /// The service dial codes as compact JSON: {"DialServicesCodes": [{"ServiceId",
+    /// "Description", "Code"}, ...]} in ascending id order. Any thread.
+    Q_INVOKABLE QString getServicesCodes() const;
+    /// Always false: the outlook source is not part of this build.
+    Q_INVOKABLE bool enableOutlookSupport(bool enable, const QStringList& folders);
+
+    // ---- favourites --------------------------------------------------------
+    // Kept in "srnt.ini" in the data directory, never on the server.
+
+    /// Publishes the favourites by sigFavouritesChanged(), reading the file
+    /// first when the list in memory is empty. Queued.
+    Q_INVOKABLE bool getFavoriteList();
+    /// Appends the entry (duplicates too) and saves. Call getFavoriteList()
+    /// first: adding to a list never loaded overwrites the file. Queued.
+    Q_INVOKABLE bool addFavourite(const FavoriteEntry& entry);
+    /// Removes every equal entry and saves. Queued.
+    Q_INVOKABLE bool deleteFavourite(const FavoriteEntry& entry);
+
+    // ---- queues ------------------------------------------------------------
+    // Requests for call-centre queues; all are queued and the answers arrive
+    // as the queue signals.
+
+    Q_INVOKABLE bool getQueueList();
+    /// Live statistics of every queue (sigAllQueuesStatsReceived()).
+    Q_INVOKABLE bool getAllQueuesStats();
+    /// Cumulative statistics of every queue; false, and nothing sent, when
+    /// the server has no cumulative statistics. A custom period
+    /// (TELVIX::PeriodCustom) is given by the valid ones of the two dates.
+    Q_INVOKABLE bool getAllQueuePeriodicStats(TELVIX::PeriodType period, const QDateTime& start,
+                                              const QDateTime& end);
+    /// Cumulative statistics of every operator; as getAllQueuePeriodicStats().
+    Q_INVOKABLE bool getAllQueueOperatorPeriodicStats(TELVIX::PeriodType period, const QDateTime& start,
+                                                      const QDateTime& end);
+    /// One request per queue.
+    Q_INVOKABLE bool getQueuePeriodicStats(const QStringList& queues, TELVIX::PeriodType period,
+                                           const QDateTime& start, const QDateTime& end);
+    /// One request per queue and operator account.
+    Q_INVOKABLE bool getQueueOperatorPeriodicStats(const QueueOperMap& queueOperators, TELVIX::PeriodType period,
+                                                   const QDateTime& start, const QDateTime& end);
+    /// Pauses (or resumes) every SIP account of `exten` (the user's own when
+    /// empty) in `queue` (every queue when empty).
+    Q_INVOKABLE bool pauseQueues(bool pause, const QString& exten, const QString& reason, const QString& queue);
+    /// Pauses (or resumes) the given operator accounts; an empty list means
+    /// the user on servers of API "5.2" and later.
+    Q_INVOKABLE bool pauseOperators(bool pause, const QStringList& operators, const QString& reason,
+                                    const QString& queue);
+    /// A negative `penalty` is not sent.
+    Q_INVOKABLE bool addQueueDynamicMember(const QString& queueId, const QString& operatorId, int penalty);
+    Q_INVOKABLE bool removeQueueDynamicMember(const QString& queueId, const QString& operatorId);
+    /// Asks the server to build a call-centre report (sigCCReportSucceded()
+    /// or sigCCReportFailure()).
+    Q_INVOKABLE bool requestCCReport(TELVIX::PeriodType period, const QList<int>& attendedThresholds,
+                                     const QList<int>& lostThresholds, const QString& locale,
+                                     const QDateTime& start, const QDateTime& end);
+
+public Q_SLOTS:
+    /// Keeps the outlook phone books and republishes the contact book with
+    /// their flag; they do not enter the merged book.
+    void onOutlookPhoneBookUpdated(const QList<PhoneBook>& books);
+
 Q_SIGNALS:
     /// The session ended; `reason` is the word of the cause ("Unkown",
     /// "UserRequest", "ConnectionTimeout", the server's reason, ...).
@@ -182,6 +341,35 @@ Q_SIGNALS:
     void sigThreadStarted();
     /// Heartbeat towards the application, see enableGuiKeepAlive().
     void sigGuiKeepAlive();
+
+    // ---- server data -------------------------------------------------------
+    /// The user's identities: a whole list or an update of some.
+    void sigIdentitiesChanged(IdentityList identities);
+    /// One extension's status changed.
+    void sigExtenStatusChanged(BuddyStatus status);
+    /// The status of every extension, by extension.
+    void sigExtenStatusMapChanged(QMap<QString, BuddyStatus> statusMap);
+    /// Call history: stored at login, asked for, or sent by the server.
+    void sigCdrChanged(Cdr cdr);
+    void sigVoicemailMsgList(QList<VoicemailMessage> messages);
+    /// A new rebranding package waits on the server.
+    void sigRebrandingPackageChanged();
+    void sigMailboxStatusChanged(MailboxStatus status);
+    void sigServiceStatusChanged(QList<ServiceStatus> statusList);
+    /// A token asked for by requestAccessToken(), valid until `expiry`.
+    void sigAuthTokenReceived(QString token, QDateTime expiry);
+    void sigAuthTokenError(QString error);
+    void sigServerCommandResponse(ServerCommandResponse response);
+    void sigDiagnosticMessageReceived(DiagnosticMessage message);
+    /// Tenant UUID to domain.
+    void sigTenantListReceived(QMap<QString, QString> tenants);
+    void sigChannelStatusReceived(ChannelStatus status);
+    /// The number of the fork-to-mobile service; empty when a whole service
+    /// list holds none.
+    void sigExtenMobileNumberRcvd(QString number);
+    void sigSipSettingsReceived(SipConfiguration settings);
+    void sigServicesCodesReceived(QMap<TELVIX::ServiceDialCodeType, QString> codes);
+    void sigInCallServiceStatusReceived(InCallServiceStatus status);
 
     // ---- calls -------------------------------------------------------------
     // Desktop modes get the record forms, once per leg; the mobile modes (6,
@@ -236,6 +424,34 @@ Q_SIGNALS:
     void phoneEventDnd(bool on);
     /// The phone answered a command: raised before every phoneEventDnd().
     void sigPhoneApiAutorized(bool authorized);
+
+    // ---- contacts and favourites ------------------------------------------
+    /// The merged contact book and the sources that have reported; an empty
+    /// book without flags at each login.
+    void sigPhonebookChanged(QList<PhoneBook> books, QFlags<TELVIX::PhonebookTypeFlag> types);
+    /// Answer to getFavoriteList().
+    void sigFavouritesChanged(QList<FavoriteEntry> favourites);
+
+    // ---- queues ------------------------------------------------------------
+    // Operators are named by SIP account; `exten` fields hold the account's
+    // extension, empty when it is not known.
+    void sigQueueMemberAdded(QueueMember member);
+    void sigQueueMemberRemoved(QueueMember member);
+    void sigQueueMemberPauseChanged(QueueMember member, bool paused);
+    void sigAllQueuesStatsReceived(QList<QueueStats> stats);
+    void sigAllQueuesPeriodicStatsReceived(QueuePeriodicStatsList stats);
+    void sigQueuePeriodicStatsReceived(QueuePeriodicStats stats);
+    void sigAllQueueOperatorsPeriodicStatsReceived(QList<QueueOperatorPeriodicStats> stats);
+    void sigQueueOperatorPeriodicStatsReceived(QueueOperatorPeriodicStats stats);
+    /// For applications; the library never raises it.
+    void sigQueueStatsReceived(QueueStats stats);
+    /// A call entered or left a queue.
+    void sigQueueEvent(QueueEvent event);
+    /// For applications; the library never raises it.
+    void sigUpdatedQueueListReceived(QMap<QString, QString> queues);
+    /// The report asked for by requestCCReport().
+    void sigCCReportSucceded(CallCenterReport report);
+    void sigCCReportFailure(QString reason);
 
 protected:
     void run() override;

@@ -396,6 +396,8 @@ inline const QString PHONE_KEY_DND_ON = QStringLiteral("DNDOn");
 inline const QString PHONE_KEY_DND_OFF = QStringLiteral("DNDOff");
 inline const QString PHONE_KEY_HEADSET = QStringLiteral("HEADSET");
 inline const QString PHONE_KEY_HOLD = QStringLiteral("HOLD");
+/// True for exactly the PHONE_KEY_* texts, case-sensitive.
+TELVIX_EXPORT bool isValidPhoneKey(const QString& key);
 
 } // namespace TELVIX
 

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "calltable_p.h"
+#include "directorymessages.h"
+#include "servicemessages.h"
 #include "telvix.h"
 #include "telvixhop_p.h"
 #include "telvixdispatch_p.h"
 #include "telvixlog_p.h"
+#include "telvixtimers_p.h"
 
 #include <QDateTime>
 #include <QMap>
@@ -21,6 +24,7 @@ class SimpleXmlParser;
 class SXmlMessage;
 class LoginRespMsg;
 class RedirectConnectionRespMsg;
+class SarnetDownloader;
 
 /// Everything the Telvix object holds. It lives on the library's thread
 /// after init(); nothing here is locked, confinement to that thread is the
@@ -80,6 +84,15 @@ public:
     void closeLocalStore();
     /// Chat settings from the login itself, for servers before 5.3.
     void startChatFromLogin(const LoginRespMsg& resp);
+    /// A chat account from the login or from "CtiConfiguration".
+    void onChatConfigReceived(const ChatConfiguration& config);
+    /// Asks the chat client, when connected, for the presence of every contact.
+    void refreshChatPresence();
+    /// With a local store: logs "persisting cdr", stores `entries`, replaces
+    /// them by the whole stored history and returns true. Without one: false.
+    bool persistCdr(Cdr& entries);
+    /// Starts a queued download with a fresh token.
+    void startDownloader(SarnetDownloader* downloader, const QString& token);
     /// Empties the per-connection call indexes and peer maps.
     void clearSessionIndexes();
     /// Client API version for a server version: the server's below "6.1"
@@ -105,6 +118,36 @@ public:
     bool getCDR(bool cached, const QString& lastEntry);
     /// The desktop branch of getCDR: history from and into the local store.
     bool getStoredCdr(bool cached, const QString& lastEntry);
+    bool getIdentities();
+    bool getPeerList();
+    bool getExtenList();
+    bool getExtenStatus();
+    bool getServiceStatus();
+    bool getVoicemail(TELVIX::VmMsgTypeFlag type);
+    bool getMailboxStatus();
+    bool getTenantList();
+    bool subscribeTenantEvents(const QString& tenant);
+    bool setUFWD(const QString& number);
+    bool unsetUFWD();
+    bool setForkToMobile();
+    bool unsetForkToMobile();
+    bool deleteVoicemailMessage(const QString& id);
+    bool markVoicemailMessage(const QString& id, TELVIX::VmMsgType type);
+    bool requestAccessToken();
+    bool requestAccessToken_internal();
+    QString getOutboundLinePrefix();
+    bool setDeviceToken(const QString& token, TELVIX::NotificationService service);
+    bool sendServerCommand(const ServerCommand& command);
+    bool changePassword(const QString& oldPassword, const QString& newPassword);
+    bool injectMessage(const QString& text);
+    /// Sends `msg`; a request's true means that its body ran, whatever
+    /// the socket did.
+    bool sendAndForget(SXmlMessage& msg);
+
+    /// Token requests in the order of their asking: a download's own
+    /// downloader, or null for the application's requestAccessToken().
+    QList<SarnetDownloader*> downloaders;
+
 
     Telvix* const q_ptr;
 
@@ -131,6 +174,10 @@ public:
     TELVIX::AppMode appMode = TELVIX::AppMode(-1);
     QString dataDir;
 
+    TelvixTimerIntervals timerIntervals;
+    /// The last chat account told by the server.
+    ChatConfiguration chatConfig;
+
     // Timers, made in run() with the Telvix object as parent
     QTimer* keepAliveTimer = nullptr;
     QTimer* keepAliveAckTimer = nullptr;
@@ -150,6 +197,47 @@ public:
     QString osType, osVersion, swType, swVersion, deviceId;
     bool guiKeepAliveEnabled = false;
     int chatKeepAliveInterval = 0;
+
+    // ---- peer data (telvixpeers.cpp) ------------------------------------
+    void rowIdentities(const QString& xml, DispatchContext& ctx);
+    void rowBuddyIdentities(const QString& xml, DispatchContext& ctx);
+    void rowIdentityUpdate(const QString& xml, DispatchContext& ctx);
+    void rowExtenStatusList(const QString& xml, DispatchContext& ctx);
+    void rowExtenStatus(const QString& xml, DispatchContext& ctx);
+    /// Empties the peer maps that belong to one connection.
+    void clearPeerIndexes();
+    /// The user's own SIP identities.
+    IdentityList identities;
+    /// SIP account of any peer to its extension, and the reverse. Both
+    /// belong to one connection.
+    QMap<QString, QString> accountToExten;
+    QMap<QString, QStringList> extenToAccounts;
+    /// Last known status of each extension; it outlives the connection.
+    QMap<QString, BuddyStatus> extenStatus;
+    /// Chat identities of the extensions, rebuilt from each extension list.
+    QMap<QString, QString> chatIdToExten;
+    QMap<QString, QString> extenToChatId;
+
+    // ---- server data (telvixserverdata.cpp) -----------------------------
+    void rowCdr(const QString& xml, DispatchContext& ctx);
+    void rowCommandResponse(const QString& xml, DispatchContext& ctx);
+    void rowDiagnostic(const QString& xml, DispatchContext& ctx);
+    void rowTenantList(const QString& xml, DispatchContext& ctx);
+    void rowChannelStatus(const QString& xml, DispatchContext& ctx);
+    void rowCtiConfiguration(const QString& xml, DispatchContext& ctx);
+    void rowServiceStatusList(const QString& xml, DispatchContext& ctx);
+    void rowServiceStatus(const QString& xml, DispatchContext& ctx);
+    void rowInCallServiceStatus(const QString& xml, DispatchContext& ctx);
+    void rowVoicemailList(const QString& xml, DispatchContext& ctx);
+    void rowRebrandingPackChanged(const QString& xml, DispatchContext& ctx);
+    void rowAuthToken(const QString& xml, DispatchContext& ctx);
+    void rowMailboxStatus(const QString& xml, DispatchContext& ctx);
+    void rowServices(const QString& xml, DispatchContext& ctx);
+    /// Hands a token to the oldest waiting request: a download starts, the
+    /// application's own request gets sigAuthTokenReceived.
+    void onAuthTokenReceived(const QString& token, const QDateTime& expiry);
+    /// SIP settings of the last "CtiConfiguration".
+    SipConfiguration sipSettings;
 
     // ---- calls ----------------------------------------------------------
     static TelvixPrivate* get(Telvix* q) { return q->d_func(); }
@@ -192,15 +280,83 @@ public:
     QString purifyIncomingNumber(const QString& number) const;
     bool isExtenNum(const QString& number) const;
 
+    // Asks for the caller details of a channel (answer: "ChannelStatus").
+    bool getChannelStatus(const QString& channel);
+
     // Desk phone (telvixdeskphone.cpp)
     bool sendPlainRequest(const QString& body);
     void handlePhoneEvent(const QString& xml);
 
     CallTable calls;
+    // Server data the number functions read: the last "ExtenList" and the
+    // codes of the last "Services".
+    QList<BuddyEntry> extensions;
+    ServicesDialCodes servicesDialCodes;
     // Indexes into `calls`; they never own a leg. The first three belong to
     // one connection and are emptied with its socket.
     QMap<QString, CallInfo*> callsByLocalChannel;
     QMap<QString, CallInfo*> callsByRemoteChannel;
     QMap<QString, CallInfo*> transferringCalls;
     QMap<QString, CallInfo*> parkedCalls;
+
+    // ---- contacts (telvixcontacts.cpp) ----------------------------------
+    bool getContactsList(bool cached, TELVIX::PhonebookTypeFlags types);
+    /// Rebuilds the merged book (extension book first) and publishes it.
+    void updateContactsBook();
+    /// At login: the merged book and its flags start empty again, published.
+    void resetContactsBook();
+    bool addPhoneBookContact(const PhoneBookEntry& entry);
+    bool updatePhoneBookContact(const PhoneBookEntry& entry);
+    bool deletePhoneBookContact(const PhoneBookEntry& entry);
+    void onOutlookPhoneBookUpdated(const QList<PhoneBook>& books);
+    /// Runs after every valid extension list: chat may start from then on.
+    void startChatAfterExtenList();
+    void rowPhoneBook(const QString& xml, DispatchContext& ctx);
+    void rowExtenList(const QString& xml, DispatchContext& ctx);
+
+    PhoneBook m_buddyPhoneBook;
+    QList<PhoneBook> m_serverPhoneBooks;
+    QList<PhoneBook> m_outlookPhoneBooks;
+    QList<PhoneBook> m_contactsBook;
+    TELVIX::PhonebookTypeFlags m_phonebookFlags;
+
+    // ---- favourites (telvixfavourites.cpp) ------------------------------
+    bool getFavoriteList();
+    bool addFavourite(const FavoriteEntry& entry);
+    bool deleteFavourite(const FavoriteEntry& entry);
+    void loadFavoritesFromFile();
+    void saveFavoritesToFile() const;
+
+    QList<FavoriteEntry> m_favorites;
+
+    // ---- queues (telvixqueues.cpp) --------------------------------------
+    bool getQueueList();
+    bool getAllQueuesStats();
+    bool getAllQueuePeriodicStats(TELVIX::PeriodType period, const QDateTime& start, const QDateTime& end);
+    bool getAllQueueOperatorPeriodicStats(TELVIX::PeriodType period, const QDateTime& start,
+                                          const QDateTime& end);
+    bool getQueuePeriodicStats(const QStringList& queues, TELVIX::PeriodType period, const QDateTime& start,
+                               const QDateTime& end);
+    bool getQueueOperatorPeriodicStats(const QueueOperMap& queueOperators, TELVIX::PeriodType period,
+                                       const QDateTime& start, const QDateTime& end);
+    bool pauseQueues(bool pause, const QString& operatorExten, const QString& reason, const QString& queue);
+    bool pauseOperators(bool pause, const QStringList& operators, const QString& reason, const QString& queue);
+    bool addQueueDynamicMember(const QString& queueId, const QString& operatorId, int penalty);
+    bool removeQueueDynamicMember(const QString& queueId, const QString& operatorId);
+    bool requestCCReport(TELVIX::PeriodType period, const QList<int>& attendedThresholds,
+                         const QList<int>& lostThresholds, const QString& locale, const QDateTime& start,
+                         const QDateTime& end);
+    /// Servers from API "5.2" (by text) take the newer queue requests.
+    bool queueApiIsNew() const;
+    bool hasCumulativeStats() const;
+    void rowCCReport(const QString& xml, DispatchContext& ctx);
+    void rowQueueEvent(const QString& xml, DispatchContext& ctx);
+    void rowQueuesStats(const QString& xml, DispatchContext& ctx);
+    void rowQueuePeriodicStatsList(const QString& xml, DispatchContext& ctx);
+    void rowQueuePeriodicStats(const QString& xml, DispatchContext& ctx);
+    void rowOperatorPeriodicStatsList(const QString& xml, DispatchContext& ctx);
+    void rowOperatorPeriodicStats(const QString& xml, DispatchContext& ctx);
+    void rowQueueMemberAdded(const QString& xml, DispatchContext& ctx);
+    void rowQueueMemberRemoved(const QString& xml, DispatchContext& ctx);
+    void rowQueueMemberPause(const QString& xml, DispatchContext& ctx);
 };

@@ -4,10 +4,12 @@
 #include "telvix_p.h"
 
 #include "calleventmessages.h"
+#include "calltesthook_p.h"
 #include "messagereader.h"
 
 #include <QDebug>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -28,11 +30,6 @@ void dispatchEvent(const QString& xml, DispatchContext& ctx, Logger* logger, con
 }
 
 const QString ClickToCallAccount = QStringLiteral("c2c");
-
-QString legLine(const char* pattern, const CallInfo& leg)
-{
-    return QString::fromLatin1(pattern).arg(leg.uid, leg.callerNum, leg.calledNum, leg.sipAccount);
-}
 
 template <typename... Texts>
 QString logText(const char* pattern, const Texts&... texts)
@@ -151,7 +148,7 @@ void TelvixPrivate::onIncomingCall(const IncomingCallEvent& event)
                                  caller, event.sipAccount);
         return;
     }
-    TLOG(1000) << legLine("Incoming call %1 from %2 to %3 on SIP account %4", *leg);
+    TLOG(1000) << callLogLine("Incoming call %1 from %2 to %3 on SIP account %4", *leg);
 
     if (!inMobileMode()) {
         Q_EMIT q->sigIncomingCall(event);
@@ -204,7 +201,7 @@ void TelvixPrivate::onAnsweredCall(const AnsweredCallEvent& event)
     AnsweredCallEvent answered = event;
     leg->answered = true;
     answered.previousCallState = leg->direction;
-    TLOG(1000) << legLine("Answered call %1 from %2 to %3 on SIP account %4", *leg);
+    TLOG(1000) << callLogLine("Answered call %1 from %2 to %3 on SIP account %4", *leg);
 
     if (answered.localAnswer) {
         if (leg->direction == CallInfo::DirectionOutgoing)
@@ -241,7 +238,7 @@ void TelvixPrivate::onFinishedCall(const FinishedCallEvent& event)
         TLOG(100) << "Finished call: cannot find SIP account";
         return;
     }
-    TLOG(1000) << legLine("Finished call %1 from %2 to %3 on SIP account %4", *taken);
+    TLOG(1000) << callLogLine("Finished call %1 from %2 to %3 on SIP account %4", *taken);
 
     const bool lastLeg = !calls.contains(event.uid);
     if (lastLeg)
@@ -303,7 +300,7 @@ void TelvixPrivate::onColpUpdate(const ColpUpdateEvent& event)
         return;
     }
     leg->setPeer(event.remoteNum, event.remoteName, event.remoteChannel);
-    TLOG(1000) << legLine("COLP update for call %1 from %2 to %3 on SIP account %4", *leg);
+    TLOG(1000) << callLogLine("COLP update for call %1 from %2 to %3 on SIP account %4", *leg);
     if (!inMobileMode())
         Q_EMIT q->sigColpUpdate(event);
 }
@@ -358,7 +355,7 @@ void TelvixPrivate::onC2cOriginateCall(const C2COriginateEventMsg& event)
                                  event.uid, event.exten, ClickToCallAccount);
         return;
     }
-    TLOG(1000) << legLine("Incoming ClickToCall %1 from %2 to %3 on SIP account %4", *leg);
+    TLOG(1000) << callLogLine("Incoming ClickToCall %1 from %2 to %3 on SIP account %4", *leg);
     if (inMobileMode() && calls.legCount(event.uid) == 1)
         Q_EMIT q->sigC2cOriginate(leg->uid, leg->calledNum, event.callType);
 }
@@ -376,7 +373,7 @@ void TelvixPrivate::onC2cFinishedCall(const C2CFinishedEventMsg& event)
         TLOG(100) << "Finished ClickToCall: cannot find SIP account";
         return;
     }
-    TLOG(1000) << legLine("Finished ClickToCall %1 from %2 to %3 on SIP account %4", *taken);
+    TLOG(1000) << callLogLine("Finished ClickToCall %1 from %2 to %3 on SIP account %4", *taken);
     if (calls.contains(event.uid))
         return;
     qDebug() << Q_FUNC_INFO << "Finished ClickToCall on every account";
@@ -392,3 +389,44 @@ void TelvixPrivate::clearCallIndexes()
     callsByRemoteChannel.clear();
     transferringCalls.clear();
 }
+
+// ---- test hook ----------------------------------------------------------
+
+namespace CallTableTestHook {
+
+QMap<QString, QStringList> accountsByUid(Telvix* client)
+{
+    const TelvixPrivate* const d = TelvixPrivate::get(client);
+    return TelvixHop::blocking<QMap<QString, QStringList>>(client, [d] {
+        QMap<QString, QStringList> result;
+        const auto& all = d->calls.calls();
+        for (auto call = all.constBegin(); call != all.constEnd(); ++call) {
+            QStringList accounts = call->keys();
+            accounts.sort();
+            result.insert(call.key(), accounts);
+        }
+        return result;
+    });
+}
+
+QList<CallInfo> legs(Telvix* client, const QString& uid)
+{
+    const TelvixPrivate* const d = TelvixPrivate::get(client);
+    return TelvixHop::blocking<QList<CallInfo>>(client, [d, uid] {
+        QList<CallInfo> result;
+        const CallTable::Legs legs = d->calls.legs(uid);
+        for (const CallInfo* leg : legs)
+            result.append(*leg);
+        std::sort(result.begin(), result.end(),
+                  [](const CallInfo& a, const CallInfo& b) { return a.sipAccount < b.sipAccount; });
+        return result;
+    });
+}
+
+int legCount(Telvix* client)
+{
+    const TelvixPrivate* const d = TelvixPrivate::get(client);
+    return TelvixHop::blocking<int>(client, [d] { return d->calls.totalLegCount(); }, -1);
+}
+
+} // namespace CallTableTestHook

@@ -6,6 +6,9 @@ void TelvixPrivate::openLocalStore()
 {
     // The call-history store is not part of this build yet: desktop modes
     // run like the mobile ones, with history straight from the server.
+
+    // A new login starts from an empty contact book.
+    resetContactsBook();
 }
 
 void TelvixPrivate::closeLocalStore() { }
@@ -20,10 +23,60 @@ bool TelvixPrivate::getStoredCdr(bool cached, const QString& lastEntry)
 
 void TelvixPrivate::startChatFromLogin(const LoginRespMsg& resp)
 {
-    Q_UNUSED(resp)
+    ChatConfiguration config;
+    config.chatId = resp.chatId;
+    config.chatPort = resp.chatPort;
+    onChatConfigReceived(config);
 }
 
-void TelvixPrivate::clearSessionIndexes() { }
+void TelvixPrivate::onChatConfigReceived(const ChatConfiguration& config)
+{
+    TLOG(1000) << "Received a new ChatConfiguration";
+    if (config == chatConfig) {
+        TLOG(1000) << "Received ChatConfiguration is equal to current one: nothing to do";
+        return;
+    }
+    if (config.chatId.isEmpty()) {
+        TLOG(100) << "got an empty chatID, cannot enable chat!";
+        return;
+    }
+    TLOG(1000) << "received chat info. chatID / chatPort:" << config.chatId << " / " << config.chatPort;
+    // The chat client is not part of this build yet: the account is kept for
+    // it, and the chat bit of the features stays clear.
+    chatConfig = config;
+}
+
+void TelvixPrivate::refreshChatPresence()
+{
+    // Without a chat client there is no presence to ask for.
+}
+
+bool TelvixPrivate::persistCdr(Cdr& entries)
+{
+    // No local store in this build: history goes out as the server sent it.
+    Q_UNUSED(entries)
+    return false;
+}
+
+void TelvixPrivate::startDownloader(SarnetDownloader* downloader, const QString& token)
+{
+    // Downloads are not part of this build yet, so nothing queues a
+    // downloader and the token queue holds only the application's requests.
+    Q_UNUSED(downloader)
+    Q_UNUSED(token)
+}
+
+void TelvixPrivate::startChatAfterExtenList()
+{
+    // Chat starts once the colleagues' chat ids are known; the chat client
+    // is not part of this build yet.
+}
+
+void TelvixPrivate::clearSessionIndexes()
+{
+    clearCallIndexes();
+    clearPeerIndexes();
+}
 
 void TelvixPrivate::shutdownDownloads() { }
 

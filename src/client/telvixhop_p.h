@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QThread>
 
+#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -36,20 +37,19 @@ bool queued(QObject* target, Body&& body, Report report = Report::OnFailure)
 }
 
 // A blocking hop into a thread whose event loop has ended would wait for
-// ever; such a call fails with `fallback` instead.
+// ever; such a call fails with `fallback` instead, after `onFailure`.
 template <typename R, typename Body>
-R blocking(QObject* target, Body&& body, R fallback = R())
+R blocking(QObject* target, Body&& body, R fallback = R(), const std::function<void()>& onFailure = {})
 {
     if (onOwnThread(target))
         return body();
     QThread* thread = target->thread();
-    if (!thread || !thread->isRunning()) {
-        qCritical() << "invoke method failed!";
-        return fallback;
-    }
     R result = fallback;
-    if (!QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::BlockingQueuedConnection, &result)) {
+    if (!thread || !thread->isRunning()
+        || !QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::BlockingQueuedConnection, &result)) {
         qCritical() << "invoke method failed!";
+        if (onFailure)
+            onFailure();
         return fallback;
     }
     return result;

@@ -12,10 +12,6 @@
 #include <QTimer>
 
 namespace {
-constexpr int KeepAliveIntervalMs = 30000;
-constexpr int KeepAliveAckTimeoutMs = 15000;
-constexpr int GuiKeepAliveIntervalMs = 30000;
-constexpr int PeriodicDataIntervalMs = 300000;
 constexpr int LoginRetryGuardMs = 1000;
 constexpr quint16 DefaultServerPort = 5039;
 constexpr int AppModeLogger = 5;
@@ -99,6 +95,15 @@ bool Telvix::ackGuiKeepAlive()
 QString Telvix::getDisplayedNum() const
 {
     return d_func()->exten;
+}
+
+void setTelvixTimerIntervals(Telvix* client, const TelvixTimerIntervals& intervals)
+{
+    TelvixPrivate* const d = TelvixPrivate::get(client);
+    TelvixHop::blocking<bool>(client, [d, intervals] {
+        d->timerIntervals = intervals;
+        return true;
+    });
 }
 
 // ---- connection ---------------------------------------------------------
@@ -319,9 +324,9 @@ bool TelvixPrivate::onLoginResponse(const QString& xml)
     else
         startChatFromLogin(resp);
 
-    keepAliveTimer->start(KeepAliveIntervalMs);
+    keepAliveTimer->start(timerIntervals.keepAliveMs);
     if (!Telvix::appModeIsMobile(appMode))
-        periodicDataTimer->start(PeriodicDataIntervalMs);
+        periodicDataTimer->start(timerIntervals.periodicDataMs);
 
     const LoginDetails details = resp.toLoginDetails(serverApiVersion);
 
@@ -424,7 +429,7 @@ bool TelvixPrivate::sendKeepAlive()
     KeepAliveReqMsg keepAlive;
     send(keepAlive);
     TLOG(100000) << "Keep alive sent";
-    keepAliveAckTimer->start(KeepAliveAckTimeoutMs);
+    keepAliveAckTimer->start(timerIntervals.keepAliveAckMs);
     return true;
 }
 
@@ -447,7 +452,7 @@ bool TelvixPrivate::enableGuiKeepAlive(bool on)
     // enableGuiKeepAlive(false) enabling it too.
     guiKeepAliveEnabled = true;
     if (guiKeepAliveTimer)
-        guiKeepAliveTimer->start(GuiKeepAliveIntervalMs);
+        guiKeepAliveTimer->start(timerIntervals.guiKeepAliveMs);
     const char* word = on ? "Enabled" : "Disabled";
     qDebug() << "GUI KeepAlive" << word;
     TLOG(10000) << "GUI KeepAlive" << word;

@@ -285,7 +285,7 @@ OriginateCallEventMsg OriginateCallEventMsg::parseMessage(const QString& xml)
 QString OriginateCallEventMsg::generateXmlMessageBody() const
 {
     return writeEvent(S_EVENT_CALL_ORIGINATE, event,
-                      [this](XmlBodyWriter& writer) {  });
+                      [this](XmlBodyWriter& writer) { writer.text(S_XMLTAG_CALL_TO, event.calledNum); });
 }
 
 // ---- IncomingCall ---------------------------------------------------------------

@@ -37,57 +37,25 @@ const QString TokenDateFormat = QStringLiteral("yyyy-MM-dd hh:mm:ss");
 // FieldReader fills the record from a document, FieldWriter writes it. Fields
 // whose text needs more than the plain conversion are wrapped.
 
-/// A date in the given format.
-template <typename T> struct DateText
+/// How a field's text converts where the plain conversion of its type is
+/// not the wire's.
+enum class Wire {
+    Date, ///< a date in the format `detail`
+    FailedFlag, ///< a success flag sent inverted, as "IsFailed" 1 or 0
+    NumberOrDefault, ///< a number that unreadable text leaves at the record's default
+    Level, ///< a diagnostic level in its wire text
+    TextList, ///< a list of `detail` text elements inside the field's element
+};
+
+template <Wire Kind, typename T> struct Converted
 {
     T& value;
-    const QString& format;
+    QString detail;
 };
-template <typename T> DateText<T> dateText(T& value, const QString& format)
-{
-    return {value, format};
-}
 
-/// A success flag that travels inverted, as "IsFailed" 1 or 0.
-template <typename T> struct FailedFlag
+template <Wire Kind, typename T> Converted<Kind, T> as(T& value, const QString& detail = QString())
 {
-    T& succeeded;
-};
-template <typename T> FailedFlag<T> failedFlag(T& succeeded)
-{
-    return {succeeded};
-}
-
-/// A number whose unreadable text stands for a fixed value.
-template <typename T> struct NumberOr
-{
-    T& value;
-    qint32 unreadable;
-};
-template <typename T> NumberOr<T> numberOr(T& value, qint32 unreadable)
-{
-    return {value, unreadable};
-}
-
-/// A diagnostic level in its wire text.
-template <typename T> struct LevelText
-{
-    T& level;
-};
-template <typename T> LevelText<T> levelText(T& level)
-{
-    return {level};
-}
-
-/// A list of `item` text elements inside the field's element.
-template <typename T> struct TextList
-{
-    T& items;
-    const QString& item;
-};
-template <typename T> TextList<T> textList(T& items, const QString& item)
-{
-    return {items, item};
+    return {value, detail};
 }
 
 class FieldReader
@@ -100,27 +68,28 @@ public:
     void operator()(const QString& tag, QString& value) const { value = text(m_xml, tag); }
     void operator()(const QString& tag, qint32& value) const { value = toInt(m_xml, tag); }
     void operator()(const QString& tag, quint16& value) const { value = toUShort(m_xml, tag); }
-    void operator()(const QString& tag, DateText<QDateTime> field) const
+    void operator()(const QString& tag, Converted<Wire::Date, QDateTime> field) const
     {
-        field.value = QDateTime::fromString(text(m_xml, tag), field.format);
+        field.value = QDateTime::fromString(text(m_xml, tag), field.detail);
     }
-    void operator()(const QString& tag, FailedFlag<bool> field) const
+    void operator()(const QString& tag, Converted<Wire::FailedFlag, bool> field) const
     {
-        field.succeeded = toInt(m_xml, tag) != 1;
+        field.value = toInt(m_xml, tag) != 1;
     }
-    void operator()(const QString& tag, NumberOr<qint32> field) const
+    void operator()(const QString& tag, Converted<Wire::NumberOrDefault, qint32> field) const
     {
         bool readable = false;
         const int number = text(m_xml, tag).toInt(&readable, 10);
-        field.value = readable ? number : field.unreadable;
+        if (readable)
+            field.value = number;
     }
-    void operator()(const QString& tag, LevelText<TELVIX::MsgLevel> field) const
+    void operator()(const QString& tag, Converted<Wire::Level, TELVIX::MsgLevel> field) const
     {
-        field.level = TELVIX::msgLevelFromString(text(m_xml, tag));
+        field.value = TELVIX::msgLevelFromString(text(m_xml, tag));
     }
-    void operator()(const QString& tag, TextList<QStringList> field) const
+    void operator()(const QString& tag, Converted<Wire::TextList, QStringList> field) const
     {
-        field.items = SimpleXmlParser::getDecodedTagsValues(MessageReader::raw(m_xml, tag), field.item);
+        field.value = SimpleXmlParser::getDecodedTagsValues(MessageReader::raw(m_xml, tag), field.detail);
     }
 
 private:
@@ -136,27 +105,27 @@ public:
     }
     void operator()(const QString& tag, const QString& value) const { m_writer.text(tag, value); }
     void operator()(const QString& tag, int value) const { m_writer.text(tag, value); }
-    void operator()(const QString& tag, DateText<const QDateTime> field) const
+    void operator()(const QString& tag, Converted<Wire::Date, const QDateTime> field) const
     {
-        m_writer.text(tag, field.value.toString(field.format));
+        m_writer.text(tag, field.value.toString(field.detail));
     }
-    void operator()(const QString& tag, FailedFlag<const bool> field) const
+    void operator()(const QString& tag, Converted<Wire::FailedFlag, const bool> field) const
     {
-        m_writer.text(tag, field.succeeded ? 0 : 1);
+        m_writer.text(tag, field.value ? 0 : 1);
     }
-    void operator()(const QString& tag, NumberOr<const qint32> field) const
+    void operator()(const QString& tag, Converted<Wire::NumberOrDefault, const qint32> field) const
     {
         m_writer.text(tag, field.value);
     }
-    void operator()(const QString& tag, LevelText<const TELVIX::MsgLevel> field) const
+    void operator()(const QString& tag, Converted<Wire::Level, const TELVIX::MsgLevel> field) const
     {
-        m_writer.text(tag, TELVIX::msgLevelToString(field.level));
+        m_writer.text(tag, TELVIX::msgLevelToString(field.value));
     }
-    void operator()(const QString& tag, TextList<const QStringList> field) const
+    void operator()(const QString& tag, Converted<Wire::TextList, const QStringList> field) const
     {
         m_writer.start(tag);
-        for (const QString& item : field.items)
-            m_writer.text(field.item, item);
+        for (const QString& item : field.value)
+            m_writer.text(field.detail, item);
         m_writer.end();
     }
 
@@ -177,7 +146,7 @@ const auto inCallServiceStatusFields = [](auto& status, const auto& visit, const
     visit(S_XMLTAG_CALL_SIP_ACCOUNT, status.sipAccount);
     visit(channelTag, status.channel);
     visit(S_XMLTAG_STATUS_TYPE, status.type);
-    visit(S_XMLTAG_STATUS, numberOr(status.status, 4));
+    visit(S_XMLTAG_STATUS, as<Wire::NumberOrDefault>(status.status));
 };
 
 const auto channelStatusFields = [](auto& status, const auto& visit) {
@@ -201,10 +170,10 @@ const auto ctiConfigurationFields = [](auto& msg, const auto& visit) {
 const auto commandResponseFields = [](auto& response, const auto& visit) {
     visit(S_XMLTAG_SRVCMDRSP_ID, response.requestId);
     visit(S_XMLTAG_SRVCMDRSP_CMD, response.command);
-    visit(S_XMLTAG_SRVCMDRSP_FAILED, failedFlag(response.succeeded));
+    visit(S_XMLTAG_SRVCMDRSP_FAILED, as<Wire::FailedFlag>(response.succeeded));
     visit(S_XMLTAG_SRVCMDRSP_EXITCODE, response.exitCode);
     visit(S_XMLTAG_SRVCMDRSP_MSG, response.message);
-    visit(S_XMLTAG_SRVCMDRSP_DATE, dateText(response.date, CommandDateFormat));
+    visit(S_XMLTAG_SRVCMDRSP_DATE, as<Wire::Date>(response.date, CommandDateFormat));
 };
 
 const auto diagnosticFields = [](auto& diagnostic, const auto& visit) {
@@ -212,15 +181,15 @@ const auto diagnosticFields = [](auto& diagnostic, const auto& visit) {
     visit(S_XMLTAG_DIAGMSG_CONVID, diagnostic.linkedId);
     visit(S_XMLTAG_DIAGMSG_CALLID, diagnostic.uniqueId);
     visit(S_XMLTAG_DIAGMSG_ID, diagnostic.messageId);
-    visit(S_XMLTAG_DIAGMSG_VERBOSITY, levelText(diagnostic.verbosity));
-    visit(S_XMLTAG_DIAGMSG_DATE, dateText(diagnostic.date, TELVIX::IsoDateNoTz));
+    visit(S_XMLTAG_DIAGMSG_VERBOSITY, as<Wire::Level>(diagnostic.verbosity));
+    visit(S_XMLTAG_DIAGMSG_DATE, as<Wire::Date>(diagnostic.date, TELVIX::IsoDateNoTz));
     visit(S_XMLTAG_DIAGMSG_MSG, diagnostic.message);
-    visit(S_XMLTAG_DIAGMSG_FIELDS, textList(diagnostic.fields, S_XMLTAG_DIAGMSG_FIELD));
+    visit(S_XMLTAG_DIAGMSG_FIELDS, as<Wire::TextList>(diagnostic.fields, S_XMLTAG_DIAGMSG_FIELD));
 };
 
 const auto authTokenFields = [](auto& msg, const auto& visit) {
     visit(S_XMLTAG_AUTHTOKEN_TOKEN, msg.token);
-    visit(S_XMLTAG_AUTHTOKEN_VALID, dateText(msg.validUntil, TokenDateFormat));
+    visit(S_XMLTAG_AUTHTOKEN_VALID, as<Wire::Date>(msg.validUntil, TokenDateFormat));
 };
 
 /// A record (or message) filled from `xml` by its field list.

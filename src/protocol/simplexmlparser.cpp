@@ -24,7 +24,7 @@ inline bool isWordUnit(ushort c)
 {
     if (c < 128)
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-    return QChar::isLetterOrNumber(c);
+    return QChar::isLetterOrNumber(c) || QChar::isMark(c);
 }
 
 // What may follow a tag name in the single-element lookups: "[>|\s]".

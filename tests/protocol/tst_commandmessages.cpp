@@ -1,8 +1,11 @@
 #include "commandmessages.h"
+#include "messagetestutil.h"
 #include "simplexmlparser.h"
 
 #include <QMetaProperty>
 #include <QtTest>
+
+using MessageTestUtil::requestBody;
 
 namespace {
 
@@ -17,12 +20,6 @@ template <typename Msg, typename Fill> QString written(Fill fill, const QString&
 template <typename Msg> QString written(const QString& api = QStringLiteral("6.1"))
 {
     return written<Msg>([](Msg&) {}, api);
-}
-
-/// What the server finds between <Request> and </Request>.
-QString requestBody(const QString& document)
-{
-    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 
 using namespace MessageTestUtil;
 
+Q_DECLARE_METATYPE(const QMetaObject*)
+
 namespace {
 
 const QString IsoNoTz = QStringLiteral("yyyy-MM-ddThh:mm:ss.zzz");
@@ -1079,7 +1081,6 @@ void TestQueueMessages::metaTypesRegistered()
     QCOMPARE(value.value<TELVIX::QueueOperatorMembership>(), TELVIX::QueueOperatorMemberDynamic);
 }
 
-Q_DECLARE_METATYPE(const QMetaObject*)
 
 QTEST_APPLESS_MAIN(TestQueueMessages)
 #include "tst_queuemessages.moc"

@@ -12,37 +12,6 @@ namespace {
 
 using DialCodes = QMap<TELVIX::ServiceDialCodeType, QString>;
 
-ServiceStatus makeServiceStatus(const QString& id, const QString& type, const QString& value, int status)
-{
-    ServiceStatus s;
-    s.id = id;
-    s.type = type;
-    s.value = value;
-    s.status = status;
-    return s;
-}
-
-InCallServiceStatus makeInCallStatus(const QString& uid, const QString& account, const QString& channel,
-                                     const QString& type, int status)
-{
-    InCallServiceStatus s;
-    s.uid = uid;
-    s.sipAccount = account;
-    s.channel = channel;
-    s.type = type;
-    s.status = status;
-    return s;
-}
-
-ChannelStatus makeChannelStatus(const QString& channel, const QString& number, const QString& name)
-{
-    ChannelStatus s;
-    s.channel = channel;
-    s.number = number;
-    s.name = name;
-    return s;
-}
-
 TELVIX::ServiceDialCodeType typeOfKey(const QString& localKey)
 {
     for (int n = 1; n <= 30; ++n) {
@@ -68,6 +37,41 @@ void checkLog(const QtLogCapture& log, const QStringList& words, const QStringLi
         QVERIFY2(log.contains(word), qPrintable(QStringLiteral("missing log: ") + word));
     for (const QString& word : absent)
         QVERIFY2(!log.contains(word), qPrintable(QStringLiteral("unexpected log: ") + word));
+}
+
+/// `xml` parses as a failed Msg whose `member` is left default, logging `word`.
+template <typename Msg, typename Member>
+void checkInvalid(const QString& xml, Member Msg::*member, const QString& word)
+{
+    QtLogCapture log;
+    const Msg msg = Msg::parseMessage(xml);
+    QVERIFY(!msg.success);
+    QCOMPARE(msg.errorMessage, QStringLiteral("Unknown error"));
+    QVERIFY(msg.uuid.isEmpty());
+    QVERIFY(msg.*member == Member());
+    QVERIFY2(log.contains(word), qPrintable(word));
+}
+
+/// Log words of one message class: valid, invalid, and the word of its repair
+/// or of its empty list.
+struct LogWords
+{
+    QString parsedOk;
+    QString invalid;
+    QString special;
+};
+const LogWords StatusWords {QStringLiteral("Service Status resp msg parsed ok"),
+                            QStringLiteral("parsed an invalid Service Status resp msg"),
+                            QStringLiteral("parsed an empty ServiceStatusList msg")};
+const LogWords InCallWords {QStringLiteral("InCallServiceStatus msg parsed ok"),
+                            QStringLiteral("parsed an invalid InCallServiceStatus resp msg"),
+                            QStringLiteral("Parsing LocalChannel field (old SARNET implementation...)")};
+
+/// An in-call status event holding `fields`, as a server of `api` sends it.
+QString inCallDocument(const QString& fields, const QString& api = QStringLiteral("6.1"))
+{
+    return serverDocument(
+        QStringLiteral("<InCallServiceStatus>") + fields + QStringLiteral("</InCallServiceStatus>"), api);
 }
 
 const QString EmptyTypeRow = QStringLiteral("<ServiceStatus><Id>ufwd</Id><Type></Type><Value>1</Value>"
@@ -97,13 +101,13 @@ private Q_SLOTS:
     void ctiConfiguration();
     void commandResponseIsFailed_data();
     void commandResponseIsFailed();
-    void commandResponseNeedsRequestId();
     void diagnosticMessage_data();
     void diagnosticMessage();
     void tenants_data();
     void tenants();
     void tenantsRequestFailed();
     void authToken();
+    void recordMissingItsKeyIsInvalid();
     void rebrandingPackChanged();
     void roundTrips();
     void recordsAreRegisteredGadgets();
@@ -116,10 +120,6 @@ void TestServiceMessages::serviceStatus_data()
     QTest::addColumn<QStringList>("logs");
     QTest::addColumn<QStringList>("absent");
 
-    const QString ok = QStringLiteral("Service Status resp msg parsed ok");
-    const QString empty = QStringLiteral("parsed an empty ServiceStatusList msg");
-    const QString invalid = QStringLiteral("parsed an invalid Service Status resp msg");
-
     QTest::newRow("list 4.2")
         << serverDocument("<ServiceStatusList><ServiceStatus><Id>ufwd</Id><Type>ufwd</Type>"
                           "<Value>3331234567</Value><Status>1</Status></ServiceStatus>"
@@ -127,26 +127,28 @@ void TestServiceMessages::serviceStatus_data()
                           "<Value>3339876543</Value><Status>0</Status></ServiceStatus>"
                           "</ServiceStatusList>",
                           "4.2")
-        << QList<ServiceStatus> {makeServiceStatus("ufwd", "ufwd", "3331234567", 1),
-                                 makeServiceStatus("forktomobile", "fork", "3339876543", 0)}
-        << QStringList {ok} << QStringList {empty, invalid};
+        << QList<ServiceStatus> {ServiceStatus {"ufwd", "ufwd", "3331234567", 1},
+                                 ServiceStatus {"forktomobile", "fork", "3339876543", 0}}
+        << QStringList {StatusWords.parsedOk} << QStringList {StatusWords.special, StatusWords.invalid};
     QTest::newRow("single event 6.1")
         << serverDocument("<ServiceStatus><Id>ufwd</Id><Type>ufwd</Type><Value></Value>"
                           "<Status>0</Status></ServiceStatus>")
-        << QList<ServiceStatus> {makeServiceStatus("ufwd", "ufwd", "", 0)} << QStringList {ok}
-        << QStringList {empty};
+        << QList<ServiceStatus> {ServiceStatus {"ufwd", "ufwd", "", 0}} << QStringList {StatusWords.parsedOk}
+        << QStringList {StatusWords.special};
     QTest::newRow("entry without id skipped 5.7") << serverDocument(
         "<ServiceStatusList><ServiceStatus><Type>ufwd</Type></ServiceStatus>"
         "<ServiceStatus><Id>dnd</Id><Type>dnd</Type><Value>a&amp;b</Value><Status>on</Status>"
         "</ServiceStatus></ServiceStatusList>",
-        "5.7") << QList<ServiceStatus> {makeServiceStatus("dnd", "dnd", "a&b", 0)}
-                                                  << QStringList {invalid, ok} << QStringList {empty};
-    QTest::newRow("only invalid entries 5.10")
+        "5.7") << QList<ServiceStatus> {ServiceStatus {"dnd", "dnd", "a&b", 0}}
+                                                  << QStringList {StatusWords.invalid, StatusWords.parsedOk}
+                                                  << QStringList {StatusWords.special};
+    QTest::newRow("only StatusWords.invalid entries 5.10")
         << serverDocument("<ServiceStatusList>" + EmptyTypeRow + "</ServiceStatusList>", "5.10")
-        << QList<ServiceStatus> {} << QStringList {invalid, empty} << QStringList {ok};
+        << QList<ServiceStatus> {} << QStringList {StatusWords.invalid, StatusWords.special}
+        << QStringList {StatusWords.parsedOk};
     QTest::newRow("no entries 4.9") << serverDocument("<ServiceStatusList></ServiceStatusList>", "4.9")
-                                    << QList<ServiceStatus> {} << QStringList {empty}
-                                    << QStringList {ok, invalid};
+                                    << QList<ServiceStatus> {} << QStringList {StatusWords.special}
+                                    << QStringList {StatusWords.parsedOk, StatusWords.invalid};
 }
 
 void TestServiceMessages::serviceStatus()
@@ -171,42 +173,33 @@ void TestServiceMessages::inCallServiceStatus_data()
     QTest::addColumn<InCallServiceStatus>("expected");
     QTest::addColumn<QStringList>("logs");
 
-    const QString ok = QStringLiteral("InCallServiceStatus msg parsed ok");
-    const QString invalid = QStringLiteral("parsed an invalid InCallServiceStatus resp msg");
-    const QString oldChannel = QStringLiteral("Parsing LocalChannel field (old SARNET implementation...)");
-
-    QTest::newRow("channel 6.1") << serverDocument(
-        "<InCallServiceStatus><Uid>u1</Uid><SipAccount>201</SipAccount>"
-        "<Channel>SIP/201-1</Channel><Type>recording</Type>"
-        "<Status>1</Status></InCallServiceStatus>")
-                                 << true << makeInCallStatus("u1", "201", "SIP/201-1", "recording", 1)
-                                 << QStringList {ok};
+    QTest::newRow("channel 6.1") << inCallDocument(
+        "<Uid>u1</Uid><SipAccount>201</SipAccount><Channel>SIP/201-1</Channel>"
+        "<Type>recording</Type><Status>1</Status>")
+                                 << true << InCallServiceStatus {"u1", "201", "SIP/201-1", "recording", 1}
+                                 << QStringList {InCallWords.parsedOk};
     QTest::newRow("LocalChannel 4.9")
-        << serverDocument("<InCallServiceStatus><Uid>u2</Uid><SipAccount>201</SipAccount>"
-                          "<LocalChannel>SIP/201-2</LocalChannel><Type>atxfer</Type>"
-                          "<Status>0</Status></InCallServiceStatus>",
+        << inCallDocument("<Uid>u2</Uid><SipAccount>201</SipAccount><LocalChannel>SIP/201-2</LocalChannel>"
+                          "<Type>atxfer</Type><Status>0</Status>",
                           "4.9")
-        << true << makeInCallStatus("u2", "201", "SIP/201-2", "atxfer", 0) << QStringList {oldChannel, ok};
+        << true << InCallServiceStatus {"u2", "201", "SIP/201-2", "atxfer", 0}
+        << QStringList {InCallWords.special, InCallWords.parsedOk};
     QTest::newRow("status x gives 4 on 5.7")
-        << serverDocument("<InCallServiceStatus><Uid>u3</Uid><Channel>c</Channel><Status>x</Status>"
-                          "</InCallServiceStatus>",
-                          "5.7")
-        << true << makeInCallStatus("u3", "", "c", "", 4) << QStringList {ok};
-    QTest::newRow("no status gives 4 on 4.5") << serverDocument(
-        "<InCallServiceStatus><Uid>u4</Uid><LocalChannel>c</LocalChannel></InCallServiceStatus>", "4.5")
-                                              << true << makeInCallStatus("u4", "", "c", "", 4)
-                                              << QStringList {oldChannel, ok};
+        << inCallDocument("<Uid>u3</Uid><Channel>c</Channel><Status>x</Status>", "5.7") << true
+        << InCallServiceStatus {"u3", "", "c", "", 4} << QStringList {InCallWords.parsedOk};
+    QTest::newRow("no status gives 4 on 4.5")
+        << inCallDocument("<Uid>u4</Uid><LocalChannel>c</LocalChannel>", "4.5") << true
+        << InCallServiceStatus {"u4", "", "c", "", 4}
+        << QStringList {InCallWords.special, InCallWords.parsedOk};
     QTest::newRow("Channel beats LocalChannel 5.4")
-        << serverDocument("<InCallServiceStatus><Uid>u5</Uid><LocalChannel>old</LocalChannel>"
-                          "<Channel>new</Channel><Status>2</Status></InCallServiceStatus>",
-                          "5.4")
-        << true << makeInCallStatus("u5", "", "new", "", 2) << QStringList {ok};
-    QTest::newRow("no uid 6.1") << serverDocument(
-        "<InCallServiceStatus><Channel>c</Channel></InCallServiceStatus>")
-                                << false << InCallServiceStatus() << QStringList {invalid};
+        << inCallDocument(
+               "<Uid>u5</Uid><LocalChannel>old</LocalChannel><Channel>new</Channel><Status>2</Status>", "5.4")
+        << true << InCallServiceStatus {"u5", "", "new", "", 2} << QStringList {InCallWords.parsedOk};
+    QTest::newRow("no uid 6.1") << inCallDocument("<Channel>c</Channel>") << false << InCallServiceStatus()
+                                << QStringList {InCallWords.invalid};
     QTest::newRow("no channel at all 4.1")
-        << serverDocument("<InCallServiceStatus><Uid>u6</Uid></InCallServiceStatus>", "4.1") << false
-        << InCallServiceStatus() << QStringList {oldChannel, invalid};
+        << inCallDocument("<Uid>u6</Uid>", "4.1") << false << InCallServiceStatus()
+        << QStringList {InCallWords.special, InCallWords.invalid};
 }
 
 void TestServiceMessages::inCallServiceStatus()
@@ -255,7 +248,7 @@ void TestServiceMessages::inCallWriterNamesChannelByVersion()
     QFETCH(QString, notWritten);
 
     InCallServiceStatusEventMsg msg;
-    msg.inCallServiceStatus = makeInCallStatus("u1", "201", "SIP/201-1", "recording", 3);
+    msg.inCallServiceStatus = InCallServiceStatus {"u1", "201", "SIP/201-1", "recording", 3};
     const QString xml = msg.serializeToXml(api);
     QCOMPARE(SimpleXmlParser::getTagValue(xml, written), QStringLiteral("SIP/201-1"));
     QCOMPARE(SimpleXmlParser::getTagValue(xml, notWritten, 0, "none"), QStringLiteral("none"));
@@ -276,17 +269,17 @@ void TestServiceMessages::channelStatus_data()
     QTest::newRow("6.1") << serverDocument(
         "<ChannelStatus><Channel>SIP/trunk-1</Channel><Number>0612345678</Number>"
         "<Name>Mario Rossi</Name></ChannelStatus>")
-                         << makeChannelStatus("SIP/trunk-1", "0612345678", "Mario Rossi") << false;
+                         << ChannelStatus {"SIP/trunk-1", "0612345678", "Mario Rossi"} << false;
     QTest::newRow("CallerID with blank line 4.2")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-2</Channel><Name>ignored</Name>"
                           "<CallerID>&quot;Mario Rossi&quot;\n\nSIP/ABC </CallerID></ChannelStatus>",
                           "4.2")
-        << makeChannelStatus("SIP/trunk-2", "sip/abc", "Mario Rossi") << true;
+        << ChannelStatus {"SIP/trunk-2", "sip/abc", "Mario Rossi"} << true;
     QTest::newRow("CallerID after a line break 4.1")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-3</Channel><Number></Number>"
                           "<CallerID>\n\"Anna\"\n0612345678</CallerID></ChannelStatus>",
                           "4.1")
-        << makeChannelStatus("SIP/trunk-3", "0612345678", "Anna") << true;
+        << ChannelStatus {"SIP/trunk-3", "0612345678", "Anna"} << true;
     QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4")
                                     << ChannelStatus() << true;
 }
@@ -514,16 +507,6 @@ void TestServiceMessages::commandResponseIsFailed()
     QVERIFY(log.contains(QStringLiteral("servercommand response msg parsed ok")));
 }
 
-void TestServiceMessages::commandResponseNeedsRequestId()
-{
-    QtLogCapture log;
-    const SendCommandRespMsg msg = SendCommandRespMsg::parseMessage(
-        serverDocument("<CommandResponse><Command>reload</Command><IsFailed>0</IsFailed></CommandResponse>"));
-    QVERIFY(!msg.success);
-    QCOMPARE(msg.commandResponse, ServerCommandResponse());
-    QVERIFY(log.contains(QStringLiteral("parsed an invalid servercommand response msg")));
-}
-
 void TestServiceMessages::diagnosticMessage_data()
 {
     QTest::addColumn<QString>("verbosityText");
@@ -558,13 +541,6 @@ void TestServiceMessages::diagnosticMessage()
     QCOMPARE(d.message, QStringLiteral("trunk <down>"));
     QCOMPARE(d.fields, (QStringList {"a&b", "second"}));
     QVERIFY(log.contains(QStringLiteral("diagnostic msg parsed ok")));
-
-    QtLogCapture invalidLog;
-    const DiagnosticRespMsg withoutId = DiagnosticRespMsg::parseMessage(serverDocument(
-        "<LoggerMessage><TenantUuid>t-1</TenantUuid><Message>x</Message></LoggerMessage>", "6.1"));
-    QVERIFY(!withoutId.success);
-    QCOMPARE(withoutId.diagnosticMessage, DiagnosticMessage());
-    QVERIFY(invalidLog.contains(QStringLiteral("parsed an invalid diagnostic msg")));
 }
 
 void TestServiceMessages::tenants_data()
@@ -639,13 +615,22 @@ void TestServiceMessages::authToken()
     QCOMPARE(msg.uuid, MessageTestUtil::fixtureUuid());
     QCOMPARE(msg.api, QStringLiteral("5.7"));
     QVERIFY(!log.contains(QStringLiteral("parsed an invalid AuthToken response message")));
+}
 
-    const AuthTokenResMsg empty = AuthTokenResMsg::parseMessage(serverDocument(
-        "<AuthToken><Token></Token><ValidUntil>2026-11-16 18:10:02</ValidUntil></AuthToken>", "4.9"));
-    QVERIFY(!empty.success);
-    QCOMPARE(empty.errorMessage, QStringLiteral("Unknown error"));
-    QVERIFY(empty.validUntil.isNull());
-    QVERIFY(log.contains(QStringLiteral("parsed an invalid AuthToken response message")));
+void TestServiceMessages::recordMissingItsKeyIsInvalid()
+{
+    checkInvalid(serverDocument("<CommandResponse><Command>reload</Command><IsFailed>0</IsFailed>"
+                                "<Date>2026-11-15 18:10:02</Date></CommandResponse>"),
+                 &SendCommandRespMsg::commandResponse,
+                 QStringLiteral("parsed an invalid servercommand response msg"));
+    checkInvalid(
+        serverDocument("<LoggerMessage><TenantUuid>t-1</TenantUuid><Message>x</Message></LoggerMessage>",
+                       "4.5"),
+        &DiagnosticRespMsg::diagnosticMessage, QStringLiteral("parsed an invalid diagnostic msg"));
+    checkInvalid(
+        serverDocument("<AuthToken><Token></Token><ValidUntil>2026-11-16 18:10:02</ValidUntil></AuthToken>",
+                       "4.9"),
+        &AuthTokenResMsg::validUntil, QStringLiteral("parsed an invalid AuthToken response message"));
 }
 
 void TestServiceMessages::rebrandingPackChanged()
@@ -671,11 +656,11 @@ void TestServiceMessages::roundTrips()
 
     ServiceStatusRespMsg statuses;
     statuses.statusList
-        = {makeServiceStatus("ufwd", "ufwd", "3331234567", 1), makeServiceStatus("dnd", "dnd", "a<b", 0)};
+        = {ServiceStatus {"ufwd", "ufwd", "3331234567", 1}, ServiceStatus {"dnd", "dnd", "a<b", 0}};
     QCOMPARE(roundTrip(statuses, "5.7").statusList, statuses.statusList);
 
     ChannelStatusRespMsg channel;
-    channel.channelStatus = makeChannelStatus("SIP/trunk-1", "0612345678", "Rossi & Figli");
+    channel.channelStatus = ChannelStatus {"SIP/trunk-1", "0612345678", "Rossi & Figli"};
     QCOMPARE(roundTrip(channel, "4.2").channelStatus, channel.channelStatus);
 
     CtiConfigurationRespMsg config;

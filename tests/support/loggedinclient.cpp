@@ -1,0 +1,82 @@
+#include "loggedinclient.h"
+
+#include "telvix.h"
+
+#include <QSignalSpy>
+
+LoggedInClient::LoggedInClient(TELVIX::AppMode mode, const QString& api, const QString& exten)
+    : m_mode(mode)
+    , m_api(api)
+    , m_exten(exten)
+{
+}
+
+LoggedInClient::~LoggedInClient()
+{
+    if (m_client && m_client->isRunning())
+        m_client->shutdown();
+}
+
+bool LoggedInClient::start()
+{
+    m_server.setApiVersion(m_api);
+    FakeCtiServer::LoginAnswer answer;
+    answer.exten = m_exten;
+    m_server.setLoginAnswer(answer);
+    m_server.setAutoLogin(true);
+    m_server.setAutoKeepAliveAck(true);
+    if (!m_server.listen())
+        return false;
+
+    m_client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("calls-test"),
+                              QStringLiteral("1.0"), QStringLiteral("dev-calls"), m_dir.path()));
+    if (!m_client->init())
+        return false;
+    QSignalSpy logged(m_client.data(), &Telvix::loggedToServer);
+    m_client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"), m_mode,
+                              FakeCtiServer::host(), m_server.port());
+    if (!logged.wait(10000))
+        return false;
+    m_conn = m_server.lastConnection();
+    // The requests of the login are not what a test looks at.
+    m_server.clearFrames();
+    return m_conn >= 0;
+}
+
+QString LoggedInClient::sendEvent(const QString& body)
+{
+    const QString xml = FakeCtiServer::document(body, m_api);
+    m_server.send(m_conn, xml);
+    return FakeCtiServer::uuidOf(xml);
+}
+
+bool LoggedInClient::waitForAck(const QString& uuid, int timeoutMs)
+{
+    for (;;) {
+        const QString frame = m_server.waitForFrame(QStringLiteral("MsgAck"), timeoutMs);
+        if (frame.isEmpty())
+            return false;
+        if (frame.contains(uuid))
+            return true;
+    }
+}
+
+bool LoggedInClient::deliver(const QString& body)
+{
+    return waitForAck(sendEvent(body));
+}
+
+bool LoggedInClient::deliverWithoutId(const QString& body)
+{
+    // The server's probe is answered with a keep-alive; messages are handled
+    // in order, so its arrival tells that the one before was handled.
+    QString xml = FakeCtiServer::document(body, m_api);
+    xml.remove(QRegExp(QStringLiteral("<UUID>[^<]*</UUID>")));
+    m_server.send(m_conn, xml + FakeCtiServer::probeDocument(m_api));
+    return !m_server.waitForFrame(QStringLiteral("KeepAlive")).isEmpty();
+}
+
+QStringList LoggedInClient::framesWith(const QString& element) const
+{
+    return m_server.framesContaining(element, m_conn);
+}
