@@ -552,6 +552,10 @@ void TelvixPrivate::handleTcpError(QSslSocket* sender, int error)
 {
     if (!sender || sender != socket || connectionState == Telvix::StateDisconnected)
         return;
+    // A close by the server arrives as this error and then as disconnected();
+    // the close is the server's hang-up, reported by the latter.
+    if (error == QAbstractSocket::RemoteHostClosedError)
+        return;
     QString reason = socket->errorString();
     const QString errorText = reason;
     if (error == QAbstractSocket::NetworkError)

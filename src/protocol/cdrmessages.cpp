@@ -124,12 +124,12 @@ QString GetCdrReqMsg::generateXmlMessageBody() const
 
 CdrRespMsg CdrRespMsg::parseMessage(const QString& xml)
 {
-    static const MessageReader::ListWords words{QString(),
-                                                S_XMLTAG_CDR_ENTRY,
-                                                QStringLiteral("parsed an invalid CDREntry msg:"),
-                                                QStringLiteral("parsed an empty CdrList msg"),
-                                                QStringLiteral("CDR msg parsed ok"),
-                                                true};
+    static const MessageReader::ListWords words {QString(),
+                                                 S_XMLTAG_CDR_ENTRY,
+                                                 QStringLiteral("parsed an invalid CDREntry msg:"),
+                                                 QStringLiteral("parsed an empty CdrList msg"),
+                                                 QStringLiteral("CDR msg parsed ok"),
+                                                 true};
     return MessageReader::readList<CdrRespMsg>(xml, words, [](CdrRespMsg& msg, const QString& entryText) {
         return MessageReader::appendEntry(msg.cdr, entryText, readCdrEntry);
     });

@@ -147,7 +147,8 @@ bool readOperatorPeriodicStats(const QString& xml, QueueOperatorPeriodicStats& s
     return !stats.queueId.isEmpty();
 }
 
-void writeOperatorPeriodicStats(XmlBodyWriter& body, const QueueOperatorPeriodicStats& stats, OperatorForm form)
+void writeOperatorPeriodicStats(XmlBodyWriter& body, const QueueOperatorPeriodicStats& stats,
+                                OperatorForm form)
 {
     body.start(S_XMLTAG_QUEUEOPERATORPERIODICSTATS_ENTRY)
         .text(S_XMLTAG_QUEUEOPERATORPERIODICSTATS_OPERATOR, stats.operatorAccount)
@@ -183,7 +184,8 @@ Msg parseSingle(const QString& xml, const QString& failureText, const QString& n
     if (MessageReader::requestFailed(xml, failureText, msg))
         return msg;
     if (!read(xml, msg.stats))
-        return MessageReader::invalid<Msg>(QStringLiteral("parsed an invalid ") + name + QStringLiteral(" msg"));
+        return MessageReader::invalid<Msg>(QStringLiteral("parsed an invalid ") + name
+                                           + QStringLiteral(" msg"));
     return MessageReader::accepted(msg, xml, name + QStringLiteral(" msg parsed ok"));
 }
 
@@ -246,8 +248,7 @@ bool CallCenterReport::operator==(const CallCenterReport& other) const
 
 // ---- membership events ----------------------------------------------------------
 
-template <typename Msg>
-Msg QueueMemberEventMsg::parseAs(const QString& xml, const QString& word, Extra extra)
+template <typename Msg> Msg QueueMemberEventMsg::parseAs(const QString& xml, const QString& word, Extra extra)
 {
     MessageReader::logApiVersion(text(xml, S_XMLTAG_API));
     Msg msg;
@@ -255,7 +256,8 @@ Msg QueueMemberEventMsg::parseAs(const QString& xml, const QString& word, Extra 
     member.account = text(xml, S_XMLTAG_QUEUEMEMBER_ACCOUNT);
     member.queueId = text(xml, S_XMLTAG_QUEUEMEMBER_QUEUEID);
     if (extra == Extra::MembershipAndPenalty) {
-        member.membership = TELVIX::queueOperatorMembershipFromString(text(xml, S_XMLTAG_QUEUEMEMBER_MEMBERSHIP));
+        member.membership
+            = TELVIX::queueOperatorMembershipFromString(text(xml, S_XMLTAG_QUEUEMEMBER_MEMBERSHIP));
         member.penalty = toInt(xml, S_XMLTAG_QUEUEMEMBER_PENALTY);
     } else if (extra == Extra::PauseState) {
         member.paused = isOne(xml, S_XMLTAG_QUEUEMEMBER_PAUSED);
@@ -263,7 +265,8 @@ Msg QueueMemberEventMsg::parseAs(const QString& xml, const QString& word, Extra 
     const bool knownMembership
         = extra != Extra::MembershipAndPenalty || member.membership != TELVIX::QueueOperatorMemberInvalid;
     if (member.queueId.isEmpty() || member.account.isEmpty() || !knownMembership)
-        return MessageReader::invalid<Msg>(QStringLiteral("parsed an invalid ") + word + QStringLiteral(" msg"));
+        return MessageReader::invalid<Msg>(QStringLiteral("parsed an invalid ") + word
+                                           + QStringLiteral(" msg"));
     return MessageReader::accepted(msg, xml, word + QStringLiteral(" msg parsed ok"));
 }
 
@@ -366,7 +369,8 @@ QString QueueEventMsg::generateXmlMessageBody() const
         const QString age = event.longestHoldTime.isNull()
             ? QString()
             : QString::number(event.longestHoldTime.secsTo(QDateTime::currentDateTime()));
-        body.text(S_XMLTAG_QUEUEEVENT_OLD_COUNT, event.currentCalls).text(S_XMLTAG_QUEUEEVENT_OLD_MAXHOLDTIME, age);
+        body.text(S_XMLTAG_QUEUEEVENT_OLD_COUNT, event.currentCalls)
+            .text(S_XMLTAG_QUEUEEVENT_OLD_MAXHOLDTIME, age);
     }
     body.end();
     return body.result();
@@ -376,11 +380,10 @@ QString QueueEventMsg::generateXmlMessageBody() const
 
 QueueStatsListRespMsg QueueStatsListRespMsg::parseMessage(const QString& xml)
 {
-    static const MessageReader::ListWords words{QStringLiteral("Queue stats request failed: "),
-                                                S_XMLTAG_QUEUESTATS_ENTRY,
-                                                QStringLiteral("parsed an invalid QueueStats msg"),
-                                                QStringLiteral("parsed an empty QueueStatsList msg"),
-                                                QStringLiteral("QueueStatsList msg parsed ok")};
+    static const MessageReader::ListWords words {
+        QStringLiteral("Queue stats request failed: "), S_XMLTAG_QUEUESTATS_ENTRY,
+        QStringLiteral("parsed an invalid QueueStats msg"),
+        QStringLiteral("parsed an empty QueueStatsList msg"), QStringLiteral("QueueStatsList msg parsed ok")};
     return MessageReader::readList<QueueStatsListRespMsg>(
         xml, words, [](QueueStatsListRespMsg& msg, const QString& entryText) {
             return MessageReader::appendEntry(msg.stats, entryText, readQueueStats);
@@ -418,11 +421,11 @@ QString QueueStatsListRespMsg::generateXmlMessageBody() const
 
 QueuePeriodicStatsListRespMsg QueuePeriodicStatsListRespMsg::parseMessage(const QString& xml)
 {
-    static const MessageReader::ListWords words{QStringLiteral("QueuePeriodicStatsList request failed: "),
-                                                S_XMLTAG_QUEUEPERIODICSTATS_ENTRY,
-                                                QStringLiteral("parsed an invalid QueuePeriodicStats msg"),
-                                                QStringLiteral("parsed an empty QueuePeriodicStatsList msg"),
-                                                QStringLiteral("QueuePeriodicStatsList msg parsed ok")};
+    static const MessageReader::ListWords words {QStringLiteral("QueuePeriodicStatsList request failed: "),
+                                                 S_XMLTAG_QUEUEPERIODICSTATS_ENTRY,
+                                                 QStringLiteral("parsed an invalid QueuePeriodicStats msg"),
+                                                 QStringLiteral("parsed an empty QueuePeriodicStatsList msg"),
+                                                 QStringLiteral("QueuePeriodicStatsList msg parsed ok")};
     QueuePeriodicStatsListRespMsg msg = MessageReader::readList<QueuePeriodicStatsListRespMsg>(
         xml, words, [](QueuePeriodicStatsListRespMsg& out, const QString& entryText) {
             return MessageReader::appendEntry(out.stats.stats, entryText, readPeriodicStats);
@@ -459,7 +462,7 @@ QString QueuePeriodicStatsRespMsg::generateXmlMessageBody() const
 
 QueueOperatorPeriodicStatsListRespMsg QueueOperatorPeriodicStatsListRespMsg::parseMessage(const QString& xml)
 {
-    static const MessageReader::ListWords words{
+    static const MessageReader::ListWords words {
         QStringLiteral("QueueOperatorPeriodicStatsList request failed: "),
         S_XMLTAG_QUEUEOPERATORPERIODICSTATS_ENTRY,
         QStringLiteral("parsed an invalid QueueOperatorPeriodicStats msg"),

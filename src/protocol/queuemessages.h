@@ -69,10 +69,12 @@ inline const QString S_XMLTAG_QUEUEPERIODICSTATS_SERVEDACT = QStringLiteral("Ser
 inline const QString S_XMLTAG_QUEUEPERIODICSTATS_MISSEDCALLCOUNT = QStringLiteral("MissedCalls");
 inline const QString S_XMLTAG_QUEUEPERIODICSTATS_MISSEDAWT = QStringLiteral("MissedAverageWaitingTime");
 
-inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_LIST = QStringLiteral("QueueOperatorPeriodicStatsList");
+inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_LIST
+    = QStringLiteral("QueueOperatorPeriodicStatsList");
 inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_ENTRY = QStringLiteral("OperatorPeriodicStats");
 inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_OPERATOR = QStringLiteral("Operator");
-inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_CONVERSATIONTIME = QStringLiteral("ConversationTime");
+inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_CONVERSATIONTIME
+    = QStringLiteral("ConversationTime");
 inline const QString S_XMLTAG_QUEUEOPERATORPERIODICSTATS_LASTSERVEDCALL = QStringLiteral("LastServedCall");
 
 // Call-centre report
@@ -296,8 +298,7 @@ protected:
     /// Reads the member; invalid when queue or account is missing, or, with
     /// MembershipAndPenalty, when the membership text is unknown. `word`
     /// names the event in the log lines.
-    template <typename Msg>
-    static Msg parseAs(const QString& xml, const QString& word, Extra extra);
+    template <typename Msg> static Msg parseAs(const QString& xml, const QString& word, Extra extra);
     QString writeBody(const QString& eventTag, Extra extra) const;
 };
 

@@ -497,6 +497,7 @@ void SimpleXmlParser::addData(const QString& data)
             deliver(message);
             if (bufferLength() == 0)
                 return;
+            if (m_maxBufferSize > 0) return;
         } else if (start > end) {
             consumeBuffer(start);
             m_openAt = 0;

@@ -58,7 +58,10 @@ QString VoicemailDeleteReqMsg::generateXmlMessageBody() const
 QString VoicemailMarkReqMsg::generateXmlMessageBody() const
 {
     XmlBodyWriter body;
-    body.start(S_COMMAND_MARK_VM_MSG).text(S_XMLTAG_VM_MESSAGE_ID, id).text(S_XMLTAG_VM_MARK_AS, markAs).end();
+    body.start(S_COMMAND_MARK_VM_MSG)
+        .text(S_XMLTAG_VM_MESSAGE_ID, id)
+        .text(S_XMLTAG_VM_MARK_AS, markAs)
+        .end();
     return body.result();
 }
 
@@ -72,12 +75,12 @@ QString MailboxStatusReqMsg::generateXmlMessageBody() const
 VoiceMailListResMsg VoiceMailListResMsg::parseMessage(const QString& xml)
 {
     // This answer has no words of its own for an empty or a good list.
-    static const MessageReader::ListWords words{QString(),
-                                                S_XMLTAG_VM_MESSAGE_ENTRY,
-                                                QStringLiteral("parsed an invalid Voice Mail Message"),
-                                                QString(),
-                                                QString(),
-                                                false};
+    static const MessageReader::ListWords words {QString(),
+                                                 S_XMLTAG_VM_MESSAGE_ENTRY,
+                                                 QStringLiteral("parsed an invalid Voice Mail Message"),
+                                                 QString(),
+                                                 QString(),
+                                                 false};
     return MessageReader::readList<VoiceMailListResMsg>(
         xml, words, [](VoiceMailListResMsg& msg, const QString& entryText) {
             return MessageReader::appendEntry(msg.messages, entryText, readVoicemailMessage);

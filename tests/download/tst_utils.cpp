@@ -38,8 +38,8 @@ void TestUtils::parseIsoDateTime_data()
 
     // Plain ISO 8601 goes through Qt's own reader, zone included.
     QTest::newRow("iso-z") << "2024-03-05T10:20:30.456Z" << utc(10, 20, 30, 456) << 0;
-    QTest::newRow("iso-offset-with-minutes") << "2024-03-05T10:20:30.456+05:30" << utc(4, 50, 30, 456)
-                                             << 5 * 3600 + 30 * 60;
+    QTest::newRow("iso-offset-with-minutes")
+        << "2024-03-05T10:20:30.456+05:30" << utc(4, 50, 30, 456) << 5 * 3600 + 30 * 60;
     QTest::newRow("iso-negative-hours") << "2024-03-05T10:20:30.456-03" << utc(13, 20, 30, 456) << -3 * 3600;
     // Qt's reader rounds microseconds; only the fallback below truncates.
     QTest::newRow("iso-microseconds-rounded") << "2024-03-05T10:20:30.123999Z" << utc(10, 20, 30, 124) << 0;
@@ -51,10 +51,10 @@ void TestUtils::parseIsoDateTime_data()
     // fraction digits, the last three cut off, and only the zone's hours.
     QTest::newRow("fallback-microseconds-truncated")
         << "2024-03-05T10:20:30.123999+00x" << utc(10, 20, 30, 123) << 0;
-    QTest::newRow("fallback-plus-hours") << "2024-03-05T10:20:30.123456+05 x" << utc(5, 20, 30, 123)
-                                         << 5 * 3600;
-    QTest::newRow("fallback-minus-hours") << "2024-03-05T10:20:30.999-03x" << utc(13, 20, 30, 999)
-                                          << -3 * 3600;
+    QTest::newRow("fallback-plus-hours")
+        << "2024-03-05T10:20:30.123456+05 x" << utc(5, 20, 30, 123) << 5 * 3600;
+    QTest::newRow("fallback-minus-hours")
+        << "2024-03-05T10:20:30.999-03x" << utc(13, 20, 30, 999) << -3 * 3600;
     QTest::newRow("fallback-hh-mm-zone-reads-as-zero")
         << "2024-03-05T10:20:30.123+05:30x" << utc(10, 20, 30, 123) << 0;
     QTest::newRow("fallback-negative-hh-mm-zone-reads-as-zero")
@@ -104,13 +104,13 @@ void TestUtils::datetimeToIsoString_data()
     // UTC digits with the value's own offset behind them.
     QTest::newRow("plus-two-hours") << QDateTime(day, QTime(10, 0), Qt::OffsetFromUTC, 7200)
                                     << "2024-03-05T08:00:00.000+02:00";
-    QTest::newRow("plus-five-thirty") << QDateTime(day, QTime(10, 0), Qt::OffsetFromUTC, 19800)
-                                      << "2024-03-05T04:30:00.000+05:30";
+    QTest::newRow("plus-five-thirty")
+        << QDateTime(day, QTime(10, 0), Qt::OffsetFromUTC, 19800) << "2024-03-05T04:30:00.000+05:30";
     QTest::newRow("minus-three") << QDateTime(day, QTime(22, 15, 1, 250), Qt::OffsetFromUTC, -10800)
                                  << "2024-03-06T01:15:01.250-03:00";
     // The minutes are not made absolute.
-    QTest::newRow("minus-one-thirty") << QDateTime(day, QTime(10, 0), Qt::OffsetFromUTC, -5400)
-                                      << "2024-03-05T11:30:00.000-01:-30";
+    QTest::newRow("minus-one-thirty")
+        << QDateTime(day, QTime(10, 0), Qt::OffsetFromUTC, -5400) << "2024-03-05T11:30:00.000-01:-30";
 }
 
 void TestUtils::datetimeToIsoString()
@@ -141,7 +141,8 @@ void TestUtils::md5sum_data()
     QTest::newRow("empty") << QByteArray() << "d41d8cd98f00b204e9800998ecf8427e";
     QTest::newRow("a") << QByteArray("a") << "0cc175b9c0f1b6a831c399e269772661";
     QTest::newRow("abc") << QByteArray("abc") << "900150983cd24fb0d6963f7d28e17f72";
-    QTest::newRow("alphabet") << QByteArray("abcdefghijklmnopqrstuvwxyz") << "c3fcd3d76192e4007dfb496cca67e13b";
+    QTest::newRow("alphabet") << QByteArray("abcdefghijklmnopqrstuvwxyz")
+                              << "c3fcd3d76192e4007dfb496cca67e13b";
 }
 
 void TestUtils::md5sum()

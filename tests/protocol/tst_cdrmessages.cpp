@@ -9,7 +9,8 @@ using namespace MessageTestUtil;
 
 namespace {
 
-struct CallFields {
+struct CallFields
+{
     QString uid = QStringLiteral("1700000001.42");
     QString caller = QStringLiteral("201");
     QString callee = QStringLiteral("0612345678");
@@ -25,12 +26,12 @@ struct CallFields {
 // One "Call" element as the servers write it; an empty field is left out.
 QString callXml(const CallFields& f)
 {
-    const QList<QPair<QString, QString>> parts{
-        {QStringLiteral("EntryUid"), f.uid},         {QStringLiteral("Caller"), f.caller},
-        {QStringLiteral("Called"), f.callee},        {QStringLiteral("CallerName"), f.callerName},
+    const QList<QPair<QString, QString>> parts {
+        {QStringLiteral("EntryUid"), f.uid},          {QStringLiteral("Caller"), f.caller},
+        {QStringLiteral("Called"), f.callee},         {QStringLiteral("CallerName"), f.callerName},
         {QStringLiteral("CalledName"), f.calleeName}, {QStringLiteral("Date"), f.date},
-        {QStringLiteral("Duration"), f.duration},    {QStringLiteral("Direction"), f.direction},
-        {QStringLiteral("Status"), f.status},        {QStringLiteral("CallAttributes"), f.attributes}};
+        {QStringLiteral("Duration"), f.duration},     {QStringLiteral("Direction"), f.direction},
+        {QStringLiteral("Status"), f.status},         {QStringLiteral("CallAttributes"), f.attributes}};
     QString xml = QStringLiteral("<Call>");
     for (const auto& part : parts) {
         if (!part.second.isEmpty())
@@ -92,17 +93,28 @@ void TestCdrMessages::numberTables_data()
     QTest::addColumn<int>("number");
     QTest::addColumn<QString>("direction");
     QTest::addColumn<QString>("status");
-    QTest::newRow("0") << 0 << "" << "";
-    QTest::newRow("1") << 1 << "inbound" << "failed";
-    QTest::newRow("2") << 2 << "outbound" << "busy";
-    QTest::newRow("3") << 3 << "" << "congestion";
-    QTest::newRow("4") << 4 << "local" << "noanswer";
-    QTest::newRow("5") << 5 << "" << "voicemail";
-    QTest::newRow("6") << 6 << "" << "voicemail";
-    QTest::newRow("7") << 7 << "" << "voicemail";
-    QTest::newRow("8") << 8 << "" << "ok";
-    QTest::newRow("9") << 9 << "" << "";
-    QTest::newRow("-1") << -1 << "" << "";
+    QTest::newRow("0") << 0 << ""
+                       << "";
+    QTest::newRow("1") << 1 << "inbound"
+                       << "failed";
+    QTest::newRow("2") << 2 << "outbound"
+                       << "busy";
+    QTest::newRow("3") << 3 << ""
+                       << "congestion";
+    QTest::newRow("4") << 4 << "local"
+                       << "noanswer";
+    QTest::newRow("5") << 5 << ""
+                       << "voicemail";
+    QTest::newRow("6") << 6 << ""
+                       << "voicemail";
+    QTest::newRow("7") << 7 << ""
+                       << "voicemail";
+    QTest::newRow("8") << 8 << ""
+                       << "ok";
+    QTest::newRow("9") << 9 << ""
+                       << "";
+    QTest::newRow("-1") << -1 << ""
+                        << "";
 }
 
 void TestCdrMessages::numberTables()
@@ -181,9 +193,7 @@ void TestCdrMessages::cdrEntry()
 
 void TestCdrMessages::cdrAcrossApiGenerations_data()
 {
-    QTest::addColumn<QString>("api");
-    for (const char* api : {"4.1", "4.2", "4.5", "4.9", "5.4", "5.7", "5.10", "6.1"})
-        QTest::newRow(api) << QString::fromLatin1(api);
+    addApiRows();
 }
 
 void TestCdrMessages::cdrAcrossApiGenerations()
@@ -231,7 +241,7 @@ void TestCdrMessages::cdrSkipsInvalidAmongThousands()
     for (int i = 0; i < total; ++i) {
         CallFields f;
         f.uid = QString::number(1700000000 + i);
-        f.direction = QString::number(QList<int>{1, 2, 4}.at(i % 3));
+        f.direction = QString::number(QList<int> {1, 2, 4}.at(i % 3));
         f.status = QString::number(1 + i % 8);
         switch (i % 11) {
         case 3:
@@ -292,8 +302,9 @@ void TestCdrMessages::cdrEmptyList()
 
 void TestCdrMessages::cdrHasNoRequestFailedTest()
 {
-    const QString document = failedDocument(
-        QStringLiteral("denied"), QStringLiteral("<CallList>") + callXml(CallFields()) + QStringLiteral("</CallList>"));
+    const QString document = failedDocument(QStringLiteral("denied"),
+                                            QStringLiteral("<CallList>") + callXml(CallFields())
+                                                + QStringLiteral("</CallList>"));
     const CdrRespMsg msg = CdrRespMsg::parseMessage(document);
     QVERIFY(msg.success);
     QCOMPARE(msg.cdr.size(), 1);
@@ -312,20 +323,33 @@ void TestCdrMessages::updateInfo_data()
     const QString me = QStringLiteral("201");
     const QString other = QStringLiteral("305");
     const QString outside = QStringLiteral("0612345678");
-    QTest::newRow("inbound-answered") << 1 << 8 << outside << me << "in" << "ANSWER_IN";
-    QTest::newRow("inbound-busy") << 1 << 2 << outside << me << "in" << "NOANSWER_IN";
-    QTest::newRow("inbound-voicemail") << 1 << 5 << outside << me << "in" << "NOANSWER_IN";
-    QTest::newRow("inbound-not-mine") << 1 << 8 << outside << other << "" << "ANSWER_IN";
-    QTest::newRow("outbound-answered") << 2 << 8 << me << outside << "out" << "ANSWER_OUT";
-    QTest::newRow("outbound-voicemail") << 2 << 7 << me << outside << "out" << "NOANSWER_OUT";
-    QTest::newRow("local-in-ok") << 4 << 8 << other << me << "in" << "ANSWER_LOCAL_IN";
-    QTest::newRow("local-in-voicemail") << 4 << 6 << other << me << "in" << "VOICEMAIL_LOCAL_IN";
-    QTest::newRow("local-in-failed") << 4 << 1 << other << me << "in" << "NOANSWER_LOCAL_IN";
-    QTest::newRow("local-out-ok") << 4 << 8 << me << other << "out" << "ANSWER_LOCAL_OUT";
-    QTest::newRow("local-out-voicemail") << 4 << 5 << me << other << "out" << "VOICEMAIL_LOCAL_OUT";
-    QTest::newRow("local-out-congestion") << 4 << 3 << me << other << "out" << "NOANSWER_LOCAL_OUT";
+    QTest::newRow("inbound-answered") << 1 << 8 << outside << me << "in"
+                                      << "ANSWER_IN";
+    QTest::newRow("inbound-busy") << 1 << 2 << outside << me << "in"
+                                  << "NOANSWER_IN";
+    QTest::newRow("inbound-voicemail") << 1 << 5 << outside << me << "in"
+                                       << "NOANSWER_IN";
+    QTest::newRow("inbound-not-mine") << 1 << 8 << outside << other << ""
+                                      << "ANSWER_IN";
+    QTest::newRow("outbound-answered") << 2 << 8 << me << outside << "out"
+                                       << "ANSWER_OUT";
+    QTest::newRow("outbound-voicemail") << 2 << 7 << me << outside << "out"
+                                        << "NOANSWER_OUT";
+    QTest::newRow("local-in-ok") << 4 << 8 << other << me << "in"
+                                 << "ANSWER_LOCAL_IN";
+    QTest::newRow("local-in-voicemail") << 4 << 6 << other << me << "in"
+                                        << "VOICEMAIL_LOCAL_IN";
+    QTest::newRow("local-in-failed") << 4 << 1 << other << me << "in"
+                                     << "NOANSWER_LOCAL_IN";
+    QTest::newRow("local-out-ok") << 4 << 8 << me << other << "out"
+                                  << "ANSWER_LOCAL_OUT";
+    QTest::newRow("local-out-voicemail") << 4 << 5 << me << other << "out"
+                                         << "VOICEMAIL_LOCAL_OUT";
+    QTest::newRow("local-out-congestion") << 4 << 3 << me << other << "out"
+                                          << "NOANSWER_LOCAL_OUT";
     // A call to oneself counts as incoming.
-    QTest::newRow("local-self") << 4 << 8 << me << me << "in" << "ANSWER_LOCAL_IN";
+    QTest::newRow("local-self") << 4 << 8 << me << me << "in"
+                                << "ANSWER_LOCAL_IN";
 }
 
 void TestCdrMessages::updateInfo()
@@ -372,7 +396,7 @@ void TestCdrMessages::cdrRoundTrip()
 {
     CdrRespMsg out;
     for (int i = 0; i < 3; ++i) {
-        CdrEntry entry = makeEntry(QList<int>{1, 2, 4}.at(i), 5 + i, QStringLiteral("<20%1>").arg(i),
+        CdrEntry entry = makeEntry(QList<int> {1, 2, 4}.at(i), 5 + i, QStringLiteral("<20%1>").arg(i),
                                    QStringLiteral("0612&345"));
         entry.entryUid = QStringLiteral("170000000%1.1").arg(i);
         entry.callerName = QStringLiteral("\"Caf\u00e9\" & 'Bar'");
@@ -424,10 +448,18 @@ void TestCdrMessages::getCdrRequest_data()
     QTest::addColumn<QString>("startDate");
     QTest::addColumn<QString>("endDate");
     QTest::addColumn<QString>("lastEntry");
-    QTest::newRow("desktop") << "2026-10-15T10:00:00.000" << "2026-11-15T10:00:00.000" << "1700000001.42";
-    QTest::newRow("mobile-no-dates") << "" << "" << "1700000001.42";
-    QTest::newRow("first-time") << "2026-10-15T10:00:00.000" << "2026-11-15T10:00:00.000" << "";
-    QTest::newRow("escaped") << "a<b" << "" << "x&y";
+    QTest::newRow("desktop") << "2026-10-15T10:00:00.000"
+                             << "2026-11-15T10:00:00.000"
+                             << "1700000001.42";
+    QTest::newRow("mobile-no-dates") << ""
+                                     << ""
+                                     << "1700000001.42";
+    QTest::newRow("first-time") << "2026-10-15T10:00:00.000"
+                                << "2026-11-15T10:00:00.000"
+                                << "";
+    QTest::newRow("escaped") << "a<b"
+                             << ""
+                             << "x&y";
 }
 
 void TestCdrMessages::getCdrRequest()
@@ -464,10 +496,11 @@ void TestCdrMessages::metaTypesRegistered()
 
     CdrEntry entry = makeEntry(4, 8, QStringLiteral("201"), QStringLiteral("305"));
     entry.attributes = TELVIX::CallAttrToApp;
-    const QVariant variant = QVariant::fromValue(Cdr{entry});
+    const QVariant variant = QVariant::fromValue(Cdr {entry});
     QCOMPARE(variant.value<QList<CdrEntry>>().first(), entry);
     const QMetaObject& meta = CdrEntry::staticMetaObject;
-    QCOMPARE(meta.property(meta.indexOfProperty("caller")).readOnGadget(&entry).toString(), QStringLiteral("201"));
+    QCOMPARE(meta.property(meta.indexOfProperty("caller")).readOnGadget(&entry).toString(),
+             QStringLiteral("201"));
 }
 
 QTEST_APPLESS_MAIN(TestCdrMessages)

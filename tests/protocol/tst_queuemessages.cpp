@@ -14,7 +14,8 @@ namespace {
 
 const QString IsoNoTz = QStringLiteral("yyyy-MM-ddThh:mm:ss.zzz");
 
-struct MemberResult {
+struct MemberResult
+{
     bool success = false;
     QueueMember member;
     QString api;
@@ -44,33 +45,37 @@ QString queueStatusXml(const QString& id, const QString& operators, const QStrin
 
 QString operatorXml(const QString& member, bool dynamic, bool paused)
 {
-    return QStringLiteral("<Operator>%1<DynamicMember>%2</DynamicMember><Penalty>2</Penalty>"
-                          "<LastServedCall>1700000001.7</LastServedCall><LastCall>2026-11-15 09:59:58</LastCall>"
-                          "<LastPauseChange>2026-11-15 08:00:00</LastPauseChange>"
-                          "<StatusAge>2026-11-15 07:00:01</StatusAge><Paused>%3</Paused></Operator>")
+    return QStringLiteral(
+               "<Operator>%1<DynamicMember>%2</DynamicMember><Penalty>2</Penalty>"
+               "<LastServedCall>1700000001.7</LastServedCall><LastCall>2026-11-15 09:59:58</LastCall>"
+               "<LastPauseChange>2026-11-15 08:00:00</LastPauseChange>"
+               "<StatusAge>2026-11-15 07:00:01</StatusAge><Paused>%3</Paused></Operator>")
         .arg(member.isNull() ? QString() : QStringLiteral("<Member>%1</Member>").arg(member),
-             dynamic ? QStringLiteral("1") : QStringLiteral("0"), paused ? QStringLiteral("1") : QStringLiteral("0"));
+             dynamic ? QStringLiteral("1") : QStringLiteral("0"),
+             paused ? QStringLiteral("1") : QStringLiteral("0"));
 }
 
 QString periodicXml(const QString& queueId, const QString& period)
 {
-    return QStringLiteral("<QueuePeriodicStats>%1<Period>%2</Period><StartDate>2026-11-01T00:00:00.000</StartDate>"
-                          "<EndDate>2026-11-15T23:59:59.999</EndDate><ServedCalls>120</ServedCalls>"
-                          "<ServedAverageWaitingTime>12.5</ServedAverageWaitingTime>"
-                          "<ServedAverageConversationTime>180.25</ServedAverageConversationTime>"
-                          "<MissedCalls>7</MissedCalls><MissedAverageWaitingTime>45.125</MissedAverageWaitingTime>"
-                          "</QueuePeriodicStats>")
+    return QStringLiteral(
+               "<QueuePeriodicStats>%1<Period>%2</Period><StartDate>2026-11-01T00:00:00.000</StartDate>"
+               "<EndDate>2026-11-15T23:59:59.999</EndDate><ServedCalls>120</ServedCalls>"
+               "<ServedAverageWaitingTime>12.5</ServedAverageWaitingTime>"
+               "<ServedAverageConversationTime>180.25</ServedAverageConversationTime>"
+               "<MissedCalls>7</MissedCalls><MissedAverageWaitingTime>45.125</MissedAverageWaitingTime>"
+               "</QueuePeriodicStats>")
         .arg(queueId.isNull() ? QString() : QStringLiteral("<QueueId>%1</QueueId>").arg(queueId), period);
 }
 
 QString operatorPeriodicFields(const QString& queueId, const QString& conversation, const QString& lastServed)
 {
-    return QStringLiteral("<Operator>SIP&amp;201</Operator>%1<Period>CUSTOM</Period>"
-                          "<StartDate>2026-11-01T00:00:00.000</StartDate><EndDate>2026-11-02T00:00:00.000</EndDate>"
-                          "<ServedCalls>9</ServedCalls><ConversationTime>%2</ConversationTime>"
-                          "<LastServedCall>%3</LastServedCall>")
-        .arg(queueId.isNull() ? QString() : QStringLiteral("<QueueId>%1</QueueId>").arg(queueId), conversation,
-             lastServed);
+    return QStringLiteral(
+               "<Operator>SIP&amp;201</Operator>%1<Period>CUSTOM</Period>"
+               "<StartDate>2026-11-01T00:00:00.000</StartDate><EndDate>2026-11-02T00:00:00.000</EndDate>"
+               "<ServedCalls>9</ServedCalls><ConversationTime>%2</ConversationTime>"
+               "<LastServedCall>%3</LastServedCall>")
+        .arg(queueId.isNull() ? QString() : QStringLiteral("<QueueId>%1</QueueId>").arg(queueId),
+             conversation, lastServed);
 }
 
 QDateTime local(int day, int h, int m, int s, int ms = 0)
@@ -80,8 +85,9 @@ QDateTime local(int day, int h, int m, int s, int ms = 0)
 
 QString ccReportDocument(const QByteArray& report, const QString& md5)
 {
-    return serverDocument(QStringLiteral("<CDRCallCenterReport><Data>%1</Data><Md5>%2</Md5></CDRCallCenterReport>")
-                              .arg(QString::fromLatin1(qCompress(report).toBase64()), md5));
+    return serverDocument(
+        QStringLiteral("<CDRCallCenterReport><Data>%1</Data><Md5>%2</Md5></CDRCallCenterReport>")
+            .arg(QString::fromLatin1(qCompress(report).toBase64()), md5));
 }
 
 } // namespace
@@ -156,53 +162,67 @@ void TestQueueMessages::memberEvents_data()
     const QueueMember none;
 
     QTest::newRow("added-dynamic-mixed-case")
-        << "added" << "6.1"
-        << "<QueueMemberAdded><Operator>a&amp;201</Operator><Queue>sales</Queue><Membership>Dynamic</Membership>"
+        << "added"
+        << "6.1"
+        << "<QueueMemberAdded><Operator>a&amp;201</Operator><Queue>sales</Queue><Membership>Dynamic</"
+           "Membership>"
            "<Penalty>3</Penalty></QueueMemberAdded>"
         << true << member("a&201", "sales", 1, 3, false);
     QTest::newRow("added-static-old-server")
-        << "added" << "4.2"
+        << "added"
+        << "4.2"
         << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>static</Membership>"
            "</QueueMemberAdded>"
         << true << member("201", "q1", 0, 0, false);
     QTest::newRow("added-pause-state-not-read")
-        << "added" << "5.10"
+        << "added"
+        << "5.10"
         << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>STATIC</Membership>"
            "<Penalty>x</Penalty><Paused>1</Paused></QueueMemberAdded>"
         << true << member("201", "q1", 0, 0, false);
     QTest::newRow("added-unknown-membership")
-        << "added" << "6.1"
+        << "added"
+        << "6.1"
         << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>foo</Membership>"
            "</QueueMemberAdded>"
         << false << none;
     QTest::newRow("added-no-membership")
-        << "added" << "6.1" << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue></QueueMemberAdded>"
-        << false << none;
+        << "added"
+        << "6.1"
+        << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue></QueueMemberAdded>" << false << none;
     QTest::newRow("added-no-queue")
-        << "added" << "6.1"
-        << "<QueueMemberAdded><Operator>201</Operator><Membership>dynamic</Membership></QueueMemberAdded>" << false
-        << none;
+        << "added"
+        << "6.1"
+        << "<QueueMemberAdded><Operator>201</Operator><Membership>dynamic</Membership></QueueMemberAdded>"
+        << false << none;
     QTest::newRow("removed")
-        << "removed" << "5.4"
+        << "removed"
+        << "5.4"
         << "<QueueMemberRemoved><Operator>202</Operator><Queue>support</Queue><Membership>foo</Membership>"
            "<Penalty>9</Penalty></QueueMemberRemoved>"
         << true << member("202", "support", -1, 0, false);
     QTest::newRow("removed-no-operator")
-        << "removed" << "5.4" << "<QueueMemberRemoved><Queue>support</Queue></QueueMemberRemoved>" << false << none;
+        << "removed"
+        << "5.4"
+        << "<QueueMemberRemoved><Queue>support</Queue></QueueMemberRemoved>" << false << none;
     QTest::newRow("paused")
-        << "paused" << "4.9"
+        << "paused"
+        << "4.9"
         << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>1</Paused></QueueMemberPause>"
         << true << member("203", "q2", -1, 0, true);
     QTest::newRow("unpaused")
-        << "paused" << "6.1"
+        << "paused"
+        << "6.1"
         << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>0</Paused></QueueMemberPause>"
         << true << member("203", "q2", -1, 0, false);
     QTest::newRow("paused-2-is-false")
-        << "paused" << "6.1"
+        << "paused"
+        << "6.1"
         << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>2</Paused></QueueMemberPause>"
         << true << member("203", "q2", -1, 0, false);
     QTest::newRow("paused-empty-queue")
-        << "paused" << "6.1"
+        << "paused"
+        << "6.1"
         << "<QueueMemberPause><Operator>203</Operator><Queue></Queue><Paused>1</Paused></QueueMemberPause>"
         << false << none;
 }
@@ -231,9 +251,12 @@ void TestQueueMessages::memberEventsRoundTrip_data()
 {
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("eventTag");
-    QTest::newRow("added") << "added" << "QueueMemberAdded";
-    QTest::newRow("removed") << "removed" << "QueueMemberRemoved";
-    QTest::newRow("paused") << "paused" << "QueueMemberPause";
+    QTest::newRow("added") << "added"
+                           << "QueueMemberAdded";
+    QTest::newRow("removed") << "removed"
+                             << "QueueMemberRemoved";
+    QTest::newRow("paused") << "paused"
+                            << "QueueMemberPause";
 }
 
 void TestQueueMessages::memberEventsRoundTrip()
@@ -289,48 +312,52 @@ void TestQueueMessages::queueEvent_data()
     QTest::addColumn<QDateTime>("holdStart");
     QTest::addColumn<int>("holdAgeSeconds"); // -1: compare holdStart exactly
 
-    const QString head = QStringLiteral("<Queue>sales</Queue><Uid>1700000001.9</Uid><CallerId>0612&amp;3</CallerId>"
-                                        "<CallerChannel>SIP/trunk-0001</CallerChannel>");
+    const QString head
+        = QStringLiteral("<Queue>sales</Queue><Uid>1700000001.9</Uid><CallerId>0612&amp;3</CallerId>"
+                         "<CallerChannel>SIP/trunk-0001</CallerChannel>");
     const QDateTime start(QDate(2026, 11, 15), QTime(9, 0, 0, 250), Qt::UTC);
     const QDateTime none;
 
-    QTest::newRow("current-enter")
-        << "6.1"
-        << head + "<EventType>enter</EventType><CurrentCalls>4</CurrentCalls>"
-                  "<LongestHoldTime>2026-11-15T10:00:00.250+01:00</LongestHoldTime>"
-        << true << 1 << 4 << start << -1;
-    QTest::newRow("current-leave-blank-date")
-        << "5.7"
-        << head + "<EventType>leave</EventType><CurrentCalls>0</CurrentCalls>"
-                  "<LongestHoldTime>2026-11-15 09:00:00.250Z</LongestHoldTime>"
-        << true << 2 << 0 << start << -1;
+    QTest::newRow("current-enter") << "6.1"
+                                   << head
+            + "<EventType>enter</EventType><CurrentCalls>4</CurrentCalls>"
+              "<LongestHoldTime>2026-11-15T10:00:00.250+01:00</LongestHoldTime>"
+                                   << true << 1 << 4 << start << -1;
+    QTest::newRow("current-leave-blank-date") << "5.7"
+                                              << head
+            + "<EventType>leave</EventType><CurrentCalls>0</CurrentCalls>"
+              "<LongestHoldTime>2026-11-15 09:00:00.250Z</LongestHoldTime>"
+                                              << true << 2 << 0 << start << -1;
     QTest::newRow("5.7-old-elements-not-read")
-        << "5.7" << head + "<EventType>enter</EventType><Count>4</Count><MaxHoldTime>30</MaxHoldTime>" << true << 1
-        << 0 << none << -1;
-    QTest::newRow("5.6-old-elements") << "5.6"
-                                      << head + "<EventType>enter</EventType><Count>4</Count><MaxHoldTime>30</MaxHoldTime>"
-                                      << true << 1 << 4 << none << 30;
+        << "5.7" << head + "<EventType>enter</EventType><Count>4</Count><MaxHoldTime>30</MaxHoldTime>" << true
+        << 1 << 0 << none << -1;
+    QTest::newRow("5.6-old-elements")
+        << "5.6" << head + "<EventType>enter</EventType><Count>4</Count><MaxHoldTime>30</MaxHoldTime>" << true
+        << 1 << 4 << none << 30;
     QTest::newRow("5.10-sorts-below-5.7")
-        << "5.10" << head + "<EventType>leave</EventType><Count>6</Count><MaxHoldTime>600</MaxHoldTime>" << true
-        << 2 << 6 << none << 600;
-    QTest::newRow("no-api-is-old") << "" << head + "<EventType>enter</EventType><Count>1</Count><MaxHoldTime>0</MaxHoldTime>"
+        << "5.10" << head + "<EventType>leave</EventType><Count>6</Count><MaxHoldTime>600</MaxHoldTime>"
+        << true << 2 << 6 << none << 600;
+    QTest::newRow("no-api-is-old") << ""
+                                   << head
+            + "<EventType>enter</EventType><Count>1</Count><MaxHoldTime>0</MaxHoldTime>"
                                    << true << 1 << 1 << none << 0;
-    QTest::newRow("5.6-new-elements-win")
-        << "5.6"
-        << head + "<EventType>enter</EventType><CurrentCalls>2</CurrentCalls><Count>9</Count>"
-                  "<LongestHoldTime>2026-11-15T09:00:00.250Z</LongestHoldTime><MaxHoldTime>30</MaxHoldTime>"
-        << true << 1 << 2 << start << -1;
+    QTest::newRow("5.6-new-elements-win") << "5.6"
+                                          << head
+            + "<EventType>enter</EventType><CurrentCalls>2</CurrentCalls><Count>9</Count>"
+              "<LongestHoldTime>2026-11-15T09:00:00.250Z</LongestHoldTime><MaxHoldTime>30</MaxHoldTime>"
+                                          << true << 1 << 2 << start << -1;
     QTest::newRow("4.2-unreadable-age")
-        << "4.2" << head + "<EventType>enter</EventType><Count>x</Count><MaxHoldTime>soon</MaxHoldTime>" << true << 1
-        << 0 << none << -1;
-    QTest::newRow("4.2-no-age") << "4.2" << head + "<EventType>enter</EventType>" << true << 1 << 0 << none << -1;
-    QTest::newRow("upper-case-type") << "6.1" << head + "<EventType>ENTER</EventType>" << false << 0 << 0 << none
-                                     << -1;
-    QTest::newRow("unknown-type") << "6.1" << head + "<EventType>abandon</EventType>" << false << 0 << 0 << none
-                                  << -1;
+        << "4.2" << head + "<EventType>enter</EventType><Count>x</Count><MaxHoldTime>soon</MaxHoldTime>"
+        << true << 1 << 0 << none << -1;
+    QTest::newRow("4.2-no-age") << "4.2" << head + "<EventType>enter</EventType>" << true << 1 << 0 << none
+                                << -1;
+    QTest::newRow("upper-case-type") << "6.1" << head + "<EventType>ENTER</EventType>" << false << 0 << 0
+                                     << none << -1;
+    QTest::newRow("unknown-type") << "6.1" << head + "<EventType>abandon</EventType>" << false << 0 << 0
+                                  << none << -1;
     QTest::newRow("no-queue") << "6.1"
-                              << "<EventType>enter</EventType><Uid>1</Uid><CurrentCalls>1</CurrentCalls>" << false
-                              << 0 << 0 << none << -1;
+                              << "<EventType>enter</EventType><Uid>1</Uid><CurrentCalls>1</CurrentCalls>"
+                              << false << 0 << 0 << none << -1;
 }
 
 void TestQueueMessages::queueEvent()
@@ -434,7 +461,8 @@ void TestQueueMessages::queueStatsList()
         + queueStatusXml(QStringLiteral("q2"), QString()) + QStringLiteral("</QueuesStatsList>");
 
     QtLogCapture log;
-    const QueueStatsListRespMsg msg = QueueStatsListRespMsg::parseMessage(serverDocument(list, QStringLiteral("5.4")));
+    const QueueStatsListRespMsg msg
+        = QueueStatsListRespMsg::parseMessage(serverDocument(list, QStringLiteral("5.4")));
     QVERIFY(msg.success);
     QCOMPARE(msg.api, QStringLiteral("5.4"));
     QCOMPARE(msg.stats.size(), 2);
@@ -476,7 +504,8 @@ void TestQueueMessages::queueStatsSkipsInvalidAmongThousands()
         QString operators;
         for (int j = 0; j < 3; ++j) {
             const bool bad = (i + j) % 17 == 0;
-            operators += operatorXml(bad ? QString() : QStringLiteral("SIP/%1").arg(i * 10 + j), j == 1, j == 2);
+            operators
+                += operatorXml(bad ? QString() : QStringLiteral("SIP/%1").arg(i * 10 + j), j == 1, j == 2);
             if (bad && i % 23 != 5)
                 ++badOperators;
         }
@@ -535,61 +564,31 @@ void TestQueueMessages::queueStatsRoundTrip()
 // ---- failures and empty lists ---------------------------------------------------------------
 
 namespace {
-template <typename Msg>
-QPair<bool, QString> parseOutcome(const QString& xml, int* entries = nullptr);
-
-template <>
-QPair<bool, QString> parseOutcome<QueueStatsListRespMsg>(const QString& xml, int* entries)
+// Success, error text and number of records kept of one statistics answer.
+template <typename Msg, typename Count>
+QPair<bool, QString> parseOutcome(const QString& xml, int* entries, Count count)
 {
-    const auto msg = QueueStatsListRespMsg::parseMessage(xml);
+    const Msg msg = Msg::parseMessage(xml);
     if (entries)
-        *entries = msg.stats.size();
-    return {msg.success, msg.errorMessage};
-}
-template <>
-QPair<bool, QString> parseOutcome<QueuePeriodicStatsListRespMsg>(const QString& xml, int* entries)
-{
-    const auto msg = QueuePeriodicStatsListRespMsg::parseMessage(xml);
-    if (entries)
-        *entries = msg.stats.stats.size();
-    return {msg.success, msg.errorMessage};
-}
-template <>
-QPair<bool, QString> parseOutcome<QueueOperatorPeriodicStatsListRespMsg>(const QString& xml, int* entries)
-{
-    const auto msg = QueueOperatorPeriodicStatsListRespMsg::parseMessage(xml);
-    if (entries)
-        *entries = msg.stats.size();
-    return {msg.success, msg.errorMessage};
-}
-template <>
-QPair<bool, QString> parseOutcome<QueuePeriodicStatsRespMsg>(const QString& xml, int* entries)
-{
-    const auto msg = QueuePeriodicStatsRespMsg::parseMessage(xml);
-    if (entries)
-        *entries = msg.stats.queueId.isEmpty() ? 0 : 1;
-    return {msg.success, msg.errorMessage};
-}
-template <>
-QPair<bool, QString> parseOutcome<QueueOperatorPeriodicStatsRespMsg>(const QString& xml, int* entries)
-{
-    const auto msg = QueueOperatorPeriodicStatsRespMsg::parseMessage(xml);
-    if (entries)
-        *entries = msg.stats.queueId.isEmpty() ? 0 : 1;
+        *entries = count(msg);
     return {msg.success, msg.errorMessage};
 }
 
 QPair<bool, QString> parseByClass(const QString& className, const QString& xml, int* entries = nullptr)
 {
+    const auto listSize = [](const auto& msg) { return int(msg.stats.size()); };
+    const auto single = [](const auto& msg) { return msg.stats.queueId.isEmpty() ? 0 : 1; };
     if (className == QLatin1String("QueueStatsListRespMsg"))
-        return parseOutcome<QueueStatsListRespMsg>(xml, entries);
+        return parseOutcome<QueueStatsListRespMsg>(xml, entries, listSize);
     if (className == QLatin1String("QueuePeriodicStatsListRespMsg"))
-        return parseOutcome<QueuePeriodicStatsListRespMsg>(xml, entries);
+        return parseOutcome<QueuePeriodicStatsListRespMsg>(
+            xml, entries,
+            [](const QueuePeriodicStatsListRespMsg& msg) { return int(msg.stats.stats.size()); });
     if (className == QLatin1String("QueueOperatorPeriodicStatsListRespMsg"))
-        return parseOutcome<QueueOperatorPeriodicStatsListRespMsg>(xml, entries);
+        return parseOutcome<QueueOperatorPeriodicStatsListRespMsg>(xml, entries, listSize);
     if (className == QLatin1String("QueuePeriodicStatsRespMsg"))
-        return parseOutcome<QueuePeriodicStatsRespMsg>(xml, entries);
-    return parseOutcome<QueueOperatorPeriodicStatsRespMsg>(xml, entries);
+        return parseOutcome<QueuePeriodicStatsRespMsg>(xml, entries, single);
+    return parseOutcome<QueueOperatorPeriodicStatsRespMsg>(xml, entries, single);
 }
 } // namespace
 
@@ -599,17 +598,21 @@ void TestQueueMessages::failedRequests_data()
     QTest::addColumn<QString>("failureText");
     QTest::addColumn<QString>("body");
 
-    QTest::newRow("stats-list") << "QueueStatsListRespMsg" << "Queue stats request failed: "
-                                << "<QueuesStatsList>" + queueStatusXml("q1", QString()) + "</QueuesStatsList>";
-    QTest::newRow("periodic-list") << "QueuePeriodicStatsListRespMsg" << "QueuePeriodicStatsList request failed: "
+    QTest::newRow("stats-list") << "QueueStatsListRespMsg"
+                                << "Queue stats request failed: "
+                                << "<QueuesStatsList>" + queueStatusXml("q1", QString())
+            + "</QueuesStatsList>";
+    QTest::newRow("periodic-list") << "QueuePeriodicStatsListRespMsg"
+                                   << "QueuePeriodicStatsList request failed: "
                                    << "<QueuePeriodicStatsList>" + periodicXml("q1", "TODAY")
             + "</QueuePeriodicStatsList>";
     QTest::newRow("operator-list") << "QueueOperatorPeriodicStatsListRespMsg"
                                    << "QueueOperatorPeriodicStatsList request failed: "
                                    << "<QueueOperatorPeriodicStatsList><OperatorPeriodicStats>"
-            + operatorPeriodicFields("q1", "1", "") + "</OperatorPeriodicStats></QueueOperatorPeriodicStatsList>";
-    QTest::newRow("periodic-single") << "QueuePeriodicStatsRespMsg" << "QueuePeriodicStats request failed: "
-                                     << periodicXml("q1", "TODAY");
+            + operatorPeriodicFields("q1", "1", "")
+            + "</OperatorPeriodicStats></QueueOperatorPeriodicStatsList>";
+    QTest::newRow("periodic-single") << "QueuePeriodicStatsRespMsg"
+                                     << "QueuePeriodicStats request failed: " << periodicXml("q1", "TODAY");
     QTest::newRow("operator-single") << "QueueOperatorPeriodicStatsRespMsg"
                                      << "QueueOperatorPeriodicStats request failed: "
                                      << "<OperatorPeriodicStats>" + operatorPeriodicFields("q1", "1", "")
@@ -624,7 +627,8 @@ void TestQueueMessages::failedRequests()
 
     QtLogCapture log;
     int entries = -1;
-    const auto outcome = parseByClass(className, failedDocument(QStringLiteral("no <rights>"), body), &entries);
+    const auto outcome
+        = parseByClass(className, failedDocument(QStringLiteral("no <rights>"), body), &entries);
     QVERIFY(!outcome.first);
     QCOMPARE(outcome.second, QStringLiteral("no <rights>"));
     QCOMPARE(entries, 0);
@@ -634,7 +638,8 @@ void TestQueueMessages::failedRequests()
 
 void TestQueueMessages::emptyRequestFailedIsNoFailure()
 {
-    const QString xml = serverDocument(QStringLiteral("<RequestFailed></RequestFailed>") + periodicXml("q1", "TODAY"));
+    const QString xml
+        = serverDocument(QStringLiteral("<RequestFailed></RequestFailed>") + periodicXml("q1", "TODAY"));
     const QueuePeriodicStatsRespMsg msg = QueuePeriodicStatsRespMsg::parseMessage(xml);
     QVERIFY(msg.success);
     QCOMPARE(msg.stats.queueId, QStringLiteral("q1"));
@@ -646,23 +651,26 @@ void TestQueueMessages::emptyLists_data()
     QTest::addColumn<QString>("document");
     QTest::addColumn<QString>("emptyWord");
 
-    QTest::newRow("stats-empty") << "QueueStatsListRespMsg" << serverDocument("<QueuesStatsList></QueuesStatsList>")
+    QTest::newRow("stats-empty") << "QueueStatsListRespMsg"
+                                 << serverDocument("<QueuesStatsList></QueuesStatsList>")
                                  << "parsed an empty QueueStatsList msg";
     QTest::newRow("stats-all-invalid")
         << "QueueStatsListRespMsg"
-        << serverDocument("<QueuesStatsList>" + queueStatusXml(QString(), QString()) + "</QueuesStatsList>", "4.5")
+        << serverDocument("<QueuesStatsList>" + queueStatusXml(QString(), QString()) + "</QueuesStatsList>",
+                          "4.5")
         << "parsed an empty QueueStatsList msg";
-    QTest::newRow("periodic-self-closed") << "QueuePeriodicStatsListRespMsg"
-                                          << serverDocument("<QueuePeriodicStatsList/>")
-                                          << "parsed an empty QueuePeriodicStatsList msg";
+    QTest::newRow("periodic-self-closed")
+        << "QueuePeriodicStatsListRespMsg" << serverDocument("<QueuePeriodicStatsList/>")
+        << "parsed an empty QueuePeriodicStatsList msg";
     QTest::newRow("periodic-all-invalid")
         << "QueuePeriodicStatsListRespMsg"
         << serverDocument("<QueuePeriodicStatsList><Period>TODAY</Period>" + periodicXml(QString(), "TODAY")
                           + "</QueuePeriodicStatsList>")
         << "parsed an empty QueuePeriodicStatsList msg";
-    QTest::newRow("operator-empty") << "QueueOperatorPeriodicStatsListRespMsg"
-                                    << serverDocument("<QueueOperatorPeriodicStatsList></QueueOperatorPeriodicStatsList>")
-                                    << "parsed an empty QueueOperatorPeriodicStatsList msg";
+    QTest::newRow("operator-empty")
+        << "QueueOperatorPeriodicStatsListRespMsg"
+        << serverDocument("<QueueOperatorPeriodicStatsList></QueueOperatorPeriodicStatsList>")
+        << "parsed an empty QueueOperatorPeriodicStatsList msg";
 }
 
 void TestQueueMessages::emptyLists()
@@ -683,20 +691,21 @@ void TestQueueMessages::emptyLists()
 
 void TestQueueMessages::periodicStatsList_data()
 {
-    QTest::addColumn<QString>("api");
-    for (const char* api : {"4.9", "5.4", "5.10", "6.1"})
-        QTest::newRow(api) << QString::fromLatin1(api);
+    addApiRows({QStringLiteral("4.9"), QStringLiteral("5.4"), QStringLiteral("5.10"), QStringLiteral("6.1")});
 }
 
 void TestQueueMessages::periodicStatsList()
 {
     QFETCH(QString, api);
     const QString list = QStringLiteral("<QueuePeriodicStatsList><Period>CURRWEEK</Period>")
-        + periodicXml(QStringLiteral("q&amp;1"), QStringLiteral("TODAY")) + periodicXml(QString(), QStringLiteral("TODAY"))
-        + periodicXml(QStringLiteral("q2"), QStringLiteral("bogus")) + QStringLiteral("</QueuePeriodicStatsList>");
+        + periodicXml(QStringLiteral("q&amp;1"), QStringLiteral("TODAY"))
+        + periodicXml(QString(), QStringLiteral("TODAY"))
+        + periodicXml(QStringLiteral("q2"), QStringLiteral("bogus"))
+        + QStringLiteral("</QueuePeriodicStatsList>");
 
     QtLogCapture log;
-    const QueuePeriodicStatsListRespMsg msg = QueuePeriodicStatsListRespMsg::parseMessage(serverDocument(list, api));
+    const QueuePeriodicStatsListRespMsg msg
+        = QueuePeriodicStatsListRespMsg::parseMessage(serverDocument(list, api));
     QVERIFY(msg.success);
     QCOMPARE(msg.api, api);
     QCOMPARE(msg.stats.period, TELVIX::PeriodCurrWeek);
@@ -790,7 +799,8 @@ void TestQueueMessages::periodicStatsRoundTrip()
     stats.startDate = QDateTime();
     list.stats.stats << stats;
     const QString xml = list.serializeToXml(QStringLiteral("6.1"));
-    QVERIFY(xml.contains(QStringLiteral("<QueuePeriodicStatsList><Period>YESTERDAY</Period><QueuePeriodicStats>")));
+    QVERIFY(xml.contains(
+        QStringLiteral("<QueuePeriodicStatsList><Period>YESTERDAY</Period><QueuePeriodicStats>")));
     QCOMPARE(QueuePeriodicStatsListRespMsg::parseMessage(xml).stats, list.stats);
 
     // Doubles travel with six significant digits.
@@ -810,10 +820,12 @@ void TestQueueMessages::operatorPeriodicTwoReadings_data()
     QTest::addColumn<QDateTime>("singleLastServed");
 
     const QDateTime served = local(15, 10, 20, 30);
-    QTest::newRow("iso-and-fraction") << "12.75" << "2026-11-15T10:20:30.000" << 12.75 << served << 0.0
-                                      << QDateTime();
-    QTest::newRow("text-date-and-whole") << "12" << served.toString() << 12.0 << QDateTime() << 12.0 << served;
-    QTest::newRow("iso-blank") << "300" << "2026-11-15 10:20:30.000" << 300.0 << served << 300.0 << QDateTime();
+    QTest::newRow("iso-and-fraction") << "12.75"
+                                      << "2026-11-15T10:20:30.000" << 12.75 << served << 0.0 << QDateTime();
+    QTest::newRow("text-date-and-whole")
+        << "12" << served.toString() << 12.0 << QDateTime() << 12.0 << served;
+    QTest::newRow("iso-blank") << "300"
+                               << "2026-11-15 10:20:30.000" << 300.0 << served << 300.0 << QDateTime();
 }
 
 void TestQueueMessages::operatorPeriodicTwoReadings()
@@ -830,8 +842,8 @@ void TestQueueMessages::operatorPeriodicTwoReadings()
     const auto list = QueueOperatorPeriodicStatsListRespMsg::parseMessage(
         serverDocument(QStringLiteral("<QueueOperatorPeriodicStatsList><OperatorPeriodicStats>") + fields
                        + QStringLiteral("</OperatorPeriodicStats></QueueOperatorPeriodicStatsList>")));
-    const auto single = QueueOperatorPeriodicStatsRespMsg::parseMessage(
-        serverDocument(QStringLiteral("<OperatorPeriodicStats>") + fields + QStringLiteral("</OperatorPeriodicStats>")));
+    const auto single = QueueOperatorPeriodicStatsRespMsg::parseMessage(serverDocument(
+        QStringLiteral("<OperatorPeriodicStats>") + fields + QStringLiteral("</OperatorPeriodicStats>")));
     QVERIFY(list.success);
     QVERIFY(single.success);
     QVERIFY(log.contains(QStringLiteral("QueueOperatorPeriodicStatsList msg parsed ok")));
@@ -861,8 +873,8 @@ void TestQueueMessages::operatorPeriodicInvalid()
 {
     const QString fields = operatorPeriodicFields(QString(), QStringLiteral("1"), QString());
     QtLogCapture log;
-    const auto single = QueueOperatorPeriodicStatsRespMsg::parseMessage(
-        serverDocument(QStringLiteral("<OperatorPeriodicStats>") + fields + QStringLiteral("</OperatorPeriodicStats>")));
+    const auto single = QueueOperatorPeriodicStatsRespMsg::parseMessage(serverDocument(
+        QStringLiteral("<OperatorPeriodicStats>") + fields + QStringLiteral("</OperatorPeriodicStats>")));
     QVERIFY(!single.success);
     QVERIFY(single.stats.operatorAccount.isEmpty());
     QVERIFY(log.contains(QStringLiteral("parsed an invalid QueueOperatorPeriodicStats msg")));
@@ -870,13 +882,14 @@ void TestQueueMessages::operatorPeriodicInvalid()
     QString entries;
     for (int i = 0; i < 1500; ++i) {
         entries += QStringLiteral("<OperatorPeriodicStats>")
-            + operatorPeriodicFields(i % 10 == 0 ? QString() : QStringLiteral("q%1").arg(i), QStringLiteral("2.5"),
-                                     QStringLiteral("2026-11-15T10:20:30.000"))
+            + operatorPeriodicFields(i % 10 == 0 ? QString() : QStringLiteral("q%1").arg(i),
+                                     QStringLiteral("2.5"), QStringLiteral("2026-11-15T10:20:30.000"))
             + QStringLiteral("</OperatorPeriodicStats>");
     }
     log.clear();
-    const auto list = QueueOperatorPeriodicStatsListRespMsg::parseMessage(serverDocument(
-        QStringLiteral("<QueueOperatorPeriodicStatsList>") + entries + QStringLiteral("</QueueOperatorPeriodicStatsList>")));
+    const auto list = QueueOperatorPeriodicStatsListRespMsg::parseMessage(
+        serverDocument(QStringLiteral("<QueueOperatorPeriodicStatsList>") + entries
+                       + QStringLiteral("</QueueOperatorPeriodicStatsList>")));
     QVERIFY(list.success);
     QCOMPARE(list.stats.size(), 1350);
     QCOMPARE(log.count(QStringLiteral("parsed an invalid QueueOperatorPeriodicStats msg")), 150);
@@ -901,7 +914,7 @@ void TestQueueMessages::operatorPeriodicRoundTrip()
     QueueOperatorPeriodicStatsListRespMsg list;
     list.stats << stats << stats;
     const auto listIn = roundTrip(list, QStringLiteral("5.10"));
-    QCOMPARE(listIn.stats, (QList<QueueOperatorPeriodicStats>{expected, expected}));
+    QCOMPARE(listIn.stats, (QList<QueueOperatorPeriodicStats> {expected, expected}));
 
     // The single form mirrors its own reading: whole seconds of conversation
     // and a text date without milliseconds.
@@ -926,8 +939,9 @@ void TestQueueMessages::ccReportRequest_data()
 
     const QDateTime start = local(1, 8, 0, 0);
     const QDateTime end = local(15, 18, 30, 0, 500);
-    const QString tail = QStringLiteral("<AttendedThreshold>10</AttendedThreshold><AttendedThreshold>30</AttendedThreshold>"
-                                        "<LostThreshold>5</LostThreshold><Locale>it_IT</Locale></GetCDRCallCenterReport>");
+    const QString tail
+        = QStringLiteral("<AttendedThreshold>10</AttendedThreshold><AttendedThreshold>30</AttendedThreshold>"
+                         "<LostThreshold>5</LostThreshold><Locale>it_IT</Locale></GetCDRCallCenterReport>");
     QTest::newRow("today-ignores-dates")
         << 1 << start << end << "<GetCDRCallCenterReport><Period>TODAY</Period>" + tail;
     QTest::newRow("last-hour") << 0 << QDateTime() << QDateTime()
@@ -937,9 +951,9 @@ void TestQueueMessages::ccReportRequest_data()
         << "<GetCDRCallCenterReport><StartDate>2026-11-01T08:00:00.000</StartDate>"
            "<EndDate>2026-11-15T18:30:00.500</EndDate>"
             + tail;
-    QTest::newRow("custom-invalid-end") << 10 << start << QDateTime(QDate(2026, 2, 30), QTime(1, 0))
-                                        << "<GetCDRCallCenterReport><StartDate>2026-11-01T08:00:00.000</StartDate>"
-            + tail;
+    QTest::newRow("custom-invalid-end")
+        << 10 << start << QDateTime(QDate(2026, 2, 30), QTime(1, 0))
+        << "<GetCDRCallCenterReport><StartDate>2026-11-01T08:00:00.000</StartDate>" + tail;
     QTest::newRow("custom-no-dates") << 10 << QDateTime() << QDateTime() << "<GetCDRCallCenterReport>" + tail;
 }
 
@@ -970,19 +984,24 @@ void TestQueueMessages::ccReportResponse_data()
 
     QByteArray report("<?xml version=\"1.0\"?><Report>");
     for (int i = 0; i < 500; ++i)
-        report += "<Row queue=\"q" + QByteArray::number(i % 7) + "\" answered=\"" + QByteArray::number(i) + "\"/>";
+        report += "<Row queue=\"q" + QByteArray::number(i % 7) + "\" answered=\"" + QByteArray::number(i)
+            + "\"/>";
     report += "</Report>";
-    const QString md5 = QString::fromLatin1(QCryptographicHash::hash(report, QCryptographicHash::Md5).toHex());
+    const QString md5
+        = QString::fromLatin1(QCryptographicHash::hash(report, QCryptographicHash::Md5).toHex());
 
     QTest::newRow("valid") << ccReportDocument(report, md5) << true << "CC Report msg parsed ok";
     QTest::newRow("wrong-md5") << ccReportDocument(report, QString(32, QLatin1Char('0'))) << false
                                << "Invalid CCReport: MD5 check failed!";
     QTest::newRow("upper-case-md5") << ccReportDocument(report, md5.toUpper()) << false
                                     << "Invalid CCReport: MD5 check failed!";
-    QTest::newRow("no-md5") << ccReportDocument(report, QString()) << false << "Invalid CCReport: MD5 check failed!";
-    QTest::newRow("no-data") << serverDocument("<CDRCallCenterReport><Md5>" + md5 + "</Md5></CDRCallCenterReport>")
+    QTest::newRow("no-md5") << ccReportDocument(report, QString()) << false
+                            << "Invalid CCReport: MD5 check failed!";
+    QTest::newRow("no-data") << serverDocument("<CDRCallCenterReport><Md5>" + md5
+                                               + "</Md5></CDRCallCenterReport>")
                              << false << "parsed an empty CCReport msg";
-    QTest::newRow("empty-data") << serverDocument("<CDRCallCenterReport><Data/><Md5>x</Md5></CDRCallCenterReport>")
+    QTest::newRow("empty-data") << serverDocument(
+        "<CDRCallCenterReport><Data/><Md5>x</Md5></CDRCallCenterReport>")
                                 << false << "parsed an empty CCReport msg";
 }
 
@@ -1033,28 +1052,35 @@ void TestQueueMessages::recordFieldOrder_data()
     QTest::addColumn<const QMetaObject*>("meta");
     QTest::addColumn<QStringList>("fields");
     QTest::newRow("QueueMember") << &QueueMember::staticMetaObject
-                                 << QStringList{"account", "exten", "queueId", "membership", "penalty", "paused"};
+                                 << QStringList {"account",    "exten",   "queueId",
+                                                 "membership", "penalty", "paused"};
     QTest::newRow("QueueEvent") << &QueueEvent::staticMetaObject
-                                << QStringList{"queueId",       "eventType",    "uid",           "callerNum",
-                                               "callerChannel", "currentCalls", "longestHoldTime"};
+                                << QStringList {"queueId",        "eventType",     "uid",
+                                                "callerNum",      "callerChannel", "currentCalls",
+                                                "longestHoldTime"};
     QTest::newRow("QueueStats") << &QueueStats::staticMetaObject
-                                << QStringList{"queueId", "name", "currentCalls", "longestHoldTime", "operators"};
+                                << QStringList {"queueId", "name", "currentCalls", "longestHoldTime",
+                                                "operators"};
     QTest::newRow("QueueOperatorStats")
         << &QueueOperatorStats::staticMetaObject
-        << QStringList{"member",          "dynamicMember", "penalty",   "lastServedCall",
-                       "lastCall",        "lastPauseChange", "statusAge", "paused"};
-    QTest::newRow("QueuePeriodicStats")
-        << &QueuePeriodicStats::staticMetaObject
-        << QStringList{"queueId",     "period",
-                       "startDate",   "endDate",
-                       "servedCalls", "servedAverageWaitingTime",
-                       "servedAverageConversationTime", "missedCalls",
-                       "missedAverageWaitingTime"};
+        << QStringList {"member",   "dynamicMember",   "penalty",   "lastServedCall",
+                        "lastCall", "lastPauseChange", "statusAge", "paused"};
+    QTest::newRow("QueuePeriodicStats") << &QueuePeriodicStats::staticMetaObject
+                                        << QStringList {"queueId",
+                                                        "period",
+                                                        "startDate",
+                                                        "endDate",
+                                                        "servedCalls",
+                                                        "servedAverageWaitingTime",
+                                                        "servedAverageConversationTime",
+                                                        "missedCalls",
+                                                        "missedAverageWaitingTime"};
     QTest::newRow("QueueOperatorPeriodicStats")
         << &QueueOperatorPeriodicStats::staticMetaObject
-        << QStringList{"operatorAccount", "exten",       "queueId",          "period",        "startDate",
-                       "endDate",         "servedCalls", "conversationTime", "lastServedCall"};
-    QTest::newRow("CallCenterReport") << &CallCenterReport::staticMetaObject << QStringList{"data", "format"};
+        << QStringList {"operatorAccount", "exten",       "queueId",          "period",        "startDate",
+                        "endDate",         "servedCalls", "conversationTime", "lastServedCall"};
+    QTest::newRow("CallCenterReport")
+        << &CallCenterReport::staticMetaObject << QStringList {"data", "format"};
 }
 
 void TestQueueMessages::recordFieldOrder()
@@ -1069,9 +1095,10 @@ void TestQueueMessages::recordFieldOrder()
 
 void TestQueueMessages::metaTypesRegistered()
 {
-    for (const char* name : {"QueueMember", "QueueEvent", "QueueStats", "QList<QueueStats>", "QueueOperatorStats",
-                             "QueuePeriodicStats", "QueuePeriodicStatsList", "QueueOperatorPeriodicStats",
-                             "QList<QueueOperatorPeriodicStats>", "CallCenterReport"})
+    for (const char* name :
+         {"QueueMember", "QueueEvent", "QueueStats", "QList<QueueStats>", "QueueOperatorStats",
+          "QueuePeriodicStats", "QueuePeriodicStatsList", "QueueOperatorPeriodicStats",
+          "QList<QueueOperatorPeriodicStats>", "CallCenterReport"})
         QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
 
     QueueMember member;
@@ -1080,7 +1107,6 @@ void TestQueueMessages::metaTypesRegistered()
     const QVariant value = meta.property(meta.indexOfProperty("membership")).readOnGadget(&member);
     QCOMPARE(value.value<TELVIX::QueueOperatorMembership>(), TELVIX::QueueOperatorMemberDynamic);
 }
-
 
 QTEST_APPLESS_MAIN(TestQueueMessages)
 #include "tst_queuemessages.moc"

@@ -39,6 +39,35 @@ void checkLog(const QtLogCapture& log, const QStringList& words, const QStringLi
         QVERIFY2(!log.contains(word), qPrintable(QStringLiteral("unexpected log: ") + word));
 }
 
+/// Columns of a parse table: the document, whether it is accepted, the
+/// record expected, and log words that must and must not appear.
+template <typename Record> void addParseColumns()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<bool>("success");
+    QTest::addColumn<Record>("expected");
+    QTest::addColumn<QStringList>("logs");
+    QTest::addColumn<QStringList>("absent");
+}
+
+/// One row of a parse table, read with Msg::parseMessage.
+template <typename Msg, typename Record> void checkParseRow(Record Msg::*member)
+{
+    QFETCH(QString, xml);
+    QFETCH(bool, success);
+    QFETCH(Record, expected);
+    QFETCH(QStringList, logs);
+    QFETCH(QStringList, absent);
+
+    QtLogCapture log;
+    const Msg msg = Msg::parseMessage(xml);
+    QCOMPARE(msg.success, success);
+    QCOMPARE(msg.*member, expected);
+    // Only an accepted message reads the envelope.
+    QCOMPARE(msg.uuid, success ? MessageTestUtil::fixtureUuid() : QString());
+    checkLog(log, logs, absent);
+}
+
 /// `xml` parses as a failed Msg whose `member` is left default, logging `word`.
 template <typename Msg, typename Member>
 void checkInvalid(const QString& xml, Member Msg::*member, const QString& word)
@@ -115,10 +144,7 @@ private Q_SLOTS:
 
 void TestServiceMessages::serviceStatus_data()
 {
-    QTest::addColumn<QString>("xml");
-    QTest::addColumn<QList<ServiceStatus>>("expected");
-    QTest::addColumn<QStringList>("logs");
-    QTest::addColumn<QStringList>("absent");
+    addParseColumns<QList<ServiceStatus>>();
 
     QTest::newRow("list 4.2")
         << serverDocument("<ServiceStatusList><ServiceStatus><Id>ufwd</Id><Type>ufwd</Type>"
@@ -127,94 +153,73 @@ void TestServiceMessages::serviceStatus_data()
                           "<Value>3339876543</Value><Status>0</Status></ServiceStatus>"
                           "</ServiceStatusList>",
                           "4.2")
+        << true
         << QList<ServiceStatus> {ServiceStatus {"ufwd", "ufwd", "3331234567", 1},
                                  ServiceStatus {"forktomobile", "fork", "3339876543", 0}}
         << QStringList {StatusWords.parsedOk} << QStringList {StatusWords.special, StatusWords.invalid};
     QTest::newRow("single event 6.1")
         << serverDocument("<ServiceStatus><Id>ufwd</Id><Type>ufwd</Type><Value></Value>"
                           "<Status>0</Status></ServiceStatus>")
-        << QList<ServiceStatus> {ServiceStatus {"ufwd", "ufwd", "", 0}} << QStringList {StatusWords.parsedOk}
-        << QStringList {StatusWords.special};
+        << true << QList<ServiceStatus> {ServiceStatus {"ufwd", "ufwd", "", 0}}
+        << QStringList {StatusWords.parsedOk} << QStringList {StatusWords.special};
     QTest::newRow("entry without id skipped 5.7") << serverDocument(
         "<ServiceStatusList><ServiceStatus><Type>ufwd</Type></ServiceStatus>"
         "<ServiceStatus><Id>dnd</Id><Type>dnd</Type><Value>a&amp;b</Value><Status>on</Status>"
         "</ServiceStatus></ServiceStatusList>",
-        "5.7") << QList<ServiceStatus> {ServiceStatus {"dnd", "dnd", "a&b", 0}}
+        "5.7") << true << QList<ServiceStatus> {ServiceStatus {"dnd", "dnd", "a&b", 0}}
                                                   << QStringList {StatusWords.invalid, StatusWords.parsedOk}
                                                   << QStringList {StatusWords.special};
-    QTest::newRow("only StatusWords.invalid entries 5.10")
-        << serverDocument("<ServiceStatusList>" + EmptyTypeRow + "</ServiceStatusList>", "5.10")
+    QTest::newRow("only invalid entries 5.10")
+        << serverDocument("<ServiceStatusList>" + EmptyTypeRow + "</ServiceStatusList>", "5.10") << true
         << QList<ServiceStatus> {} << QStringList {StatusWords.invalid, StatusWords.special}
         << QStringList {StatusWords.parsedOk};
     QTest::newRow("no entries 4.9") << serverDocument("<ServiceStatusList></ServiceStatusList>", "4.9")
-                                    << QList<ServiceStatus> {} << QStringList {StatusWords.special}
+                                    << true << QList<ServiceStatus> {} << QStringList {StatusWords.special}
                                     << QStringList {StatusWords.parsedOk, StatusWords.invalid};
 }
 
 void TestServiceMessages::serviceStatus()
 {
-    QFETCH(QString, xml);
-    QFETCH(QList<ServiceStatus>, expected);
-    QFETCH(QStringList, logs);
-    QFETCH(QStringList, absent);
-
-    QtLogCapture log;
-    const ServiceStatusRespMsg msg = ServiceStatusRespMsg::parseMessage(xml);
-    QVERIFY(msg.success);
-    QCOMPARE(msg.statusList, expected);
-    QCOMPARE(msg.uuid, MessageTestUtil::fixtureUuid());
-    checkLog(log, logs, absent);
+    checkParseRow(&ServiceStatusRespMsg::statusList);
 }
 
 void TestServiceMessages::inCallServiceStatus_data()
 {
-    QTest::addColumn<QString>("xml");
-    QTest::addColumn<bool>("success");
-    QTest::addColumn<InCallServiceStatus>("expected");
-    QTest::addColumn<QStringList>("logs");
+    addParseColumns<InCallServiceStatus>();
 
+    const QStringList modern {InCallWords.special};
     QTest::newRow("channel 6.1") << inCallDocument(
         "<Uid>u1</Uid><SipAccount>201</SipAccount><Channel>SIP/201-1</Channel>"
         "<Type>recording</Type><Status>1</Status>")
                                  << true << InCallServiceStatus {"u1", "201", "SIP/201-1", "recording", 1}
-                                 << QStringList {InCallWords.parsedOk};
+                                 << QStringList {InCallWords.parsedOk} << modern;
     QTest::newRow("LocalChannel 4.9")
         << inCallDocument("<Uid>u2</Uid><SipAccount>201</SipAccount><LocalChannel>SIP/201-2</LocalChannel>"
                           "<Type>atxfer</Type><Status>0</Status>",
                           "4.9")
         << true << InCallServiceStatus {"u2", "201", "SIP/201-2", "atxfer", 0}
-        << QStringList {InCallWords.special, InCallWords.parsedOk};
+        << QStringList {InCallWords.special, InCallWords.parsedOk} << QStringList {InCallWords.invalid};
     QTest::newRow("status x gives 4 on 5.7")
         << inCallDocument("<Uid>u3</Uid><Channel>c</Channel><Status>x</Status>", "5.7") << true
-        << InCallServiceStatus {"u3", "", "c", "", 4} << QStringList {InCallWords.parsedOk};
+        << InCallServiceStatus {"u3", "", "c", "", 4} << QStringList {InCallWords.parsedOk} << modern;
     QTest::newRow("no status gives 4 on 4.5")
         << inCallDocument("<Uid>u4</Uid><LocalChannel>c</LocalChannel>", "4.5") << true
         << InCallServiceStatus {"u4", "", "c", "", 4}
-        << QStringList {InCallWords.special, InCallWords.parsedOk};
-    QTest::newRow("Channel beats LocalChannel 5.4")
-        << inCallDocument(
-               "<Uid>u5</Uid><LocalChannel>old</LocalChannel><Channel>new</Channel><Status>2</Status>", "5.4")
-        << true << InCallServiceStatus {"u5", "", "new", "", 2} << QStringList {InCallWords.parsedOk};
+        << QStringList {InCallWords.special, InCallWords.parsedOk} << QStringList();
+    QTest::newRow("Channel beats LocalChannel 5.4") << inCallDocument(
+        "<Uid>u5</Uid><LocalChannel>old</LocalChannel><Channel>new</Channel><Status>2</Status>", "5.4")
+                                                    << true << InCallServiceStatus {"u5", "", "new", "", 2}
+                                                    << QStringList {InCallWords.parsedOk} << modern;
     QTest::newRow("no uid 6.1") << inCallDocument("<Channel>c</Channel>") << false << InCallServiceStatus()
-                                << QStringList {InCallWords.invalid};
+                                << QStringList {InCallWords.invalid} << QStringList {InCallWords.parsedOk};
     QTest::newRow("no channel at all 4.1")
         << inCallDocument("<Uid>u6</Uid>", "4.1") << false << InCallServiceStatus()
-        << QStringList {InCallWords.special, InCallWords.invalid};
+        << QStringList {InCallWords.special, InCallWords.invalid} << QStringList {InCallWords.parsedOk};
 }
 
 void TestServiceMessages::inCallServiceStatus()
 {
-    QFETCH(QString, xml);
-    QFETCH(bool, success);
-    QFETCH(InCallServiceStatus, expected);
-    QFETCH(QStringList, logs);
-
-    QtLogCapture log;
-    const InCallServiceStatusEventMsg msg = InCallServiceStatusEventMsg::parseMessage(xml);
-    QCOMPARE(msg.success, success);
-    QCOMPARE(msg.inCallServiceStatus, expected);
-    QCOMPARE(msg.uuid.isEmpty(), !success);
-    checkLog(log, logs, {});
+    checkParseRow(&InCallServiceStatusEventMsg::inCallServiceStatus);
 }
 
 void TestServiceMessages::inCallWriterNamesChannelByVersion_data()
@@ -262,41 +267,34 @@ void TestServiceMessages::inCallWriterNamesChannelByVersion()
 
 void TestServiceMessages::channelStatus_data()
 {
-    QTest::addColumn<QString>("xml");
-    QTest::addColumn<ChannelStatus>("expected");
-    QTest::addColumn<bool>("oldServer");
+    addParseColumns<ChannelStatus>();
 
+    const QString ok = QStringLiteral("Mailbox Status resp msg parsed ok");
+    const QString callerId = QStringLiteral("Parsing Channel CallerID field (old SARNET implementation...)");
+    const QStringList oldServer {ok, callerId};
     QTest::newRow("6.1") << serverDocument(
         "<ChannelStatus><Channel>SIP/trunk-1</Channel><Number>0612345678</Number>"
         "<Name>Mario Rossi</Name></ChannelStatus>")
-                         << ChannelStatus {"SIP/trunk-1", "0612345678", "Mario Rossi"} << false;
+                         << true << ChannelStatus {"SIP/trunk-1", "0612345678", "Mario Rossi"}
+                         << QStringList {ok} << QStringList {callerId};
     QTest::newRow("CallerID with blank line 4.2")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-2</Channel><Name>ignored</Name>"
                           "<CallerID>&quot;Mario Rossi&quot;\n\nSIP/ABC </CallerID></ChannelStatus>",
                           "4.2")
-        << ChannelStatus {"SIP/trunk-2", "sip/abc", "Mario Rossi"} << true;
+        << true << ChannelStatus {"SIP/trunk-2", "sip/abc", "Mario Rossi"} << oldServer << QStringList();
     QTest::newRow("CallerID after a line break 4.1")
         << serverDocument("<ChannelStatus><Channel>SIP/trunk-3</Channel><Number></Number>"
                           "<CallerID>\n\"Anna\"\n0612345678</CallerID></ChannelStatus>",
                           "4.1")
-        << ChannelStatus {"SIP/trunk-3", "0612345678", "Anna"} << true;
-    QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4")
-                                    << ChannelStatus() << true;
+        << true << ChannelStatus {"SIP/trunk-3", "0612345678", "Anna"} << oldServer << QStringList();
+    // There is no invalid channel answer.
+    QTest::newRow("nothing at all") << serverDocument("<ChannelStatus></ChannelStatus>", "5.4") << true
+                                    << ChannelStatus() << oldServer << QStringList();
 }
 
 void TestServiceMessages::channelStatus()
 {
-    QFETCH(QString, xml);
-    QFETCH(ChannelStatus, expected);
-    QFETCH(bool, oldServer);
-
-    QtLogCapture log;
-    const ChannelStatusRespMsg msg = ChannelStatusRespMsg::parseMessage(xml);
-    QVERIFY(msg.success);
-    QCOMPARE(msg.channelStatus, expected);
-    QVERIFY(log.contains(QStringLiteral("Mailbox Status resp msg parsed ok")));
-    QCOMPARE(log.contains(QStringLiteral("Parsing Channel CallerID field (old SARNET implementation...)")),
-             oldServer);
+    checkParseRow(&ChannelStatusRespMsg::channelStatus);
 }
 
 void TestServiceMessages::serviceList_data()

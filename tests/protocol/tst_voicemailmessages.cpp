@@ -22,9 +22,8 @@ QString vmXml(const QString& id, const QString& date, const QString& extra = QSt
 
 QString vmListDocument(const QString& messages, const QString& api = QStringLiteral("6.1"))
 {
-    return serverDocument(QStringLiteral("<VoicemailMessageList>") + messages
-                              + QStringLiteral("</VoicemailMessageList>"),
-                          api);
+    return serverDocument(
+        QStringLiteral("<VoicemailMessageList>") + messages + QStringLiteral("</VoicemailMessageList>"), api);
 }
 
 // The element written as the body of a request.
@@ -65,18 +64,16 @@ private Q_SLOTS:
 
 void TestVoicemailMessages::voicemailListAcrossApiGenerations_data()
 {
-    QTest::addColumn<QString>("api");
-    for (const char* api : {"4.1", "4.2", "4.5", "4.9", "5.4", "5.7", "5.10", "6.1"})
-        QTest::newRow(api) << QString::fromLatin1(api);
+    addApiRows();
 }
 
 void TestVoicemailMessages::voicemailListAcrossApiGenerations()
 {
     QFETCH(QString, api);
-    const QString extra = QStringLiteral(
-        "<MsgID>msg&amp;0001</MsgID><CallerName>Zo&#235; &lt;Z&gt;</CallerName>"
-        "<CallerNum>+39 06 &amp;1</CallerNum><OriginMailbox>201&amp;default</OriginMailbox>"
-        "<Duration>42</Duration><isNew>1</isNew><isUrgent>0</isUrgent>");
+    const QString extra
+        = QStringLiteral("<MsgID>msg&amp;0001</MsgID><CallerName>Zo&#235; &lt;Z&gt;</CallerName>"
+                         "<CallerNum>+39 06 &amp;1</CallerNum><OriginMailbox>201&amp;default</OriginMailbox>"
+                         "<Duration>42</Duration><isNew>1</isNew><isUrgent>0</isUrgent>");
     const QString document = vmListDocument(
         vmXml(QStringLiteral("7&amp;8"), QStringLiteral("2026-11-15 09:30:05.250+01:00"), extra), api);
 
@@ -109,15 +106,15 @@ void TestVoicemailMessages::voicemailEntryValidity_data()
 
     const QDateTime noon(QDate(2026, 11, 15), QTime(12, 0, 0, 500), Qt::UTC);
     QTest::newRow("iso-z") << vmXml("1", "2026-11-15T12:00:00.500Z") << true << noon;
-    QTest::newRow("microseconds-plus-hours")
-        << vmXml("1", "2026-11-15T14:00:00.500999+02x") << true << noon;
+    QTest::newRow("microseconds-plus-hours") << vmXml("1", "2026-11-15T14:00:00.500999+02x") << true << noon;
     QTest::newRow("hh-mm-zone-after-fallback-is-utc")
         << vmXml("1", "2026-11-15T12:00:00.500123+02:00x") << true << noon;
     QTest::newRow("no-id") << vmXml(QString(), "2026-11-15T12:00:00.500Z") << false << QDateTime();
     QTest::newRow("empty-id") << vmXml("", "2026-11-15T12:00:00.500Z") << false << QDateTime();
     QTest::newRow("no-date") << vmXml("1", QString()) << false << QDateTime();
     QTest::newRow("unreadable-date") << vmXml("1", "15/11/2026 12:00") << false << QDateTime();
-    QTest::newRow("date-with-leading-blank") << vmXml("1", " 2026-11-15T12:00:00.500Z") << false << QDateTime();
+    QTest::newRow("date-with-leading-blank")
+        << vmXml("1", " 2026-11-15T12:00:00.500Z") << false << QDateTime();
 }
 
 void TestVoicemailMessages::voicemailEntryValidity()
@@ -141,10 +138,14 @@ void TestVoicemailMessages::voicemailFlags_data()
     QTest::addColumn<QString>("isUrgent");
     QTest::addColumn<bool>("expectedNew");
     QTest::addColumn<bool>("expectedUrgent");
-    QTest::newRow("1-1") << "1" << "1" << true << true;
-    QTest::newRow("0-1") << "0" << "1" << false << true;
-    QTest::newRow("2-reads-false") << "2" << "2" << false << false;
-    QTest::newRow("true-reads-false") << "true" << "yes" << false << false;
+    QTest::newRow("1-1") << "1"
+                         << "1" << true << true;
+    QTest::newRow("0-1") << "0"
+                         << "1" << false << true;
+    QTest::newRow("2-reads-false") << "2"
+                                   << "2" << false << false;
+    QTest::newRow("true-reads-false") << "true"
+                                      << "yes" << false << false;
     QTest::newRow("missing") << QString() << QString() << false << false;
 }
 
@@ -260,7 +261,8 @@ void TestVoicemailMessages::deleteAndMarkRequests()
     del.id = QStringLiteral("12<3");
     const QString delXml = del.serializeToXml(QStringLiteral("5.10"));
     QCOMPARE(SimpleXmlParser::getTagValue(delXml, QStringLiteral("API")), QStringLiteral("5.10"));
-    QCOMPARE(requestBody(delXml), QStringLiteral("<DeleteVoicemailMsg><ID>12&lt;3</ID></DeleteVoicemailMsg>"));
+    QCOMPARE(requestBody(delXml),
+             QStringLiteral("<DeleteVoicemailMsg><ID>12&lt;3</ID></DeleteVoicemailMsg>"));
 
     VoicemailMarkReqMsg mark;
     mark.id = QStringLiteral("123");
@@ -305,7 +307,9 @@ void TestVoicemailMessages::mailboxStatus_data()
                                         << "<MailboxStatus><Waiting>2</Waiting><NewMsgCount>x</NewMsgCount>"
                                            "</MailboxStatus>"
                                         << "" << false << 0 << 0 << 0;
-    QTest::newRow("empty-still-valid") << "5.4" << "<MailboxStatus/>" << "" << false << 0 << 0 << 0;
+    QTest::newRow("empty-still-valid") << "5.4"
+                                       << "<MailboxStatus/>"
+                                       << "" << false << 0 << 0 << 0;
 }
 
 void TestVoicemailMessages::mailboxStatus()

@@ -6,6 +6,7 @@
 #include <QMetaObject>
 #include <QScopedPointer>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 /// A Telvix client logged in to a FakeCtiServer over real TLS, as an
@@ -22,6 +23,9 @@ public:
     ~LoggedInClient();
     LoggedInClient(const LoggedInClient&) = delete;
     LoggedInClient& operator=(const LoggedInClient&) = delete;
+
+    /// Feature words of the login answer; takes effect at start().
+    void setFeatures(const QStringList& features) { m_features = features; }
 
     /// Listens, starts the client and logs in; false if any step fails.
     bool start();
@@ -57,6 +61,7 @@ private:
     TELVIX::AppMode m_mode;
     QString m_api;
     QString m_exten;
+    QStringList m_features;
     QTemporaryDir m_dir;
     FakeCtiServer m_server;
     QScopedPointer<Telvix> m_client;

@@ -1,5 +1,7 @@
 #include "messagetestutil.h"
 
+#include <QTest>
+
 #include "simplexmlparser.h"
 
 namespace MessageTestUtil {
@@ -12,6 +14,19 @@ QString fixtureUuid()
 QString fixtureTimestamp()
 {
     return QStringLiteral("2026-11-15T18:10:02.123");
+}
+
+QStringList apiGenerations()
+{
+    return {QStringLiteral("4.1"), QStringLiteral("4.2"), QStringLiteral("4.5"),  QStringLiteral("4.9"),
+            QStringLiteral("5.4"), QStringLiteral("5.7"), QStringLiteral("5.10"), QStringLiteral("6.1")};
+}
+
+void addApiRows(const QStringList& apis)
+{
+    QTest::addColumn<QString>("api");
+    for (const QString& api : apis)
+        QTest::newRow(qPrintable(api)) << api;
 }
 
 QString serverDocument(const QString& body, const QString& api, const QString& family)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 /// Helpers for message tests: documents as a server of a given API level
 /// sends them, and write-then-read round trips.
@@ -25,6 +26,13 @@ template <typename Msg> Msg roundTrip(Msg msg, const QString& api = QStringLiter
 /// What a written request holds between <Request> and </Request>: the body
 /// (behind the Token, when there is one), as a server would cut it.
 QString requestBody(const QString& document);
+
+/// The API versions of the server generations: old, newer, current, and
+/// "5.10", which sorts below "5.2" as text and so catches ordering mistakes.
+QStringList apiGenerations();
+
+/// For a `_data` function: an "api" column (QString) and one row per version.
+void addApiRows(const QStringList& apis = apiGenerations());
 
 /// The fixed UUID and timestamp serverDocument writes.
 QString fixtureUuid();
