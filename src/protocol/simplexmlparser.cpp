@@ -497,7 +497,6 @@ void SimpleXmlParser::addData(const QString& data)
             deliver(message);
             if (bufferLength() == 0)
                 return;
-            if (m_maxBufferSize > 0) return;
         } else if (start > end) {
             consumeBuffer(start);
             m_openAt = 0;
@@ -585,8 +584,8 @@ void SimpleXmlParser::deliver(const QString& message)
         break;
     case 3:
         enqueue(message);
-        Q_EMIT messageCompleted();
         Q_EMIT parsedMessage(message);
+        Q_EMIT messageCompleted();
         break;
     default:
         enqueue(message);

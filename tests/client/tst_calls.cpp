@@ -7,6 +7,7 @@
 #include "logbuscapture.h"
 #include "loggedinclient.h"
 #include "qtlogcapture.h"
+#include "simplexmlparser.h"
 #include "telvix.h"
 
 #include <QSignalSpy>
@@ -80,7 +81,8 @@ void TestCalls::callOnDeskAndSoftphoneInDesktopMode()
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy ringing(client, incomingRecord), ringingText(client, incomingText);
-    QSignalSpy answeredSpy(client, answeredRecord), finished(client, finishedRecord), finishedTxt(client, finishedText);
+    QSignalSpy answeredSpy(client, answeredRecord), finishedSpy(client, finishedRecord);
+    QSignalSpy finishedTxt(client, finishedText);
     QSignalSpy missedSpy(client, missedRecord);
     LogbusCapture log;
 
@@ -127,7 +129,7 @@ void TestCalls::callOnDeskAndSoftphoneInMobileMode_data()
 void TestCalls::callOnDeskAndSoftphoneInMobileMode()
 {
     QFETCH(int, mode);
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy ringing(client, incomingRecord), ringingText(client, incomingText);
@@ -175,7 +177,7 @@ void TestCalls::outgoingCallOnTwoAccounts()
     QFETCH(int, mode);
     QFETCH(int, records);
     QFETCH(int, starting);
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     QSignalSpy outgoing(app.client(), &Telvix::sigOutgoingCall), startingCall(app.client(), &Telvix::sigStartingCall);
     LogbusCapture log;
@@ -322,7 +324,7 @@ void TestCalls::oldServerTurnsUnansweredLegIntoMissedCall_data()
 void TestCalls::oldServerTurnsUnansweredLegIntoMissedCall()
 {
     QFETCH(int, mode);
-    LoggedInClient app(TELVIX::AppMode(mode), QStringLiteral("4.2"));
+    LoggedInClient app{TELVIX::AppMode(mode), QStringLiteral("4.2")};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy missedSpy(client, missedRecord);
@@ -411,7 +413,7 @@ void TestCalls::oldServerIsAskedForTheCallerOnAnswer()
     QFETCH(QString, api);
     QFETCH(int, mode);
     QFETCH(bool, asks);
-    LoggedInClient app(TELVIX::AppMode(mode), api);
+    LoggedInClient app{TELVIX::AppMode(mode), api};
     QVERIFY(app.start());
     QVERIFY(app.deliver(incoming("u1", Desk, "0511111111", DeskChannel, TrunkChannel)));
     QVERIFY(app.deliver(answered("u1", Desk, DeskChannel, TrunkChannel, "0511111111")));
@@ -463,7 +465,7 @@ void TestCalls::colpUpdateChangesTheOtherParty()
     QFETCH(int, mode);
     QFETCH(bool, outgoingLeg);
     QFETCH(int, expectedSignals);
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     QSignalSpy colpSpy(app.client(), &Telvix::sigColpUpdate);
     LogbusCapture log;
@@ -495,7 +497,7 @@ void TestCalls::localChannelMoves()
 {
     QFETCH(int, mode);
     QFETCH(bool, raised);
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     QSignalSpy moved(app.client(), &Telvix::sigCallLocalInfoUpdate);
     LogbusCapture log;
@@ -524,7 +526,7 @@ void TestCalls::clickToCall()
 {
     QFETCH(int, mode);
     const bool mobile = Telvix::appModeIsMobile(TELVIX::AppMode(mode));
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy started(client, &Telvix::sigC2cOriginate), ended(client, &Telvix::sigC2cFinished);
@@ -582,7 +584,7 @@ void TestCalls::transfersReachOnlyMobileModes()
 {
     QFETCH(int, mode);
     const int expected = Telvix::appModeIsMobile(TELVIX::AppMode(mode)) ? 1 : 0;
-    LoggedInClient app(TELVIX::AppMode(mode));
+    LoggedInClient app{TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy started(client, &Telvix::sigCallTransferStarted), completed(client, &Telvix::sigCallTransferCompleted);

@@ -49,7 +49,8 @@ public:
     QList<FavoriteEntry> list()
     {
         QSignalSpy changed(&m_telvix, &Telvix::sigFavouritesChanged);
-        if (!m_telvix.getFavoriteList() || !changed.wait(5000))
+        // The answer may come before a wait() would start: poll the spy.
+        if (!m_telvix.getFavoriteList() || !QTest::qWaitFor([&changed] { return !changed.isEmpty(); }, 5000))
             return {FavoriteEntry()};
         return changed.takeFirst().at(0).value<QList<FavoriteEntry>>();
     }

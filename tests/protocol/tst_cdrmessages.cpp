@@ -475,7 +475,7 @@ void TestCdrMessages::getCdrRequest()
     const QString xml = request.serializeToXml(QStringLiteral("5.7"));
 
     QCOMPARE(SimpleXmlParser::getTagValue(xml, QStringLiteral("API")), QStringLiteral("5.7"));
-    const QString body = SimpleXmlParser::getTagValue(xml, QStringLiteral("Request"));
+    const QString body = requestBody(xml);
     QVERIFY(body.startsWith(QStringLiteral("<GetCDR><StartDate>")));
     const QString getCdr = SimpleXmlParser::getTagValue(body, QStringLiteral("GetCDR"));
     QCOMPARE(SimpleXmlParser::getDecodedTagValue(getCdr, QStringLiteral("StartDate")), startDate);

@@ -225,38 +225,30 @@ void TestServiceMessages::inCallServiceStatus()
 void TestServiceMessages::inCallWriterNamesChannelByVersion_data()
 {
     QTest::addColumn<QString>("api");
-    QTest::addColumn<QString>("written");
-    QTest::addColumn<QString>("notWritten");
+    QTest::addColumn<bool>("modern");
 
-    QTest::newRow("4.9") << "4.9"
-                         << "LocalChannel"
-                         << "Channel";
-    QTest::newRow("5.6") << "5.6"
-                         << "LocalChannel"
-                         << "Channel";
-    QTest::newRow("5.7") << "5.7"
-                         << "Channel"
-                         << "LocalChannel";
-    // Text order: "5.10" sorts before "5.7".
-    QTest::newRow("5.10") << "5.10"
-                          << "LocalChannel"
-                          << "Channel";
-    QTest::newRow("6.1") << "6.1"
-                         << "Channel"
-                         << "LocalChannel";
+    // Text order: "5.10" sorts before "5.7", so it is written the old way.
+    const QStringList oldServers {"4.9", "5.6", "5.10"};
+    const QStringList newServers {"5.7", "6.1"};
+    for (const QString& api : oldServers)
+        QTest::newRow(qPrintable(api)) << api << false;
+    for (const QString& api : newServers)
+        QTest::newRow(qPrintable(api)) << api << true;
 }
 
 void TestServiceMessages::inCallWriterNamesChannelByVersion()
 {
     QFETCH(QString, api);
-    QFETCH(QString, written);
-    QFETCH(QString, notWritten);
+    QFETCH(bool, modern);
 
     InCallServiceStatusEventMsg msg;
     msg.inCallServiceStatus = InCallServiceStatus {"u1", "201", "SIP/201-1", "recording", 3};
     const QString xml = msg.serializeToXml(api);
-    QCOMPARE(SimpleXmlParser::getTagValue(xml, written), QStringLiteral("SIP/201-1"));
-    QCOMPARE(SimpleXmlParser::getTagValue(xml, notWritten, 0, "none"), QStringLiteral("none"));
+    const QString channel = QStringLiteral("Channel");
+    const QString localChannel = QStringLiteral("LocalChannel");
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, modern ? channel : localChannel), QStringLiteral("SIP/201-1"));
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, modern ? localChannel : channel, 0, "none"),
+             QStringLiteral("none"));
 
     // Either name reads back to the same record.
     const InCallServiceStatusEventMsg back = InCallServiceStatusEventMsg::parseMessage(xml);
@@ -473,72 +465,57 @@ void TestServiceMessages::ctiConfiguration()
 
 void TestServiceMessages::commandResponseIsFailed_data()
 {
-    QTest::addColumn<QString>("isFailed");
-    QTest::addColumn<bool>("succeeded");
+    addParseColumns<ServerCommandResponse>();
 
-    QTest::newRow("1 failed") << "<IsFailed>1</IsFailed>" << false;
-    QTest::newRow("0 succeeded") << "<IsFailed>0</IsFailed>" << true;
-    QTest::newRow("2 succeeded") << "<IsFailed>2</IsFailed>" << true;
-    QTest::newRow("true succeeded") << "<IsFailed>true</IsFailed>" << true;
-    QTest::newRow("missing succeeded") << "" << true;
+    const QString ok = QStringLiteral("servercommand response msg parsed ok");
+    const QDateTime date(QDate(2026, 11, 15), QTime(18, 10, 2));
+    const auto row = [&](const char* name, const QString& isFailed, bool succeeded) {
+        QTest::newRow(name) << serverDocument(
+            "<CommandResponse><RequestId>req-17</RequestId><Command>reload</Command>" + isFailed
+                + "<ExitCode>-2</ExitCode><Message>done &amp; dusted</Message>"
+                  "<Date>2026-11-15 18:10:02</Date></CommandResponse>",
+            "5.7") << true << ServerCommandResponse {"req-17", "reload", succeeded, -2, "done & dusted", date}
+                            << QStringList {ok} << QStringList();
+    };
+    row("1 failed", "<IsFailed>1</IsFailed>", false);
+    row("0 succeeded", "<IsFailed>0</IsFailed>", true);
+    row("2 succeeded", "<IsFailed>2</IsFailed>", true);
+    row("true succeeded", "<IsFailed>true</IsFailed>", true);
+    row("missing succeeded", "", true);
 }
 
 void TestServiceMessages::commandResponseIsFailed()
 {
-    QFETCH(QString, isFailed);
-    QFETCH(bool, succeeded);
-
-    QtLogCapture log;
-    const SendCommandRespMsg msg = SendCommandRespMsg::parseMessage(
-        serverDocument("<CommandResponse><RequestId>req-17</RequestId><Command>reload</Command>" + isFailed
-                           + "<ExitCode>-2</ExitCode><Message>done &amp; dusted</Message>"
-                             "<Date>2026-11-15 18:10:02</Date></CommandResponse>",
-                       "5.7"));
-    QVERIFY(msg.success);
-    const ServerCommandResponse& response = msg.commandResponse;
-    QCOMPARE(response.requestId, QStringLiteral("req-17"));
-    QCOMPARE(response.command, QStringLiteral("reload"));
-    QCOMPARE(response.succeeded, succeeded);
-    QCOMPARE(response.exitCode, -2);
-    QCOMPARE(response.message, QStringLiteral("done & dusted"));
-    QCOMPARE(response.date, QDateTime(QDate(2026, 11, 15), QTime(18, 10, 2)));
-    QVERIFY(log.contains(QStringLiteral("servercommand response msg parsed ok")));
+    checkParseRow(&SendCommandRespMsg::commandResponse);
 }
 
 void TestServiceMessages::diagnosticMessage_data()
 {
-    QTest::addColumn<QString>("verbosityText");
-    QTest::addColumn<int>("verbosity");
+    addParseColumns<DiagnosticMessage>();
 
-    QTest::newRow("WARNING") << "WARNING" << int(TELVIX::MsgLevelWarning);
-    QTest::newRow("USER REQUEST") << "USER REQUEST" << int(TELVIX::MsgLevelUserRequest);
-    QTest::newRow("unknown") << "loud" << int(TELVIX::MsgLevelInvalid);
+    const QString ok = QStringLiteral("diagnostic msg parsed ok");
+    const QDateTime date(QDate(2026, 11, 15), QTime(18, 10, 2, 123));
+    const auto row = [&](const char* name, const QString& verbosity, TELVIX::MsgLevel level) {
+        QTest::newRow(name) << serverDocument(
+            "<LoggerMessage><TenantUuid>t-1</TenantUuid><LinkedId>l-1</LinkedId>"
+            "<UniqueId>c-1</UniqueId><MessageId>m-1</MessageId><Verbosity>"
+                + verbosity
+                + "</Verbosity><Date>2026-11-15T18:10:02.123</Date>"
+                  "<Message>trunk &lt;down&gt;</Message><FieldList>"
+                  "<Field>a&amp;b</Field><Field>second</Field></FieldList>"
+                  "</LoggerMessage>",
+            "5.7") << true << DiagnosticMessage {"t-1", "l-1", "c-1",          "m-1",
+                                                 level, date,  "trunk <down>", {"a&b", "second"}}
+                            << QStringList {ok} << QStringList();
+    };
+    row("WARNING", "WARNING", TELVIX::MsgLevelWarning);
+    row("USER REQUEST", "USER REQUEST", TELVIX::MsgLevelUserRequest);
+    row("unknown", "loud", TELVIX::MsgLevelInvalid);
 }
 
 void TestServiceMessages::diagnosticMessage()
 {
-    QFETCH(QString, verbosityText);
-    QFETCH(int, verbosity);
-
-    QtLogCapture log;
-    const DiagnosticRespMsg msg = DiagnosticRespMsg::parseMessage(serverDocument(
-        "<LoggerMessage><TenantUuid>t-1</TenantUuid><LinkedId>l-1</LinkedId>"
-        "<UniqueId>c-1</UniqueId><MessageId>m-1</MessageId><Verbosity>"
-            + verbosityText
-            + "</Verbosity><Date>2026-11-15T18:10:02.123</Date><Message>trunk &lt;down&gt;</Message>"
-              "<FieldList><Field>a&amp;b</Field><Field>second</Field></FieldList></LoggerMessage>",
-        "5.7"));
-    QVERIFY(msg.success);
-    const DiagnosticMessage& d = msg.diagnosticMessage;
-    QCOMPARE(d.tenantUuid, QStringLiteral("t-1"));
-    QCOMPARE(d.linkedId, QStringLiteral("l-1"));
-    QCOMPARE(d.uniqueId, QStringLiteral("c-1"));
-    QCOMPARE(d.messageId, QStringLiteral("m-1"));
-    QCOMPARE(int(d.verbosity), verbosity);
-    QCOMPARE(d.date, QDateTime(QDate(2026, 11, 15), QTime(18, 10, 2, 123)));
-    QCOMPARE(d.message, QStringLiteral("trunk <down>"));
-    QCOMPARE(d.fields, (QStringList {"a&b", "second"}));
-    QVERIFY(log.contains(QStringLiteral("diagnostic msg parsed ok")));
+    checkParseRow(&DiagnosticRespMsg::diagnosticMessage);
 }
 
 void TestServiceMessages::tenants_data()

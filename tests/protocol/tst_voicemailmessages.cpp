@@ -26,12 +26,6 @@ QString vmListDocument(const QString& messages, const QString& api = QStringLite
         QStringLiteral("<VoicemailMessageList>") + messages + QStringLiteral("</VoicemailMessageList>"), api);
 }
 
-// The element written as the body of a request.
-QString requestBody(const QString& document)
-{
-    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
-}
-
 } // namespace
 
 class TestVoicemailMessages : public QObject
