@@ -1,5 +1,8 @@
 #include "messagerecognizer.h"
 
+#include <QStringView>
+
+#include <algorithm>
 #include <climits>
 
 MessageRecognizer::MessageRecognizer(const QVector<Row>& rows)
@@ -22,9 +25,16 @@ MessageRecognizer::MessageRecognizer(const QVector<Row>& rows)
             m_maxNameLength = std::max(m_maxNameLength, int(needle.text.size()));
         }
     }
-    m_lengthUsed.fill(false, m_maxNameLength + 1);
-    for (const TagName& t : qAsConst(m_tags))
-        m_lengthUsed[t.name.size()] = true;
+    m_tagsByLength.resize(m_maxNameLength + 1);
+    for (int i = 0; i < m_tags.size(); ++i) {
+        const QString& name = m_tags.at(i).name;
+        if (name.isEmpty())
+            continue;
+        m_tagsByLength[name.size()].append(i);
+        const ushort first = name.at(0).unicode();
+        if (first < 256)
+            m_firstChar[first] = true;
+    }
 }
 
 QString MessageRecognizer::needleText(const Needle& needle)
@@ -42,10 +52,11 @@ QString MessageRecognizer::needleText(const Needle& needle)
 
 int MessageRecognizer::rowOfTag(const QChar* name, int length, bool selfClosed) const
 {
-    if (length > m_maxNameLength || !m_lengthUsed.at(length))
+    if (length <= 0 || length > m_maxNameLength)
         return INT_MAX;
-    for (const TagName& t : m_tags) {
-        if (t.name.size() == length && std::equal(name, name + length, t.name.constData()))
+    for (int index : m_tagsByLength.at(length)) {
+        const TagName& t = m_tags.at(index);
+        if (std::equal(name, name + length, t.name.constData()))
             return selfClosed ? t.emptyRow : t.openRow;
     }
     return INT_MAX;
@@ -55,21 +66,27 @@ int MessageRecognizer::recognize(const QString& xml) const
 {
     int best = INT_MAX;
     const QChar* const data = xml.constData();
+    const QStringView text(xml);
     const int size = xml.size();
     // An occurrence of "<name>" or "<name/>" begins at a '<' and ends at the
     // first '>' behind it, since no name holds '>'; names are short, so only
-    // a short window behind each '<' needs a look.
+    // a short window behind each '<' needs a look. The '<' themselves are
+    // found by the vectorised character search, and a '<' whose next
+    // character begins no name (closing tags, most of all) is passed over.
     const int window = m_maxNameLength + 2;
-    for (int i = 0; i < size; ++i) {
-        if (data[i] != QLatin1Char('<'))
+    for (int i = text.indexOf(QLatin1Char('<')); i >= 0 && best > 0; i = text.indexOf(QLatin1Char('<'), i + 1)) {
+        if (i + 1 >= size)
+            break;
+        const ushort first = data[i + 1].unicode();
+        if (first >= 256 || !m_firstChar[first])
             continue;
         const int limit = std::min(size, i + 1 + window);
-        for (int j = i + 1; j < limit; ++j) {
+        for (int j = i + 2; j < limit; ++j) {
             if (data[j] != QLatin1Char('>'))
                 continue;
             const int length = j - i - 1;
             best = std::min(best, rowOfTag(data + i + 1, length, false));
-            if (length > 0 && data[j - 1] == QLatin1Char('/'))
+            if (data[j - 1] == QLatin1Char('/'))
                 best = std::min(best, rowOfTag(data + i + 1, length - 1, true));
             break;
         }

@@ -47,5 +47,8 @@ private:
     QVector<TagName> m_tags;
     QVector<QPair<int, QString>> m_bareWords; // row, word; in row order
     int m_maxNameLength = 0;
-    QVector<bool> m_lengthUsed;
+    /// Indexes into m_tags by name length.
+    QVector<QVector<int>> m_tagsByLength;
+    /// Whether a name may begin with this character (Latin-1 only).
+    bool m_firstChar[256] = {};
 };

@@ -196,10 +196,13 @@ public:
     Q_INVOKABLE bool parkCall(const QString& uid);
     /// Joins the other parties of two calls.
     Q_INVOKABLE bool bridgeCalls(const QString& first, const QString& second);
-    /// Conference calls are not offered by the server; these do nothing.
+    /// Does nothing: the server offers no conference calls.
     Q_INVOKABLE void startConferenceCall();
+    /// Does nothing, as startConferenceCall().
     Q_INVOKABLE void hangupConferenceCall();
+    /// Does nothing, as startConferenceCall().
     Q_INVOKABLE void holdonConferenceCall();
+    /// Does nothing, as startConferenceCall().
     Q_INVOKABLE void retrieveConferenceCall();
 
     // ---- number functions (any thread) ----------------------------------
@@ -228,14 +231,21 @@ public:
 
     /// Dials `number` on the desk phone registered as `peer`.
     Q_INVOKABLE void phoneCommandMakeCall(const QString& number, const QString& peer);
+    /// Puts the phone's line `lineId` on hold.
     Q_INVOKABLE void phoneCommandPutOnHold(const QString& lineId);
+    /// Takes the line back from hold.
     Q_INVOKABLE void phoneCommandResumeFromHold(const QString& lineId);
     /// Sets the phone's unconditional forward to `number`.
     Q_INVOKABLE void phoneCommandUfwdSet(const QString& number, const QString& peer);
+    /// Clears the phone's unconditional forward.
     Q_INVOKABLE void phoneCommandUfwdUnset(const QString& peer);
+    /// Answers the call ringing on the line.
     Q_INVOKABLE void phoneCommandAnswerIncomingCall(const QString& lineId);
+    /// Ends the call on the line.
     Q_INVOKABLE void phoneCommandHangupCall(const QString& lineId);
+    /// Hands the call on the line over to `number` at once.
     Q_INVOKABLE void phoneCommandUnattendedTransfer(const QString& lineId, const QString& number);
+    /// Hands the call on the line over to `number` after a word with them.
     Q_INVOKABLE void phoneCommandAttendedTransfer(const QString& lineId, const QString& number);
     /// The answer comes as phoneEventDnd().
     Q_INVOKABLE void phoneCommandGetDndStatus();
@@ -293,6 +303,7 @@ public:
     // Requests for call-centre queues; all are queued and the answers arrive
     // as the queue signals.
 
+    /// The queues of the PBX.
     Q_INVOKABLE bool getQueueList();
     /// Live statistics of every queue (sigAllQueuesStatsReceived()).
     Q_INVOKABLE bool getAllQueuesStats();
@@ -308,17 +319,20 @@ public:
     Q_INVOKABLE bool getQueuePeriodicStats(const QStringList& queues, TELVIX::PeriodType period,
                                            const QDateTime& start, const QDateTime& end);
     /// One request per queue and operator account.
-    Q_INVOKABLE bool getQueueOperatorPeriodicStats(const QueueOperMap& queueOperators, TELVIX::PeriodType period,
-                                                   const QDateTime& start, const QDateTime& end);
+    Q_INVOKABLE bool getQueueOperatorPeriodicStats(const QueueOperMap& queueOperators,
+                                                   TELVIX::PeriodType period, const QDateTime& start,
+                                                   const QDateTime& end);
     /// Pauses (or resumes) every SIP account of `exten` (the user's own when
     /// empty) in `queue` (every queue when empty).
-    Q_INVOKABLE bool pauseQueues(bool pause, const QString& exten, const QString& reason, const QString& queue);
+    Q_INVOKABLE bool pauseQueues(bool pause, const QString& exten, const QString& reason,
+                                 const QString& queue);
     /// Pauses (or resumes) the given operator accounts; an empty list means
     /// the user on servers of API "5.2" and later.
     Q_INVOKABLE bool pauseOperators(bool pause, const QStringList& operators, const QString& reason,
                                     const QString& queue);
     /// A negative `penalty` is not sent.
     Q_INVOKABLE bool addQueueDynamicMember(const QString& queueId, const QString& operatorId, int penalty);
+    /// Takes a dynamic operator out of a queue.
     Q_INVOKABLE bool removeQueueDynamicMember(const QString& queueId, const QString& operatorId);
     /// Asks the server to build a call-centre report (sigCCReportSucceded()
     /// or sigCCReportFailure()).

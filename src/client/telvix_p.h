@@ -340,7 +340,8 @@ public:
     bool getQueueOperatorPeriodicStats(const QueueOperMap& queueOperators, TELVIX::PeriodType period,
                                        const QDateTime& start, const QDateTime& end);
     bool pauseQueues(bool pause, const QString& operatorExten, const QString& reason, const QString& queue);
-    bool pauseOperators(bool pause, const QStringList& operators, const QString& reason, const QString& queue);
+    bool pauseOperators(bool pause, const QStringList& operators, const QString& reason,
+                        const QString& queue);
     bool addQueueDynamicMember(const QString& queueId, const QString& operatorId, int penalty);
     bool removeQueueDynamicMember(const QString& queueId, const QString& operatorId);
     bool requestCCReport(TELVIX::PeriodType period, const QList<int>& attendedThresholds,

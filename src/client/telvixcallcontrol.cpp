@@ -13,8 +13,7 @@
 
 namespace {
 
-template <typename... Texts>
-QString logText(const char* pattern, const Texts&... texts)
+template <typename... Texts> QString logText(const char* pattern, const Texts&... texts)
 {
     return QString::fromLatin1(pattern).arg(texts...);
 }
@@ -36,7 +35,8 @@ bool Telvix::newCall(const QString& number, TELVIX::NumberOutgoingPrefix prefix,
     TELVIX_QUEUED(d->newCall(number, prefix, false));
 }
 
-bool Telvix::newCallToMobile(const QString& number, TELVIX::NumberOutgoingPrefix prefix, const QString& reserved)
+bool Telvix::newCallToMobile(const QString& number, TELVIX::NumberOutgoingPrefix prefix,
+                             const QString& reserved)
 {
     Q_UNUSED(reserved)
     TELVIX_QUEUED(d->newCall(number, prefix, true));
@@ -208,8 +208,8 @@ bool TelvixPrivate::redirectCall(const QString& uid, const QString& number)
     send(request);
     // The line names %4 twice: the called number stands in both places and
     // the account is not shown.
-    TLOG(1000) << logText("Redirect to number %1 sent for call with UID %2 from %3 to %4 on SIP account %4", number,
-                          leg->uid, leg->callerNum, leg->calledNum);
+    TLOG(1000) << logText("Redirect to number %1 sent for call with UID %2 from %3 to %4 on SIP account %4",
+                          number, leg->uid, leg->callerNum, leg->calledNum);
     return true;
 }
 
@@ -227,7 +227,8 @@ bool TelvixPrivate::redirectCallToMobile(const QString& uid)
     RedirectCallToMobileReqMsg request;
     request.channel = leg->remoteChannel;
     send(request);
-    TLOG(1000) << callLogLine("Transfer to mobile sent for call with UID %1 from %2 to %3 on SIP account %4", *leg);
+    TLOG(1000) << callLogLine("Transfer to mobile sent for call with UID %1 from %2 to %3 on SIP account %4",
+                              *leg);
     return true;
 }
 
@@ -274,11 +275,11 @@ bool TelvixPrivate::bridgeCalls(const QString& first, const QString& second)
     request.channel1 = leg1->remoteChannel;
     request.channel2 = leg2->remoteChannel;
     send(request);
-    TLOG(1000) << logText("Bridge calls sent for call1 with UID %1 and channel %9 (from %2 to %3 on SIP account %4) "
-                          "and call2 with UID %5 and channel %10 (from %6 to %7 on SIP account %8)",
-                          leg1->uid, leg1->callerNum, leg1->calledNum, leg1->sipAccount, leg2->uid,
-                          leg2->callerNum, leg2->calledNum, leg2->sipAccount, leg1->remoteChannel,
-                          leg2->remoteChannel);
+    TLOG(1000) << logText(
+        "Bridge calls sent for call1 with UID %1 and channel %9 (from %2 to %3 on SIP account %4) "
+        "and call2 with UID %5 and channel %10 (from %6 to %7 on SIP account %8)",
+        leg1->uid, leg1->callerNum, leg1->calledNum, leg1->sipAccount, leg2->uid, leg2->callerNum,
+        leg2->calledNum, leg2->sipAccount, leg1->remoteChannel, leg2->remoteChannel);
     return true;
 }
 
@@ -345,8 +346,9 @@ bool Telvix::isPhoneNum(const QString& number)
 
 bool Telvix::isMobileNum(const QString& number)
 {
-    static const QRegularExpression mobile(
-        QStringLiteral("^(\\+ %1 3|00 %1 3|3)").arg(TELVIX::LocalInternationalPrefix).remove(QLatin1Char(' ')));
+    static const QRegularExpression mobile(QStringLiteral("^(\\+ %1 3|00 %1 3|3)")
+                                               .arg(TELVIX::LocalInternationalPrefix)
+                                               .remove(QLatin1Char(' ')));
     const QString purified = withoutTypedPunctuation(number);
     return isPhoneNum(purified) && purified.size() > 5
         && mobile.match(purified, 0, QRegularExpression::NormalMatch, QRegularExpression::AnchoredMatchOption)

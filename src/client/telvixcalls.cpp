@@ -31,8 +31,7 @@ void dispatchEvent(const QString& xml, DispatchContext& ctx, Logger* logger, con
 
 const QString ClickToCallAccount = QStringLiteral("c2c");
 
-template <typename... Texts>
-QString logText(const char* pattern, const Texts&... texts)
+template <typename... Texts> QString logText(const char* pattern, const Texts&... texts)
 {
     return QString::fromLatin1(pattern).arg(texts...);
 }
@@ -43,20 +42,23 @@ QString logText(const char* pattern, const Texts&... texts)
 
 void TelvixPrivate::rowIncomingCall(const QString& xml, DispatchContext& ctx)
 {
-    dispatchEvent<IncomingCallEventMsg>(xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid incoming call msg received",
-                                        [this](const IncomingCallEventMsg& msg) { onIncomingCall(msg.event); });
+    dispatchEvent<IncomingCallEventMsg>(
+        xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid incoming call msg received",
+        [this](const IncomingCallEventMsg& msg) { onIncomingCall(msg.event); });
 }
 
 void TelvixPrivate::rowAnsweredCall(const QString& xml, DispatchContext& ctx)
 {
-    dispatchEvent<AnsweredCallEventMsg>(xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid answered call msg received",
-                                        [this](const AnsweredCallEventMsg& msg) { onAnsweredCall(msg.event); });
+    dispatchEvent<AnsweredCallEventMsg>(
+        xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid answered call msg received",
+        [this](const AnsweredCallEventMsg& msg) { onAnsweredCall(msg.event); });
 }
 
 void TelvixPrivate::rowFinishedCall(const QString& xml, DispatchContext& ctx)
 {
-    dispatchEvent<FinishedCallEventMsg>(xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid finished call msg received",
-                                        [this](const FinishedCallEventMsg& msg) { onFinishedCall(msg.event); });
+    dispatchEvent<FinishedCallEventMsg>(
+        xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid finished call msg received",
+        [this](const FinishedCallEventMsg& msg) { onFinishedCall(msg.event); });
 }
 
 void TelvixPrivate::rowOriginateCall(const QString& xml, DispatchContext& ctx)
@@ -74,7 +76,8 @@ void TelvixPrivate::rowMissedCall(const QString& xml, DispatchContext& ctx)
 
 void TelvixPrivate::rowColpUpdate(const QString& xml, DispatchContext& ctx)
 {
-    dispatchEvent<ColpUpdateEventMsg>(xml, ctx, logger, Q_FUNC_INFO, 1000, "Invalid COLP update call msg received",
+    dispatchEvent<ColpUpdateEventMsg>(xml, ctx, logger, Q_FUNC_INFO, 1000,
+                                      "Invalid COLP update call msg received",
                                       [this](const ColpUpdateEventMsg& msg) { onColpUpdate(msg.event); });
 }
 
@@ -144,8 +147,8 @@ void TelvixPrivate::onIncomingCall(const IncomingCallEvent& event)
 
     CallInfo* const leg = calls.insert(std::move(made));
     if (!leg) {
-        TLOG(100) << logText("Incoming call already exists: uid = %1; caller = %2; sipAccount = %3", event.uid,
-                                 caller, event.sipAccount);
+        TLOG(100) << logText("Incoming call already exists: uid = %1; caller = %2; sipAccount = %3",
+                             event.uid, caller, event.sipAccount);
         return;
     }
     TLOG(1000) << callLogLine("Incoming call %1 from %2 to %3 on SIP account %4", *leg);
@@ -171,8 +174,8 @@ void TelvixPrivate::onOriginateCall(const OriginateCallEvent& event)
 
     CallInfo* const leg = calls.insert(std::move(made));
     if (!leg) {
-        TLOG(100) << logText("Outgoing call already exists: uid = %1; caller = %2; sipAccount = %3", event.uid,
-                                 exten, event.sipAccount);
+        TLOG(100) << logText("Outgoing call already exists: uid = %1; caller = %2; sipAccount = %3",
+                             event.uid, exten, event.sipAccount);
         return;
     }
     TLOG(1000) << QStringLiteral("Originated call with UID %1 to %2 on SIP account %3")
@@ -189,7 +192,7 @@ void TelvixPrivate::onAnsweredCall(const AnsweredCallEvent& event)
     Q_Q(Telvix);
     if (!calls.contains(event.uid)) {
         TLOG(100) << logText("Answered call with an invalid call UID: uid = %1; sipAccount = %2", event.uid,
-                                 event.sipAccount);
+                             event.sipAccount);
         return;
     }
     CallInfo* const leg = calls.leg(event.uid, event.sipAccount);
@@ -230,7 +233,7 @@ void TelvixPrivate::onFinishedCall(const FinishedCallEvent& event)
     Q_Q(Telvix);
     if (!calls.contains(event.uid)) {
         TLOG(100) << logText("Finished call with an invalid call UID: uid = %1; sipAccount = %2", event.uid,
-                                 event.sipAccount);
+                             event.sipAccount);
         return;
     }
     const std::unique_ptr<CallInfo> taken = calls.take(event.uid, event.sipAccount);
@@ -281,7 +284,8 @@ void TelvixPrivate::onMissedCall(const MissedCallEvent& event)
         Q_EMIT q->sigMissedCall(event.uid, event.remoteNum);
     } else {
         qDebug().noquote() << Q_FUNC_INFO
-                           << QStringLiteral("Missed call %1 on SIP account %2 is not the last one. Not signaling")
+                           << QStringLiteral(
+                                  "Missed call %1 on SIP account %2 is not the last one. Not signaling")
                                   .arg(event.uid, event.sipAccount);
     }
 }
@@ -290,8 +294,8 @@ void TelvixPrivate::onColpUpdate(const ColpUpdateEvent& event)
 {
     Q_Q(Telvix);
     if (!calls.contains(event.uid)) {
-        TLOG(100) << logText("COLP update event with an invalid call UID: uid = %1; sipAccount = %2", event.uid,
-                                 event.sipAccount);
+        TLOG(100) << logText("COLP update event with an invalid call UID: uid = %1; sipAccount = %2",
+                             event.uid, event.sipAccount);
         return;
     }
     CallInfo* const leg = calls.leg(event.uid, event.sipAccount);
@@ -310,7 +314,7 @@ void TelvixPrivate::onCallLocalInfoUpdate(const CallLocalInfoUpdateEvent& event)
     Q_Q(Telvix);
     if (!calls.contains(event.uid)) {
         TLOG(100) << logText("CallLocalInfo update event with an invalid call UID: uid = %1; sipAccount = %2",
-                                 event.uid, event.sipAccount);
+                             event.uid, event.sipAccount);
         return;
     }
     CallInfo* const leg = calls.leg(event.uid, event.sipAccount);
@@ -352,7 +356,7 @@ void TelvixPrivate::onC2cOriginateCall(const C2COriginateEventMsg& event)
     CallInfo* const leg = calls.insert(std::move(made));
     if (!leg) {
         TLOG(100) << logText("Incoming ClickToCall already exists: uid = %1; caller = %2; sipAccount = %3",
-                                 event.uid, event.exten, ClickToCallAccount);
+                             event.uid, event.exten, ClickToCallAccount);
         return;
     }
     TLOG(1000) << callLogLine("Incoming ClickToCall %1 from %2 to %3 on SIP account %4", *leg);
@@ -365,7 +369,7 @@ void TelvixPrivate::onC2cFinishedCall(const C2CFinishedEventMsg& event)
     Q_Q(Telvix);
     if (!calls.contains(event.uid)) {
         TLOG(100) << logText("Finished ClickToCall with an invalid call UID: uid = %1; sipAccount = %2",
-                                 event.uid, ClickToCallAccount);
+                             event.uid, ClickToCallAccount);
         return;
     }
     const std::unique_ptr<CallInfo> taken = calls.take(event.uid, ClickToCallAccount);
@@ -426,7 +430,8 @@ QList<CallInfo> legs(Telvix* client, const QString& uid)
 int legCount(Telvix* client)
 {
     const TelvixPrivate* const d = TelvixPrivate::get(client);
-    return TelvixHop::blocking<int>(client, [d] { return d->calls.totalLegCount(); }, -1);
+    return TelvixHop::blocking<int>(
+        client, [d] { return d->calls.totalLegCount(); }, -1);
 }
 
 } // namespace CallTableTestHook

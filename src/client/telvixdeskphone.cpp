@@ -23,8 +23,8 @@ QString element(const QString& name, const QString& value)
 // A command on one line of the phone: <name><lineId>..</lineId>extra</name>.
 QString lineCommand(const QString& name, const QString& lineId, const QString& extra = QString())
 {
-    return PhoneCommandOpen + OPENTAG(name) + element(QStringLiteral("lineId"), lineId) + extra + CLOSETAG(name)
-        + PhoneCommandClose;
+    return PhoneCommandOpen + OPENTAG(name) + element(QStringLiteral("lineId"), lineId) + extra
+        + CLOSETAG(name) + PhoneCommandClose;
 }
 
 // An optional plus, then digits, star or pound. The two spellings are the
@@ -42,22 +42,22 @@ bool isForwardable(const QString& number)
 } // namespace
 
 // A refused command logs the same words to both logs and sends nothing.
-#define TELVIX_PHONE_REFUSE(items)                                                                            \
-    do {                                                                                                      \
-        Logger* const logger = d_func()->logger;                                                              \
-        TLOG(100) << items;                                                                                   \
-        qDebug() << items;                                                                                    \
+#define TELVIX_PHONE_REFUSE(items)                                                                           \
+    do {                                                                                                     \
+        Logger* const logger = d_func()->logger;                                                             \
+        TLOG(100) << items;                                                                                  \
+        qDebug() << items;                                                                                   \
     } while (false)
 
 bool TELVIX::isValidPhoneKey(const QString& key)
 {
     static const QStringList keys = {
-        PHONE_KEY_0,        PHONE_KEY_1,      PHONE_KEY_2,      PHONE_KEY_3,       PHONE_KEY_4,
-        PHONE_KEY_5,        PHONE_KEY_6,      PHONE_KEY_7,      PHONE_KEY_8,       PHONE_KEY_9,
-        PHONE_KEY_STAR,     PHONE_KEY_POUND,  PHONE_KEY_OK,     PHONE_KEY_ENTER,   PHONE_KEY_MUTE,
-        PHONE_KEY_X,        PHONE_KEY_REC,    PHONE_KEY_SPEAKER, PHONE_KEY_TRANSFER, PHONE_KEY_CANCEL,
-        PHONE_KEY_ANSWER,   PHONE_KEY_CALLEND, PHONE_KEY_HOOK_ON, PHONE_KEY_HOOK_OFF, PHONE_KEY_REDIAL,
-        PHONE_KEY_DND_ON,   PHONE_KEY_DND_OFF, PHONE_KEY_HEADSET, PHONE_KEY_HOLD,
+        PHONE_KEY_0,      PHONE_KEY_1,       PHONE_KEY_2,       PHONE_KEY_3,        PHONE_KEY_4,
+        PHONE_KEY_5,      PHONE_KEY_6,       PHONE_KEY_7,       PHONE_KEY_8,        PHONE_KEY_9,
+        PHONE_KEY_STAR,   PHONE_KEY_POUND,   PHONE_KEY_OK,      PHONE_KEY_ENTER,    PHONE_KEY_MUTE,
+        PHONE_KEY_X,      PHONE_KEY_REC,     PHONE_KEY_SPEAKER, PHONE_KEY_TRANSFER, PHONE_KEY_CANCEL,
+        PHONE_KEY_ANSWER, PHONE_KEY_CALLEND, PHONE_KEY_HOOK_ON, PHONE_KEY_HOOK_OFF, PHONE_KEY_REDIAL,
+        PHONE_KEY_DND_ON, PHONE_KEY_DND_OFF, PHONE_KEY_HEADSET, PHONE_KEY_HOLD,
     };
     return !key.isEmpty() && keys.contains(key, Qt::CaseSensitive);
 }
@@ -82,9 +82,9 @@ void Telvix::phoneCommandMakeCall(const QString& number, const QString& peer)
         TELVIX_PHONE_REFUSE("Invalid number to call:" << trimmed);
         return;
     }
-    sendPlainRequest(PhoneCommandOpen + element(QStringLiteral("Peer"), peer) + OPENTAG(QStringLiteral("makeCall"))
-                     + element(QStringLiteral("numberToCall"), trimmed) + CLOSETAG(QStringLiteral("makeCall"))
-                     + PhoneCommandClose);
+    sendPlainRequest(PhoneCommandOpen + element(QStringLiteral("Peer"), peer)
+                     + OPENTAG(QStringLiteral("makeCall")) + element(QStringLiteral("numberToCall"), trimmed)
+                     + CLOSETAG(QStringLiteral("makeCall")) + PhoneCommandClose);
 }
 
 void Telvix::phoneCommandPutOnHold(const QString& lineId)
@@ -151,7 +151,8 @@ void Telvix::phoneCommandUnattendedTransfer(const QString& lineId, const QString
         TELVIX_PHONE_REFUSE("Invalid number to transfer:" << trimmed);
         return;
     }
-    sendPlainRequest(lineCommand(QStringLiteral("unattendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
+    sendPlainRequest(
+        lineCommand(QStringLiteral("unattendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
 }
 
 void Telvix::phoneCommandAttendedTransfer(const QString& lineId, const QString& number)
@@ -165,7 +166,8 @@ void Telvix::phoneCommandAttendedTransfer(const QString& lineId, const QString& 
         TELVIX_PHONE_REFUSE("Invalid number to transfer:" << trimmed);
         return;
     }
-    sendPlainRequest(lineCommand(QStringLiteral("attendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
+    sendPlainRequest(
+        lineCommand(QStringLiteral("attendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
 }
 
 void Telvix::phoneCommandGetDndStatus()
@@ -240,8 +242,9 @@ void TelvixPrivate::handlePhoneEvent(const QString& xml)
     // the other party as a SIP URI.
     if (ApiText::below(serverApiVersion, "4.6")) {
         TLOG(1000) << "Received old phone event message, converting parameters...";
-        static const char* const oldEvents[] = {"incomingCall", "outgoingCall", "establishedCall", "endedCall",
-                                                "missedCall",   "holdCall",     "unholdCall",      "dnd"};
+        static const char* const oldEvents[]
+            = {"incomingCall", "outgoingCall", "establishedCall", "endedCall",
+               "missedCall",   "holdCall",     "unholdCall",      "dnd"};
         eventType.clear();
         for (const char* name : oldEvents) {
             if (xml.contains(OPENTAG(QLatin1String(name)))) {
@@ -255,7 +258,8 @@ void TelvixPrivate::handlePhoneEvent(const QString& xml)
         const QPair<QString, QString> nameNum = TELVIX::getNameNumPairFromUri(uri);
         remoteName = nameNum.first;
         remoteNum = nameNum.second;
-        dnd = text(xml, QStringLiteral("dnd")) == QLatin1String("on") ? QStringLiteral("1") : QStringLiteral("0");
+        dnd = text(xml, QStringLiteral("dnd")) == QLatin1String("on") ? QStringLiteral("1")
+                                                                      : QStringLiteral("0");
     }
 
     if (TELVIX::isNumAnonymous(remoteNum)) {

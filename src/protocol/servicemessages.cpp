@@ -146,6 +146,7 @@ const auto inCallServiceStatusFields = [](auto& status, const auto& visit, const
     visit(S_XMLTAG_CALL_SIP_ACCOUNT, status.sipAccount);
     visit(channelTag, status.channel);
     visit(S_XMLTAG_STATUS_TYPE, status.type);
+    // A missing or unreadable status keeps the record's 4.
     visit(S_XMLTAG_STATUS, as<Wire::NumberOrDefault>(status.status));
 };
 

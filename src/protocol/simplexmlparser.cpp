@@ -3,9 +3,14 @@
 #include <QMutexLocker>
 #include <QStringView>
 #include <QVarLengthArray>
+#include <QtAlgorithms>
 
 #include <climits>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // The lookups scan characters directly. Their rules were first written as
 // regular expressions and every message class depends on the exact results of
@@ -64,9 +69,99 @@ inline qsizetype searchOrigin(qsizetype offset, qsizetype length)
     return (offset < 0 || offset > length) ? -1 : offset;
 }
 
+// Tag names are short: an inline loop beats a call to memcmp.
 inline bool sameUnits(const QChar* a, const QChar* b, qsizetype count)
 {
-    return std::memcmp(a, b, size_t(count) * sizeof(QChar)) == 0;
+    for (qsizetype k = 0; k < count; ++k) {
+        if (a[k] != b[k])
+            return false;
+    }
+    return true;
+}
+
+// First i in [from, last) with d[i] == a and d[i + 1] == b; d[last] must be
+// readable. Markup has a "<" every few characters, so filtering on the name's
+// first character as well skips most of them eight units at a time.
+inline qsizetype findPair(const QChar* text, qsizetype from, qsizetype last, ushort a, ushort b)
+{
+    const ushort* d = reinterpret_cast<const ushort*>(text);
+    qsizetype i = from;
+#if defined(__SSE2__)
+    const __m128i va = _mm_set1_epi16(short(a));
+    const __m128i vb = _mm_set1_epi16(short(b));
+    auto hits = [&](qsizetype at) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at + 1));
+        return _mm_and_si128(_mm_cmpeq_epi16(x, va), _mm_cmpeq_epi16(y, vb));
+    };
+    for (; i + 16 <= last; i += 16) {
+        const uint mask = uint(_mm_movemask_epi8(_mm_packs_epi16(hits(i), hits(i + 8))));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask));
+    }
+    for (; i + 8 <= last; i += 8) {
+        const uint mask = uint(_mm_movemask_epi8(hits(i)));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
+    }
+#endif
+    for (; i < last; ++i) {
+        if (d[i] == a && d[i + 1] == b)
+            return i;
+    }
+    return -1;
+}
+
+// The same for three units; d[last + 1] must be readable.
+inline qsizetype findTriple(const QChar* text, qsizetype from, qsizetype last, ushort a, ushort b, ushort c)
+{
+    const ushort* d = reinterpret_cast<const ushort*>(text);
+    qsizetype i = from;
+#if defined(__SSE2__)
+    const __m128i va = _mm_set1_epi16(short(a));
+    const __m128i vb = _mm_set1_epi16(short(b));
+    const __m128i vc = _mm_set1_epi16(short(c));
+    auto hits = [&](qsizetype at) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at + 1));
+        const __m128i z = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at + 2));
+        return _mm_and_si128(_mm_and_si128(_mm_cmpeq_epi16(x, va), _mm_cmpeq_epi16(y, vb)), _mm_cmpeq_epi16(z, vc));
+    };
+    for (; i + 16 <= last; i += 16) {
+        const uint mask = uint(_mm_movemask_epi8(_mm_packs_epi16(hits(i), hits(i + 8))));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask));
+    }
+    for (; i + 8 <= last; i += 8) {
+        const uint mask = uint(_mm_movemask_epi8(hits(i)));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
+    }
+#endif
+    for (; i < last; ++i) {
+        if (d[i] == a && d[i + 1] == b && d[i + 2] == c)
+            return i;
+    }
+    return -1;
+}
+
+// First occurrence of `needle` (two units or more) in `hay` at or after `from`.
+qsizetype findText(QStringView hay, qsizetype from, QStringView needle)
+{
+    const qsizetype n = hay.size();
+    const qsizetype len = needle.size();
+    const QChar* d = hay.data();
+    const QChar* w = needle.data();
+    const qsizetype last = n - len; // no match starts past it
+    for (qsizetype i = from; i <= last; ++i) {
+        i = len >= 3 ? findTriple(d, i, last + 1, w[0].unicode(), w[1].unicode(), w[2].unicode())
+                     : findPair(d, i, last + 1, w[0].unicode(), w[1].unicode());
+        if (i < 0 || i > last)
+            return -1;
+        if (sameUnits(d + i, w, len))
+            return i;
+    }
+    return -1;
 }
 
 // A tag name with "<" and ">" removed; no copy unless there was one to remove.
@@ -75,7 +170,10 @@ class TagName
 public:
     explicit TagName(const QString& tag)
     {
-        if (tag.contains(QLatin1Char('<')) || tag.contains(QLatin1Char('>'))) {
+        bool angles = false;
+        for (const QChar c : tag)
+            angles = angles || c == QLatin1Char('<') || c == QLatin1Char('>');
+        if (angles) {
             m_stripped = tag;
             m_stripped.remove(QLatin1Char('<'));
             m_stripped.remove(QLatin1Char('>'));
@@ -98,14 +196,22 @@ qsizetype findOpening(QStringView xml, QStringView name, qsizetype from, EndsNam
     const qsizetype n = xml.size();
     const qsizetype nameLen = name.size();
     const QChar* d = xml.data();
-    qsizetype i = from;
-    while (i + nameLen + 2 <= n) {
-        i = xml.indexOf(QLatin1Char('<'), i);
-        if (i < 0 || i + nameLen + 2 > n)
+    // "<", the name and one more unit: no match can start past `last`.
+    const qsizetype last = n - nameLen - 2;
+    if (nameLen == 0) {
+        for (qsizetype i = from; i <= last; ++i) {
+            if (d[i] == QLatin1Char('<') && endsName(d[i + 1].unicode()))
+                return i;
+        }
+        return -1;
+    }
+    const ushort first = name.at(0).unicode();
+    for (qsizetype i = from; i <= last; ++i) {
+        i = findPair(d, i, last + 1, '<', first);
+        if (i < 0 || i > last)
             return -1;
-        if (endsName(d[i + 1 + nameLen].unicode()) && sameUnits(d + i + 1, name.data(), nameLen))
+        if (endsName(d[i + 1 + nameLen].unicode()) && sameUnits(d + i + 2, name.data() + 1, nameLen - 1))
             return i;
-        ++i;
     }
     return -1;
 }
@@ -137,15 +243,15 @@ qsizetype findClosing(QStringView xml, QStringView name, qsizetype from)
     const qsizetype n = xml.size();
     const qsizetype nameLen = name.size();
     const QChar* d = xml.data();
-    qsizetype i = from;
-    while (i + nameLen + 3 <= n) {
-        i = xml.indexOf(QLatin1Char('<'), i);
-        if (i < 0 || i + nameLen + 3 > n)
+    // "</", the name and ">": no match can start past `last`.
+    const qsizetype last = n - nameLen - 3;
+    for (qsizetype i = from; i <= last; ++i) {
+        i = nameLen > 0 ? findTriple(d, i, last + 1, '<', '/', name.at(0).unicode())
+                        : findPair(d, i, last + 1, '<', '/');
+        if (i < 0 || i > last)
             return -1;
-        if (d[i + 1].unicode() == '/' && d[i + 2 + nameLen].unicode() == '>'
-            && sameUnits(d + i + 2, name.data(), nameLen))
+        if (d[i + 2 + nameLen] == QLatin1Char('>') && sameUnits(d + i + 2, name.data(), nameLen))
             return i;
-        ++i;
     }
     return -1;
 }
@@ -298,13 +404,41 @@ qsizetype namedEntityAt(const QChar* d, qsizetype available, QChar& out)
     return 1;
 }
 
+// Index of the first "&" or U+FFFD, or n: most values hold neither.
+inline qsizetype findDecodable(const QChar* text, qsizetype n)
+{
+    const ushort* d = reinterpret_cast<const ushort*>(text);
+    qsizetype i = 0;
+#if defined(__SSE2__)
+    const __m128i amp = _mm_set1_epi16(short('&'));
+    const __m128i bad = _mm_set1_epi16(short(0xFFFD));
+    for (; i + 8 <= n; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
+        const uint mask = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
+    }
+#endif
+    for (; i < n; ++i) {
+        if (d[i] == '&' || d[i] == 0xFFFD)
+            return i;
+    }
+    return n;
+}
+
+// QList (Qt 5) only copies in: hand the string over without touching its
+// reference count.
+inline void appendTaken(QStringList& list, QString&& value)
+{
+    list.append(QString());
+    list.last().swap(value);
+}
+
 QString decodeView(QStringView s, const QString* original)
 {
     const qsizetype n = s.size();
     const QChar* d = s.data();
-    qsizetype first = 0;
-    while (first < n && d[first].unicode() != '&' && d[first].unicode() != 0xFFFD)
-        ++first;
+    const qsizetype first = findDecodable(d, n);
     if (first == n)
         return original ? *original : s.toString();
 
@@ -456,7 +590,15 @@ QMap<QString, QString> parseAttributes(QStringView raw)
     return properties;
 }
 
+void registerParserTypes()
+{
+    // parseErrorFound may cross threads through queued connections.
+    qRegisterMetaType<SimpleXmlParser::ParseErrorEnumType>("SimpleXmlParser::ParseErrorEnumType");
+}
+
 } // namespace
+
+Q_CONSTRUCTOR_FUNCTION(registerParserTypes)
 
 SimpleXmlParser::SimpleXmlParser(QObject* parent)
     : QObject(parent)
@@ -555,9 +697,10 @@ void SimpleXmlParser::syncRootTag()
 int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom)
 {
     const int length = bufferLength();
-    const int found = m_buffer.indexOf(needle, m_head + scanFrom);
+    const QStringView text = QStringView(m_buffer).mid(m_head);
+    const qsizetype found = findText(text, scanFrom, needle);
     if (found >= 0)
-        return found - m_head;
+        return int(found);
     scanFrom = qMax(scanFrom, qMax(0, length - needle.size() + 1));
     return -1;
 }
@@ -584,8 +727,8 @@ void SimpleXmlParser::deliver(const QString& message)
         break;
     case 3:
         enqueue(message);
-        Q_EMIT parsedMessage(message);
         Q_EMIT messageCompleted();
+        Q_EMIT parsedMessage(message);
         break;
     default:
         enqueue(message);
@@ -678,8 +821,8 @@ QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& ta
         if (at < 0)
             break;
         QStringView value;
-        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
-                                                                                   : QStringLiteral(""));
+        appendTaken(values, locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
+                                                                                         : QStringLiteral(""));
         from = at + 1;
     }
     return values;
@@ -695,8 +838,9 @@ QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QStr
         if (at < 0)
             break;
         QStringView value;
-        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? decodeView(value, nullptr)
-                                                                                   : QStringLiteral(""));
+        appendTaken(values, locateValue(xml, name.view(), at, value) == ValueKind::Found
+                                ? decodeView(value, nullptr)
+                                : QStringLiteral(""));
         from = at + 1;
     }
     return values;

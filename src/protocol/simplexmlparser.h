@@ -42,9 +42,9 @@ public:
     void emptyBuffer();
 
     static QString getTagValue(const QString& xml, const QString& tag, int startPos = 0,
-                               const QString& defaultValue = QString(""));
+                               const QString& defaultValue = QStringLiteral(""));
     static QString getDecodedTagValue(const QString& xml, const QString& tag, int startPos = 0,
-                                      const QString& defaultValue = QString(""));
+                                      const QString& defaultValue = QStringLiteral(""));
     static QStringList getTagsValues(const QString& xml, const QString& tag);
     static QStringList getDecodedTagsValues(const QString& xml, const QString& tag);
     static QMap<QString, QString> getTagProperties(const QString& xml, const QString& tag, int startPos = 0);

@@ -53,8 +53,8 @@ private Q_SLOTS:
     void secondLegOnTheSameAccountIsRefused();
     void eventsThatMatchNoLegAreRefused_data();
     void eventsThatMatchNoLegAreRefused();
-    void invalidEventsAreLoggedAndStillAcknowledged_data();
-    void invalidEventsAreLoggedAndStillAcknowledged();
+    void invalidEventsAreLoggedAndNotAcknowledged_data();
+    void invalidEventsAreLoggedAndNotAcknowledged();
     void oldServerTurnsUnansweredLegIntoMissedCall_data();
     void oldServerTurnsUnansweredLegIntoMissedCall();
     void answerTellsWhichSideAnswered_data();
@@ -92,7 +92,7 @@ void TestCalls::callOnDeskAndSoftphoneInDesktopMode()
     QCOMPARE(ringingText.count(), 0);
     QCOMPARE(ringing.at(0).at(0).value<IncomingCallEvent>().sipAccount, Desk);
     QCOMPARE(ringing.at(1).at(0).value<IncomingCallEvent>().sipAccount, Soft);
-    QCOMPARE(accountsByUid(client), (Accounts{{"u1", {Desk, Soft}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"u1", {Desk, Soft}}}));
     QVERIFY(log.contains(1000, "Incoming call u1 from 0512345678 to 200 on SIP account 200-soft"));
 
     QVERIFY(app.deliver(answered("u1", Soft, SoftChannel, TrunkChannel, "0512345678", "1")));
@@ -109,7 +109,7 @@ void TestCalls::callOnDeskAndSoftphoneInDesktopMode()
     // The desk phone stops ringing first, then the conversation ends.
     QVERIFY(app.deliver(finished("u1", Desk, DeskChannel, "0512345678")));
     QCOMPARE(finishedSpy.count(), 1);
-    QCOMPARE(accountsByUid(client), (Accounts{{"u1", {Soft}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"u1", {Soft}}}));
     QVERIFY(app.deliver(finished("u1", Soft, SoftChannel, "0512345678", true)));
     QCOMPARE(finishedSpy.count(), 2);
     QCOMPARE(finishedSpy.at(1).at(0).value<FinishedCallEvent>().sipAccount, Soft);
@@ -129,7 +129,7 @@ void TestCalls::callOnDeskAndSoftphoneInMobileMode_data()
 void TestCalls::callOnDeskAndSoftphoneInMobileMode()
 {
     QFETCH(int, mode);
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy ringing(client, incomingRecord), ringingText(client, incomingText);
@@ -143,21 +143,21 @@ void TestCalls::callOnDeskAndSoftphoneInMobileMode()
     QVERIFY(app.deliver(incoming("u1", Soft, "0512345678", SoftChannel, TrunkChannel, "Bob", isC2c)));
     QCOMPARE(ringing.count(), 0);
     QCOMPARE(ringingText.count(), 1);
-    QCOMPARE(ringingText.at(0), (QVariantList{"u1", "0512345678", "200", true}));
+    QCOMPARE(ringingText.at(0), (QVariantList {"u1", "0512345678", "200", true}));
 
     QVERIFY(app.deliver(answered("u1", Desk, DeskChannel, TrunkChannel, "0512345678", "1")));
     QCOMPARE(answeredSpy.count(), 0);
     QCOMPARE(answeredTxt.count(), 1);
-    QCOMPARE(answeredTxt.at(0), (QVariantList{"u1", "0512345678", "200"}));
+    QCOMPARE(answeredTxt.at(0), (QVariantList {"u1", "0512345678", "200"}));
 
     QVERIFY(app.deliver(finished("u1", Soft, SoftChannel, "0512345678")));
     QCOMPARE(finishedTxt.count(), 0);
-    QCOMPARE(accountsByUid(client), (Accounts{{"u1", {Desk}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"u1", {Desk}}}));
     QVERIFY(!qtLog.contains("Finished call on every account."));
 
     QVERIFY(app.deliver(finished("u1", Desk, DeskChannel, "0512345678", true)));
     QCOMPARE(finishedTxt.count(), 1);
-    QCOMPARE(finishedTxt.at(0), (QVariantList{"u1", "0512345678", "200", false}));
+    QCOMPARE(finishedTxt.at(0), (QVariantList {"u1", "0512345678", "200", false}));
     QCOMPARE(finishedSpy.count(), 0);
     QVERIFY(qtLog.contains("Finished call on every account. Now signaling to client"));
     QCOMPARE(legCount(client), 0);
@@ -177,9 +177,10 @@ void TestCalls::outgoingCallOnTwoAccounts()
     QFETCH(int, mode);
     QFETCH(int, records);
     QFETCH(int, starting);
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
-    QSignalSpy outgoing(app.client(), &Telvix::sigOutgoingCall), startingCall(app.client(), &Telvix::sigStartingCall);
+    QSignalSpy outgoing(app.client(), &Telvix::sigOutgoingCall),
+        startingCall(app.client(), &Telvix::sigStartingCall);
     LogbusCapture log;
 
     QVERIFY(app.deliver(originate("o1", Desk, "0513334444", DeskChannel)));
@@ -187,7 +188,7 @@ void TestCalls::outgoingCallOnTwoAccounts()
     QCOMPARE(outgoing.count(), records);
     QCOMPARE(startingCall.count(), starting);
     if (starting)
-        QCOMPARE(startingCall.at(0), (QVariantList{"o1", "200", "0513334444"}));
+        QCOMPARE(startingCall.at(0), (QVariantList {"o1", "200", "0513334444"}));
     QVERIFY(log.contains(1000, "Originated call with UID o1 to 0513334444 on SIP account 200-soft"));
     const QList<CallInfo> placed = legs(app.client(), "o1");
     QCOMPARE(placed.size(), 2);
@@ -213,7 +214,8 @@ void TestCalls::secondLegOnTheSameAccountIsRefused()
 
     QVERIFY(app.deliver(incoming("u1", Desk, "0511111111", DeskChannel, TrunkChannel)));
     QVERIFY(app.deliver(incoming("u1", Desk, "0522222222", "SIP/other-1", "SIP/other-2")));
-    QVERIFY(log.contains(100, "Incoming call already exists: uid = u1; caller = 0522222222; sipAccount = 200-desk"));
+    QVERIFY(log.contains(
+        100, "Incoming call already exists: uid = u1; caller = 0522222222; sipAccount = 200-desk"));
     QCOMPARE(ringing.count(), 1);
     const QList<CallInfo> kept = legs(app.client(), "u1");
     QCOMPARE(kept.size(), 1);
@@ -235,24 +237,27 @@ void TestCalls::eventsThatMatchNoLegAreRefused_data()
         << "Answered call with an invalid call UID: uid = u9; sipAccount = 200-soft";
     QTest::newRow("answered, unknown account")
         << answered("u1", Soft, SoftChannel, TrunkChannel, "051") << "Answered call: cannot find SIP account";
-    QTest::newRow("finished, unknown uid") << finished("u9", Desk, DeskChannel, "051")
-                                           << "Finished call with an invalid call UID: uid = u9; sipAccount = 200-desk";
+    QTest::newRow("finished, unknown uid")
+        << finished("u9", Desk, DeskChannel, "051")
+        << "Finished call with an invalid call UID: uid = u9; sipAccount = 200-desk";
     QTest::newRow("finished, unknown account")
         << finished("u1", Soft, SoftChannel, "051") << "Finished call: cannot find SIP account";
-    QTest::newRow("colp, unknown uid") << colp("u9", Desk, "052", "Carol", "SIP/x")
-                                       << "COLP update event with an invalid call UID: uid = u9; sipAccount = 200-desk";
+    QTest::newRow("colp, unknown uid")
+        << colp("u9", Desk, "052", "Carol", "SIP/x")
+        << "COLP update event with an invalid call UID: uid = u9; sipAccount = 200-desk";
     QTest::newRow("colp, unknown account")
         << colp("u1", Soft, "052", "Carol", "SIP/x") << "COLP update event: cannot find SIP account";
     QTest::newRow("local info, unknown uid")
         << localInfo("u9", Desk, DeskChannel, "SIP/new")
         << "CallLocalInfo update event with an invalid call UID: uid = u9; sipAccount = 200-desk";
-    QTest::newRow("local info, unknown account")
-        << localInfo("u1", Soft, SoftChannel, "SIP/new") << "CallLocalInfo update event: cannot find SIP account";
+    QTest::newRow("local info, unknown account") << localInfo("u1", Soft, SoftChannel, "SIP/new")
+                                                 << "CallLocalInfo update event: cannot find SIP account";
     QTest::newRow("local info, another old channel")
         << localInfo("u1", Desk, "SIP/elsewhere", "SIP/new")
         << "CallLocalInfo update event: local channel doens't match with old one";
     QTest::newRow("click-to-call end, unknown uid")
-        << c2cFinished("u9", "200", "Local/200") << "Finished ClickToCall with an invalid call UID: uid = u9; sipAccount = c2c";
+        << c2cFinished("u9", "200", "Local/200")
+        << "Finished ClickToCall with an invalid call UID: uid = u9; sipAccount = c2c";
     QTest::newRow("click-to-call end, no c2c leg")
         << c2cFinished("u1", "200", "Local/200") << "Finished ClickToCall: cannot find SIP account";
 }
@@ -273,12 +278,14 @@ void TestCalls::eventsThatMatchNoLegAreRefused()
 
     QVERIFY(app.deliver(body));
     QVERIFY2(log.contains(100, words), qPrintable(log.texts().join('\n')));
-    QCOMPARE(answeredSpy.count() + finishedSpy.count() + colpSpy.count() + localInfoSpy.count() + c2cEnd.count(), 0);
+    QCOMPARE(answeredSpy.count() + finishedSpy.count() + colpSpy.count() + localInfoSpy.count()
+                 + c2cEnd.count(),
+             0);
     QCOMPARE(legs(client, "u1"), before);
     QCOMPARE(legCount(client), 1);
 }
 
-void TestCalls::invalidEventsAreLoggedAndStillAcknowledged_data()
+void TestCalls::invalidEventsAreLoggedAndNotAcknowledged_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<int>("priority");
@@ -289,16 +296,20 @@ void TestCalls::invalidEventsAreLoggedAndStillAcknowledged_data()
     QTest::newRow("originate") << "OriginateCall" << 1000 << "Invalid originate call msg received";
     QTest::newRow("missed") << "MissedCall" << 1000 << "Invalid missed call msg received";
     QTest::newRow("colp") << "ColpUpdate" << 1000 << "Invalid COLP update call msg received";
-    QTest::newRow("local info") << "CallLocalInfoUpdate" << 1000 << "Invalid CallLocalInfo update call msg received";
-    QTest::newRow("transfer canceled") << "InlineAtxferCanceled" << 100 << "Invalid TransferCanceled call msg received";
-    QTest::newRow("transfer started") << "InlineAtxferStarted" << 50 << "Invalid TransferStarted call msg received";
-    QTest::newRow("transfer completed") << "InlineAtxferCompleted" << 50
-                                        << "Invalid TransferCompleted call msg received";
-    QTest::newRow("c2c originate") << "C2cOriginate" << 1000 << "Invalid C2C originate event message received";
+    QTest::newRow("local info") << "CallLocalInfoUpdate" << 1000
+                                << "Invalid CallLocalInfo update call msg received";
+    QTest::newRow("transfer canceled")
+        << "InlineAtxferCanceled" << 100 << "Invalid TransferCanceled call msg received";
+    QTest::newRow("transfer started")
+        << "InlineAtxferStarted" << 50 << "Invalid TransferStarted call msg received";
+    QTest::newRow("transfer completed")
+        << "InlineAtxferCompleted" << 50 << "Invalid TransferCompleted call msg received";
+    QTest::newRow("c2c originate") << "C2cOriginate" << 1000
+                                   << "Invalid C2C originate event message received";
     QTest::newRow("c2c finished") << "C2cFinished" << 1000 << "Invalid C2C finished event message received";
 }
 
-void TestCalls::invalidEventsAreLoggedAndStillAcknowledged()
+void TestCalls::invalidEventsAreLoggedAndNotAcknowledged()
 {
     QFETCH(QString, element);
     QFETCH(int, priority);
@@ -306,11 +317,15 @@ void TestCalls::invalidEventsAreLoggedAndStillAcknowledged()
     LoggedInClient app(TELVIX::AppModeSrntMobile);
     QVERIFY(app.start());
     LogbusCapture log;
-    // Everything but the mandatory uid.
-    const QString body = QLatin1Char('<') + element + QLatin1Char('>') + CallEvents::element("SipAccount", Desk)
-        + CallEvents::element("LocalChannel", DeskChannel) + QLatin1String("</") + element + QLatin1Char('>');
-    QVERIFY(app.deliver(body));
+    // Everything but the mandatory uid. Such a message comes back from its
+    // parser without an id: there is nothing to acknowledge.
+    const QString body = QLatin1Char('<') + element + QLatin1Char('>')
+        + CallEvents::element("SipAccount", Desk) + CallEvents::element("LocalChannel", DeskChannel)
+        + QLatin1String("</") + element + QLatin1Char('>');
+    QString uuid;
+    QVERIFY(app.deliverThenProbe(body, &uuid));
     QVERIFY(log.contains(priority, words));
+    QVERIFY(!app.acknowledged(uuid));
     QCOMPARE(legCount(app.client()), 0);
 }
 
@@ -324,7 +339,7 @@ void TestCalls::oldServerTurnsUnansweredLegIntoMissedCall_data()
 void TestCalls::oldServerTurnsUnansweredLegIntoMissedCall()
 {
     QFETCH(int, mode);
-    LoggedInClient app{TELVIX::AppMode(mode), QStringLiteral("4.2")};
+    LoggedInClient app {TELVIX::AppMode(mode), QStringLiteral("4.2")};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy missedSpy(client, missedRecord);
@@ -413,7 +428,7 @@ void TestCalls::oldServerIsAskedForTheCallerOnAnswer()
     QFETCH(QString, api);
     QFETCH(int, mode);
     QFETCH(bool, asks);
-    LoggedInClient app{TELVIX::AppMode(mode), api};
+    LoggedInClient app {TELVIX::AppMode(mode), api};
     QVERIFY(app.start());
     QVERIFY(app.deliver(incoming("u1", Desk, "0511111111", DeskChannel, TrunkChannel)));
     QVERIFY(app.deliver(answered("u1", Desk, DeskChannel, TrunkChannel, "0511111111")));
@@ -443,7 +458,7 @@ void TestCalls::mobileMissedCallWaitsForTheLastLeg()
     QVERIFY(app.deliver(finished("u1", Soft, SoftChannel, "0511111111")));
     QVERIFY(app.deliver(missed("u1", Soft, SoftChannel, "0511111111")));
     QCOMPARE(missedTxt.count(), 1);
-    QCOMPARE(missedTxt.at(0), (QVariantList{"u1", "0511111111"}));
+    QCOMPARE(missedTxt.at(0), (QVariantList {"u1", "0511111111"}));
     QVERIFY(qtLog.contains("Missed call u1 on SIP account 200-soft is the last one. Emit signal!"));
     QVERIFY(log.contains(1000, "Missed call u1 on SIP account 200-soft"));
     QCOMPARE(missedSpy.count(), 0);
@@ -465,7 +480,7 @@ void TestCalls::colpUpdateChangesTheOtherParty()
     QFETCH(int, mode);
     QFETCH(bool, outgoingLeg);
     QFETCH(int, expectedSignals);
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     QSignalSpy colpSpy(app.client(), &Telvix::sigColpUpdate);
     LogbusCapture log;
@@ -480,8 +495,10 @@ void TestCalls::colpUpdateChangesTheOtherParty()
     QCOMPARE(stored.getPeerNum(), QStringLiteral("0533333333"));
     QCOMPARE(outgoingLeg ? stored.calledName : stored.callerName, QStringLiteral("Carol"));
     QCOMPARE(outgoingLeg ? stored.callerNum : stored.calledNum, QStringLiteral("200"));
-    QVERIFY(log.contains(1000, outgoingLeg ? "COLP update for call u1 from 200 to 0533333333 on SIP account 200-desk"
-                                           : "COLP update for call u1 from 0533333333 to 200 on SIP account 200-desk"));
+    QVERIFY(log.contains(1000,
+                         outgoingLeg
+                             ? "COLP update for call u1 from 200 to 0533333333 on SIP account 200-desk"
+                             : "COLP update for call u1 from 0533333333 to 200 on SIP account 200-desk"));
 }
 
 void TestCalls::localChannelMoves_data()
@@ -497,7 +514,7 @@ void TestCalls::localChannelMoves()
 {
     QFETCH(int, mode);
     QFETCH(bool, raised);
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     QSignalSpy moved(app.client(), &Telvix::sigCallLocalInfoUpdate);
     LogbusCapture log;
@@ -506,8 +523,9 @@ void TestCalls::localChannelMoves()
     QVERIFY(app.deliver(localInfo("u1", Desk, DeskChannel, "SIP/200-desk-00000077")));
     QCOMPARE(moved.count(), raised ? 1 : 0);
     QCOMPARE(legs(app.client(), "u1").value(0).localChannel, QStringLiteral("SIP/200-desk-00000077"));
-    QVERIFY(log.contains(1000, "CallLocalInfo update for call u1 from 0511111111 to 200 on SIP account 200-desk => "
-                               "new localChannel is SIP/200-desk-00000077"));
+    QVERIFY(log.contains(1000,
+                         "CallLocalInfo update for call u1 from 0511111111 to 200 on SIP account 200-desk => "
+                         "new localChannel is SIP/200-desk-00000077"));
 
     // The old channel is the stored one no more.
     QVERIFY(app.deliver(localInfo("u1", Desk, DeskChannel, "SIP/200-desk-00000099")));
@@ -526,7 +544,7 @@ void TestCalls::clickToCall()
 {
     QFETCH(int, mode);
     const bool mobile = Telvix::appModeIsMobile(TELVIX::AppMode(mode));
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
     QSignalSpy started(client, &Telvix::sigC2cOriginate), ended(client, &Telvix::sigC2cFinished);
@@ -535,7 +553,7 @@ void TestCalls::clickToCall()
     LogbusCapture log;
 
     QVERIFY(app.deliver(c2cOriginate("k1", "200", "Local/200@c2c-0001", "0512222222", "c2c")));
-    QCOMPARE(accountsByUid(client), (Accounts{{"k1", {"c2c"}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"k1", {"c2c"}}}));
     const CallInfo stored = legs(client, "k1").value(0);
     QVERIFY(stored.isC2c);
     QCOMPARE(stored.direction, int(CallInfo::DirectionOutgoing));
@@ -544,18 +562,19 @@ void TestCalls::clickToCall()
     QCOMPARE(stored.localChannel, QStringLiteral("Local/200@c2c-0001"));
     QCOMPARE(started.count(), mobile ? 1 : 0);
     if (mobile)
-        QCOMPARE(started.at(0), (QVariantList{"k1", "0512222222", "c2c"}));
+        QCOMPARE(started.at(0), (QVariantList {"k1", "0512222222", "c2c"}));
     QVERIFY(log.contains(1000, "Incoming ClickToCall k1 from 200 to 0512222222 on SIP account c2c"));
 
     QVERIFY(app.deliver(c2cOriginate("k1", "200", "Local/200@c2c-0001", "0512222222", "c2c")));
-    QVERIFY(log.contains(100, "Incoming ClickToCall already exists: uid = k1; caller = 200; sipAccount = c2c"));
+    QVERIFY(
+        log.contains(100, "Incoming ClickToCall already exists: uid = k1; caller = 200; sipAccount = c2c"));
     QCOMPARE(started.count(), mobile ? 1 : 0);
 
     // The desk phone that picks up the click-to-call is a leg of its own.
     QVERIFY(app.deliver(originate("k1", Desk, "0512222222", DeskChannel)));
     QVERIFY(app.deliver(c2cFinished("k1", "200", "Local/200@c2c-0001")));
     QCOMPARE(ended.count(), 0);
-    QCOMPARE(accountsByUid(client), (Accounts{{"k1", {Desk}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"k1", {Desk}}}));
     QVERIFY(app.deliver(finished("k1", Desk, DeskChannel, "0512222222", true)));
     QCOMPARE(legCount(client), 0);
 
@@ -584,26 +603,29 @@ void TestCalls::transfersReachOnlyMobileModes()
 {
     QFETCH(int, mode);
     const int expected = Telvix::appModeIsMobile(TELVIX::AppMode(mode)) ? 1 : 0;
-    LoggedInClient app{TELVIX::AppMode(mode)};
+    LoggedInClient app {TELVIX::AppMode(mode)};
     QVERIFY(app.start());
     Telvix* client = app.client();
-    QSignalSpy started(client, &Telvix::sigCallTransferStarted), completed(client, &Telvix::sigCallTransferCompleted);
+    QSignalSpy started(client, &Telvix::sigCallTransferStarted),
+        completed(client, &Telvix::sigCallTransferCompleted);
     QSignalSpy canceled(client, &Telvix::sigCallTransferCanceled);
 
     QVERIFY(app.deliver(incoming("u1", Desk, "0511111111", DeskChannel, TrunkChannel)));
     const QList<CallInfo> before = legs(client, "u1");
 
     // The user hands the caller over to extension 201, then tries again.
-    QVERIFY(app.deliver(wrap("InlineAtxferStarted", leg("u1", Desk, DeskChannel) + element("CalledNum", "201"))));
+    QVERIFY(
+        app.deliver(wrap("InlineAtxferStarted", leg("u1", Desk, DeskChannel) + element("CalledNum", "201"))));
     QVERIFY(app.deliver(wrap("InlineAtxferCanceled", element("Uid", "u1") + element("Reason", "busy"))));
-    QVERIFY(app.deliver(wrap("InlineAtxferStarted", leg("u1", Desk, DeskChannel) + element("CalledNum", "202"))));
+    QVERIFY(
+        app.deliver(wrap("InlineAtxferStarted", leg("u1", Desk, DeskChannel) + element("CalledNum", "202"))));
     QVERIFY(app.deliver(wrap("InlineAtxferCompleted", leg("u1", Desk, DeskChannel))));
     QCOMPARE(started.count(), 2 * expected);
     QCOMPARE(canceled.count(), expected);
     QCOMPARE(completed.count(), expected);
     if (expected) {
         QCOMPARE(started.at(1).at(0).value<TransferStartedCallEvent>().calledNum, QStringLiteral("202"));
-        QCOMPARE(canceled.at(0), (QVariantList{"u1", "busy"}));
+        QCOMPARE(canceled.at(0), (QVariantList {"u1", "busy"}));
         QCOMPARE(completed.at(0).at(0).value<TransferCompletedCallEvent>().sipAccount, Desk);
     }
     QCOMPARE(legs(client, "u1"), before);
@@ -617,7 +639,8 @@ void TestCalls::incomingCallerLosesTheOutboundPrefix()
     LoggedInClient app(TELVIX::AppModeSrntMobile);
     QVERIFY(app.start());
     QSignalSpy ringingText(app.client(), incomingText);
-    QVERIFY(app.deliver("<Services><NumberingPlan><outboundPrefix>9</outboundPrefix></NumberingPlan></Services>"));
+    QVERIFY(app.deliver(
+        "<Services><NumberingPlan><outboundPrefix>9</outboundPrefix></NumberingPlan></Services>"));
 
     QVERIFY(app.deliver(incoming("u1", Desk, "90511111111", DeskChannel, TrunkChannel)));
     QCOMPARE(ringingText.count(), 1);
@@ -673,7 +696,7 @@ void TestCalls::legsOfAVanishedSessionStayUntilTheClientEnds()
     app.server().disconnectClient(app.connection());
     QVERIFY(gone.wait(10000));
     QCOMPARE(legCount(client), 3);
-    QCOMPARE(accountsByUid(client), (Accounts{{"u1", {Desk, Soft}}, {"k1", {"c2c"}}}));
+    QCOMPARE(accountsByUid(client), (Accounts {{"u1", {Desk, Soft}}, {"k1", {"c2c"}}}));
 }
 
 QTEST_GUILESS_MAIN(TestCalls)

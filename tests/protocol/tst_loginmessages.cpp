@@ -38,11 +38,6 @@ QString oldAnswer(const QString& exten)
 }
 
 // The part between <Request> and </Request> of a written request.
-QString requestBody(const QString& document)
-{
-    return SimpleXmlParser::getTagValue(document, QStringLiteral("Request"));
-}
-
 // Names of the child elements of the first `parent` element, in document order.
 QStringList childNames(const QString& xml, const QString& parent)
 {

@@ -28,9 +28,10 @@ inline QString incoming(const QString& uid, const QString& account, const QStrin
                         const QString& localChannel, const QString& remoteChannel,
                         const QString& remoteName = QStringLiteral("Bob"), const QString& extra = QString())
 {
-    return wrap("IncomingCall", leg(uid, account, localChannel) + element("RemoteChannel", remoteChannel)
-                                    + element("Remote", remote) + element("RemoteName", remoteName)
-                                    + element("CalledNum", QStringLiteral("200")) + extra);
+    return wrap("IncomingCall",
+                leg(uid, account, localChannel) + element("RemoteChannel", remoteChannel)
+                    + element("Remote", remote) + element("RemoteName", remoteName)
+                    + element("CalledNum", QStringLiteral("200")) + extra);
 }
 
 inline QString originate(const QString& uid, const QString& account, const QString& called,
@@ -41,7 +42,8 @@ inline QString originate(const QString& uid, const QString& account, const QStri
 
 /// `localAnswer` empty leaves the element out, as older servers do.
 inline QString answered(const QString& uid, const QString& account, const QString& localChannel,
-                        const QString& remoteChannel, const QString& remote, const QString& localAnswer = QString())
+                        const QString& remoteChannel, const QString& remote,
+                        const QString& localAnswer = QString())
 {
     QString body = leg(uid, account, localChannel) + element("RemoteChannel", remoteChannel)
         + element("Remote", remote) + element("RemoteName", QStringLiteral("Bob"));
@@ -53,44 +55,49 @@ inline QString answered(const QString& uid, const QString& account, const QStrin
 inline QString finished(const QString& uid, const QString& account, const QString& localChannel,
                         const QString& remote, bool localHangup = false)
 {
-    return wrap("FinishedCall", leg(uid, account, localChannel) + element("Remote", remote)
-                                    + element("RemoteName", QStringLiteral("Bob"))
-                                    + element("Reason", QStringLiteral("normal"))
-                                    + element("LocalHangup", localHangup ? QStringLiteral("1") : QStringLiteral("0")));
+    return wrap("FinishedCall",
+                leg(uid, account, localChannel) + element("Remote", remote)
+                    + element("RemoteName", QStringLiteral("Bob"))
+                    + element("Reason", QStringLiteral("normal"))
+                    + element("LocalHangup", localHangup ? QStringLiteral("1") : QStringLiteral("0")));
 }
 
 inline QString missed(const QString& uid, const QString& account, const QString& localChannel,
                       const QString& remote)
 {
-    return wrap("MissedCall", leg(uid, account, localChannel) + element("Remote", remote)
-                                  + element("RemoteName", QStringLiteral("Bob")));
+    return wrap("MissedCall",
+                leg(uid, account, localChannel) + element("Remote", remote)
+                    + element("RemoteName", QStringLiteral("Bob")));
 }
 
 inline QString colp(const QString& uid, const QString& account, const QString& remote, const QString& name,
                     const QString& remoteChannel)
 {
-    return wrap("ColpUpdate", leg(uid, account, QString()) + element("RemoteChannel", remoteChannel)
-                                  + element("Remote", remote) + element("RemoteName", name));
+    return wrap("ColpUpdate",
+                leg(uid, account, QString()) + element("RemoteChannel", remoteChannel)
+                    + element("Remote", remote) + element("RemoteName", name));
 }
 
 inline QString localInfo(const QString& uid, const QString& account, const QString& oldChannel,
                          const QString& newChannel)
 {
-    return wrap("CallLocalInfoUpdate", element("Uid", uid) + element("SipAccount", account)
-                                           + element("OldLocalChannel", oldChannel)
-                                           + element("NewLocalChannel", newChannel));
+    return wrap("CallLocalInfoUpdate",
+                element("Uid", uid) + element("SipAccount", account) + element("OldLocalChannel", oldChannel)
+                    + element("NewLocalChannel", newChannel));
 }
 
-inline QString c2cOriginate(const QString& uid, const QString& exten, const QString& channel, const QString& to,
-                            const QString& type)
+inline QString c2cOriginate(const QString& uid, const QString& exten, const QString& channel,
+                            const QString& to, const QString& type)
 {
-    return wrap("C2cOriginate", element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel)
-                                    + element("ToNumber", to) + element("Type", type));
+    return wrap("C2cOriginate",
+                element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel)
+                    + element("ToNumber", to) + element("Type", type));
 }
 
 inline QString c2cFinished(const QString& uid, const QString& exten, const QString& channel)
 {
-    return wrap("C2cFinished", element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel));
+    return wrap("C2cFinished",
+                element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel));
 }
 
 } // namespace CallEvents

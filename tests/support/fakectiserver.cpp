@@ -308,9 +308,20 @@ QString FakeCtiServer::pendingText(int conn) const
 
 bool FakeCtiServer::hasElement(const QString& frame, const QString& elementName)
 {
-    const QRegularExpression re(QLatin1Char('<') + QRegularExpression::escape(elementName)
-                                + QLatin1String("[\\s/>]"));
-    return frame.contains(re);
+    // "<name" followed by white space, "/" or ">". A plain search: this runs
+    // for every frame and every responder, and a regular expression compiled
+    // each time made the server slower than the client under load.
+    const QString open = QLatin1Char('<') + elementName;
+    for (int at = frame.indexOf(open); at >= 0; at = frame.indexOf(open, at + 1)) {
+        const int next = at + open.size();
+        if (next >= frame.size())
+            return false;
+        const char16_t c = frame.at(next).unicode();
+        if (c == u'/' || c == u'>' || c == u' ' || c == u'\t' || c == u'\n' || c == u'\r' || c == u'\f'
+            || c == u'\v')
+            return true;
+    }
+    return false;
 }
 
 QStringList FakeCtiServer::framesContaining(const QString& elementName, int conn) const

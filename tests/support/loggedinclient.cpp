@@ -34,8 +34,8 @@ bool LoggedInClient::start()
     if (!m_client->init())
         return false;
     QSignalSpy logged(m_client.data(), &Telvix::loggedToServer);
-    m_client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"), m_mode,
-                              FakeCtiServer::host(), m_server.port());
+    m_client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"),
+                              m_mode, FakeCtiServer::host(), m_server.port());
     if (!logged.wait(10000))
         return false;
     m_conn = m_server.lastConnection();
@@ -67,14 +67,24 @@ bool LoggedInClient::deliver(const QString& body)
     return waitForAck(sendEvent(body));
 }
 
-bool LoggedInClient::deliverWithoutId(const QString& body)
+bool LoggedInClient::deliverThenProbe(const QString& body, QString* uuid)
 {
-    // The server's probe is answered with a keep-alive; messages are handled
-    // in order, so its arrival tells that the one before was handled.
-    QString xml = FakeCtiServer::document(body, m_api);
-    xml.remove(QRegExp(QStringLiteral("<UUID>[^<]*</UUID>")));
+    // Messages are handled in their order of arrival.
+    const QString xml = FakeCtiServer::document(body, m_api);
+    if (uuid)
+        *uuid = FakeCtiServer::uuidOf(xml);
     m_server.send(m_conn, xml + FakeCtiServer::probeDocument(m_api));
     return !m_server.waitForFrame(QStringLiteral("KeepAlive")).isEmpty();
+}
+
+bool LoggedInClient::acknowledged(const QString& uuid) const
+{
+    const QStringList acks = m_server.framesContaining(QStringLiteral("MsgAck"), m_conn);
+    for (const QString& ack : acks) {
+        if (ack.contains(uuid))
+            return true;
+    }
+    return false;
 }
 
 QStringList LoggedInClient::framesWith(const QString& element) const

@@ -2,6 +2,7 @@
 
 #include "inputreader.h"
 #include "signaltap.h"
+#include "stopsignals.h"
 #include "telvix.h"
 
 #include <QCoreApplication>
@@ -38,16 +39,22 @@ void CliApp::start()
     const QString dataDir = m_options.dataDir.isEmpty() ? m_tempDir.path() : m_options.dataDir;
     m_client.reset(new Telvix(m_options.osType, m_options.osVersion, m_options.swType, m_options.swVersion,
                               m_options.deviceId, dataDir));
-    m_tap = new SignalTap(m_client.data(), Telvix::staticMetaObject,
-                          [this](const QMetaMethod& signal, const QJsonArray& args) { onSignal(signal, args); });
+    m_tap = new SignalTap(
+        m_client.data(), Telvix::staticMetaObject,
+        [this](const QMetaMethod& signal, const QJsonArray& args) { onSignal(signal, args); });
     m_invoker.reset(new CommandInvoker(m_client.data(), Telvix::staticMetaObject));
     // Both are made to be called off the library's thread and wait for it.
     m_invoker->setCallerThreadMethods({"init", "shutdown"});
 
     m_input = new InputReader(this);
     connect(m_input, &InputReader::lineRead, this, &CliApp::onLine);
-    connect(m_input, &InputReader::endOfInput, this, [this] { onLine(QStringLiteral("quit")); });
-    connect(m_input, &InputReader::interrupted, this, [this] {
+    connect(m_input, &InputReader::endOfInput, this, [this] {
+        Command quit;
+        quit.name = QStringLiteral("quit");
+        m_queue.append(quit);
+        runQueue();
+    });
+    connect(new StopSignals(this), &StopSignals::stopRequested, this, [this] {
         CliOutput::note(QStringLiteral("interrupted"));
         finish(m_exitCode);
     });
@@ -78,7 +85,8 @@ void CliApp::start()
 void CliApp::onSignal(const QMetaMethod& signal, const QJsonArray& args)
 {
     m_out.printSignal(signal, args);
-    m_seen.append({QString::fromLatin1(signal.name()), QString::fromLatin1(signal.methodSignature()), args, false});
+    m_seen.append(
+        {QString::fromLatin1(signal.name()), QString::fromLatin1(signal.methodSignature()), args, false});
 
     const QByteArray name = signal.name();
     if (name == "loggedToServer" && !m_loggedIn) {
@@ -108,7 +116,8 @@ void CliApp::onLine(const QString& rawLine)
         if (command.id.isUndefined())
             command.id = QJsonValue::Null;
         if (parsed.error != QJsonParseError::NoError || !doc.isObject()) {
-            m_out.printError(QJsonValue::Null, QStringLiteral("not a JSON object: %1").arg(parsed.errorString()));
+            m_out.printError(QJsonValue::Null,
+                             QStringLiteral("not a JSON object: %1").arg(parsed.errorString()));
             return;
         }
         if (!object.value(QLatin1String("call")).isString()) {
@@ -184,8 +193,8 @@ bool CliApp::run(const Command& c)
     if (c.name == QLatin1String("waitFor"))
         return startWaitFor(c);
 
-    const CommandInvoker::Result r = c.fromJson ? m_invoker->invoke(c.name, c.args)
-                                                : m_invoker->invokeWords(c.name, c.words);
+    const CommandInvoker::Result r
+        = c.fromJson ? m_invoker->invoke(c.name, c.args) : m_invoker->invokeWords(c.name, c.words);
     if (!r.ok) {
         m_out.printError(c.id, r.error);
         return true;

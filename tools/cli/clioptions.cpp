@@ -27,7 +27,8 @@ QString defaultDeviceId()
 {
     const QByteArray machine = QSysInfo::machineUniqueId();
     const QByteArray seed = machine.isEmpty() ? QSysInfo::machineHostName().toUtf8() : machine;
-    return QString::fromLatin1(QCryptographicHash::hash("telvix-cli:" + seed, QCryptographicHash::Sha1).toHex().left(16));
+    return QString::fromLatin1(
+        QCryptographicHash::hash("telvix-cli:" + seed, QCryptographicHash::Sha1).toHex().left(16));
 }
 
 } // namespace
@@ -36,9 +37,12 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Command-line client of a PBX's CTI server, built on libtelvix.") + QLatin1String(Commands));
-    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Shows this help."));
-    const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("CTI server (default 127.0.0.1:5039)."),
+        QStringLiteral("Command-line client of a PBX's CTI server, built on libtelvix.")
+        + QLatin1String(Commands));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Shows this help."));
+    const QCommandLineOption server(QStringLiteral("server"),
+                                    QStringLiteral("CTI server (default 127.0.0.1:5039)."),
                                     QStringLiteral("HOST[:PORT]"));
     const QCommandLineOption user(QStringLiteral("user"), QStringLiteral("User name (required)."),
                                   QStringLiteral("USER"));
@@ -46,10 +50,11 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
                                       QStringLiteral("PASSWORD"));
     const QCommandLineOption domain(QStringLiteral("domain"), QStringLiteral("Tenant domain."),
                                     QStringLiteral("DOMAIN"));
-    const QCommandLineOption mode(QStringLiteral("mode"),
-                                  QStringLiteral("Application mode: srnt_pro (default), srnt_phone, atnd_cti, "
-                                                 "atnd_phone, srntlog, srnt_mobile, srnt_mobile_phone."),
-                                  QStringLiteral("MODE"));
+    const QCommandLineOption mode(
+        QStringLiteral("mode"),
+        QStringLiteral("Application mode: srnt_pro (default), srnt_phone, atnd_cti, "
+                       "atnd_phone, srntlog, srnt_mobile, srnt_mobile_phone."),
+        QStringLiteral("MODE"));
     const QCommandLineOption dataDir(QStringLiteral("data-dir"),
                                      QStringLiteral("Directory of the library's logs and files (default: a "
                                                     "temporary one, removed at exit)."),
@@ -61,17 +66,19 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
     const QCommandLineOption dump(QStringLiteral("dump"), QStringLiteral("Write the scrambled wire dump."));
     const QCommandLineOption osType(QStringLiteral("os-type"), QStringLiteral("OS type sent at login."),
                                     QStringLiteral("TEXT"));
-    const QCommandLineOption osVersion(QStringLiteral("os-version"), QStringLiteral("OS version sent at login."),
-                                       QStringLiteral("TEXT"));
+    const QCommandLineOption osVersion(QStringLiteral("os-version"),
+                                       QStringLiteral("OS version sent at login."), QStringLiteral("TEXT"));
     const QCommandLineOption swType(QStringLiteral("sw-type"), QStringLiteral("Software name sent at login."),
                                     QStringLiteral("TEXT"));
     const QCommandLineOption swVersion(QStringLiteral("sw-version"),
-                                       QStringLiteral("Software version sent at login."), QStringLiteral("TEXT"));
+                                       QStringLiteral("Software version sent at login."),
+                                       QStringLiteral("TEXT"));
     const QCommandLineOption deviceId(QStringLiteral("device-id"), QStringLiteral("Device id sent at login."),
                                       QStringLiteral("TEXT"));
-    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per line, both ways."));
-    parser.addOptions({help, server, user, password, domain, mode, dataDir, verifyTls, localServer, dump, osType,
-                       osVersion, swType, swVersion, deviceId, json});
+    const QCommandLineOption json(QStringLiteral("json"),
+                                  QStringLiteral("One JSON object per line, both ways."));
+    parser.addOptions({help, server, user, password, domain, mode, dataDir, verifyTls, localServer, dump,
+                       osType, osVersion, swType, swVersion, deviceId, json});
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();

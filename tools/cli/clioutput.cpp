@@ -19,12 +19,18 @@ bool isEmptyValue(const QJsonValue& v)
 
 QString quoted(const QString& text)
 {
-    return QString::fromUtf8(QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact).mid(1).chopped(1));
+    return QString::fromUtf8(
+        QJsonDocument(QJsonArray {text}).toJson(QJsonDocument::Compact).mid(1).chopped(1));
 }
 
 } // namespace
 
 QString CliOutput::humanText(const QJsonValue& value)
+{
+    return humanText(value, 0);
+}
+
+QString CliOutput::humanText(const QJsonValue& value, int depth)
 {
     switch (value.type()) {
     case QJsonValue::Null:
@@ -47,9 +53,12 @@ QString CliOutput::humanText(const QJsonValue& value)
     }
     case QJsonValue::Array: {
         const QJsonArray array = value.toArray();
+        // Lists of records nested inside records are counted, not shown.
+        if (depth >= 2 && array.at(0).isObject())
+            return QStringLiteral("<%1 items>").arg(array.size());
         QStringList items;
         for (int i = 0; i < array.size() && i < ListItemsShown; ++i)
-            items.append(humanText(array.at(i)));
+            items.append(humanText(array.at(i), depth + 1));
         if (array.size() > ListItemsShown)
             items.append(QStringLiteral("... %1 more").arg(array.size() - ListItemsShown));
         return QLatin1Char('[') + items.join(QLatin1String(", ")) + QLatin1Char(']');
@@ -66,7 +75,7 @@ QString CliOutput::humanText(const QJsonValue& value)
                 items.append(QStringLiteral("... %1 more").arg(object.size() - ListItemsShown));
                 break;
             }
-            items.append(it.key() + QLatin1Char('=') + humanText(it.value()));
+            items.append(it.key() + QLatin1Char('=') + humanText(it.value(), depth + 1));
         }
         return QLatin1Char('{') + items.join(QLatin1String(", ")) + QLatin1Char('}');
     }
@@ -77,9 +86,9 @@ QString CliOutput::humanText(const QJsonValue& value)
 void CliOutput::printSignal(const QMetaMethod& signal, const QJsonArray& args) const
 {
     if (m_json) {
-        const QJsonObject line{{QStringLiteral("signal"), QString::fromLatin1(signal.name())},
-                               {QStringLiteral("signature"), QString::fromLatin1(signal.methodSignature())},
-                               {QStringLiteral("args"), args}};
+        const QJsonObject line {{QStringLiteral("signal"), QString::fromLatin1(signal.name())},
+                                {QStringLiteral("signature"), QString::fromLatin1(signal.methodSignature())},
+                                {QStringLiteral("args"), args}};
         writeLine(QString::fromUtf8(QJsonDocument(line).toJson(QJsonDocument::Compact)));
         return;
     }
@@ -87,7 +96,7 @@ void CliOutput::printSignal(const QMetaMethod& signal, const QJsonArray& args) c
     const QList<QByteArray> names = signal.parameterNames();
     for (int i = 0; i < args.size(); ++i) {
         const QString name = i < names.size() && !names.at(i).isEmpty() ? QString::fromLatin1(names.at(i))
-                                                                         : QStringLiteral("arg%1").arg(i + 1);
+                                                                        : QStringLiteral("arg%1").arg(i + 1);
         line += QLatin1Char(' ') + name + QLatin1Char('=') + humanText(args.at(i));
     }
     writeLine(line);
@@ -96,8 +105,8 @@ void CliOutput::printSignal(const QMetaMethod& signal, const QJsonArray& args) c
 void CliOutput::printResult(const QJsonValue& id, const QString& call, const QJsonValue& value) const
 {
     if (m_json) {
-        const QJsonObject line{{QStringLiteral("id"), id}, {QStringLiteral("call"), call},
-                               {QStringLiteral("result"), value}};
+        const QJsonObject line {
+            {QStringLiteral("id"), id}, {QStringLiteral("call"), call}, {QStringLiteral("result"), value}};
         writeLine(QString::fromUtf8(QJsonDocument(line).toJson(QJsonDocument::Compact)));
         return;
     }
@@ -107,7 +116,7 @@ void CliOutput::printResult(const QJsonValue& id, const QString& call, const QJs
 void CliOutput::printError(const QJsonValue& id, const QString& text) const
 {
     if (m_json) {
-        const QJsonObject line{{QStringLiteral("id"), id}, {QStringLiteral("error"), text}};
+        const QJsonObject line {{QStringLiteral("id"), id}, {QStringLiteral("error"), text}};
         writeLine(QString::fromUtf8(QJsonDocument(line).toJson(QJsonDocument::Compact)));
         return;
     }

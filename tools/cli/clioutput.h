@@ -33,6 +33,7 @@ public:
     static QString humanText(const QJsonValue& value);
 
 private:
+    static QString humanText(const QJsonValue& value, int depth);
     void writeLine(const QString& line) const;
 
     bool m_json;

@@ -11,7 +11,8 @@ namespace {
 int parameterTypeId(const QMetaMethod& method, int index)
 {
     const int type = method.parameterType(index);
-    return type != QMetaType::UnknownType ? type : QMetaType::type(method.parameterTypes().at(index).constData());
+    return type != QMetaType::UnknownType ? type
+                                          : QMetaType::type(method.parameterTypes().at(index).constData());
 }
 
 int returnTypeId(const QMetaMethod& method)
@@ -171,14 +172,17 @@ CommandInvoker::Result CommandInvoker::call(const QMetaMethod& method, const QVa
         a[i] = QGenericArgument(types.at(i).constData(), values.at(i).constData());
 
     QThread* home = m_target->thread();
-    const bool hop = home != QThread::currentThread() && home->isRunning() && !m_callerThread.contains(method.name());
+    const bool hop
+        = home != QThread::currentThread() && home->isRunning() && !m_callerThread.contains(method.name());
     const Qt::ConnectionType how = hop ? Qt::BlockingQueuedConnection : Qt::DirectConnection;
-    if (!method.invoke(m_target, how, returnArg, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9])) {
+    if (!method.invoke(m_target, how, returnArg, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8],
+                       a[9])) {
         result.error = QStringLiteral("the call of %1 failed").arg(result.signature);
         return result;
     }
     result.ok = true;
-    result.value = returnType == QMetaType::Void ? QJsonValue(QJsonValue::Null) : JsonConvert::toJson(returned);
+    result.value
+        = returnType == QMetaType::Void ? QJsonValue(QJsonValue::Null) : JsonConvert::toJson(returned);
     return result;
 }
 

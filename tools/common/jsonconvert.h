@@ -39,16 +39,14 @@ QVariant fromJson(const QJsonValue& json, int typeId, QString* error = nullptr);
 QString dateTimeToText(const QDateTime& dateTime);
 
 /// Lets fromJson build maps of type `Map` (a QMap or QHash).
-template <typename Map>
-void registerMapType();
+template <typename Map> void registerMapType();
 
 namespace detail {
 using MapInserter = void (*)(void* map, const void* key, const void* value);
 void addMapInserter(int mapTypeId, MapInserter inserter);
 } // namespace detail
 
-template <typename Map>
-void registerMapType()
+template <typename Map> void registerMapType()
 {
     const int id = qRegisterMetaType<Map>();
     detail::addMapInserter(id, [](void* map, const void* key, const void* value) {

@@ -1,0 +1,599 @@
+#include "simplexmlparser.h"
+
+#include <QSignalSpy>
+#include <QThread>
+#include <QtTest>
+
+#include <atomic>
+#include <memory>
+
+using Properties = QMap<QString, QString>;
+Q_DECLARE_METATYPE(Properties)
+Q_DECLARE_METATYPE(QList<Properties>)
+
+namespace {
+
+// Every signal of one parser in emission order, as text.
+struct SignalLog
+{
+    QStringList events;
+
+    explicit SignalLog(SimpleXmlParser& parser)
+    {
+        QObject::connect(&parser, &SimpleXmlParser::messageCompleted,
+                         [this] { events << QStringLiteral("completed"); });
+        QObject::connect(&parser, &SimpleXmlParser::parsedMessage,
+                         [this](const QString& m) { events << QStringLiteral("parsed ") + m; });
+        QObject::connect(&parser, &SimpleXmlParser::parseErrorFound, [this](SimpleXmlParser::ParseErrorEnumType e) {
+            events << (e == SimpleXmlParser::MalformedStream ? QStringLiteral("malformed")
+                                                            : QStringLiteral("full"));
+        });
+    }
+};
+
+QStringList drain(SimpleXmlParser& parser)
+{
+    QStringList messages;
+    while (parser.hasPendingMessages())
+        messages << parser.getNextMessage();
+    return messages;
+}
+
+} // namespace
+
+class TestSimpleXmlParser : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+
+    void twoMessagesInOneChunk();
+    void splitAtEveryPosition();
+    void textAheadOfRootIsDropped();
+    void strayClosingTagWaitsForOpeningTag();
+    void getNextMessageOnEmptyQueue();
+    void bufferLimit_data();
+    void bufferLimit();
+    void bufferFullRepeatsUntilEmptied();
+    void negativeBufferLimitIsIgnored();
+    void notifyMode_data();
+    void notifyMode();
+    void emptyBufferKeepsQueuedMessages();
+    void rootTagWithAttributesIsNotFraming();
+    void innerRootTagCutsMessageShort();
+    void slotFeedingMoreTextWhileSignalled();
+    void consumerOnAnotherThread();
+
+    void getTagValue_data();
+    void getTagValue();
+    void getTagsValues_data();
+    void getTagsValues();
+    void getDecodedTagValue();
+    void getDecodedTagsValuesKeepsOrder();
+    void getTagProperties_data();
+    void getTagProperties();
+    void getTagsPropertiesInDocumentOrder();
+    void findStartTagDelimiters_data();
+    void findStartTagDelimiters();
+    void decodeEntities_data();
+    void decodeEntities();
+    void encodeEntities_data();
+    void encodeEntities();
+    void unquoteString_data();
+    void unquoteString();
+
+private:
+    std::unique_ptr<SimpleXmlParser> m_parser;
+};
+
+void TestSimpleXmlParser::init()
+{
+    m_parser.reset(new SimpleXmlParser);
+    m_parser->rootTag = QStringLiteral("SRNT");
+}
+
+void TestSimpleXmlParser::twoMessagesInOneChunk()
+{
+    SignalLog log(*m_parser);
+    QSignalSpy completed(m_parser.get(), &SimpleXmlParser::messageCompleted);
+    m_parser->addData(QStringLiteral("<SRNT><A>1</A></SRNT><SRNT><B>2</B></SRNT>"));
+
+    QCOMPARE(completed.count(), 2);
+    QCOMPARE(log.events, QStringList({QStringLiteral("completed"), QStringLiteral("completed")}));
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><A>1</A></SRNT>"),
+                                            QStringLiteral("<SRNT><B>2</B></SRNT>")}));
+    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+}
+
+void TestSimpleXmlParser::splitAtEveryPosition()
+{
+    const QString first = QStringLiteral("<SRNT><Name>caf\u00e9 &amp; bar</Name></SRNT>");
+    const QString second = QStringLiteral("<SRNT><KeepAlive/></SRNT>");
+    const QString stream = first + QStringLiteral("\r\n") + second;
+
+    // Two chunks, cut at every position; then three chunks, cut at every pair.
+    for (int i = 0; i <= stream.size(); ++i) {
+        for (int j = i; j <= stream.size(); ++j) {
+            SimpleXmlParser parser;
+            parser.rootTag = QStringLiteral("SRNT");
+            QSignalSpy completed(&parser, &SimpleXmlParser::messageCompleted);
+            QSignalSpy errors(&parser, &SimpleXmlParser::parseErrorFound);
+            const QStringList chunks = {stream.left(i), stream.mid(i, j - i), stream.mid(j)};
+            int done = 0;
+            for (const QString& chunk : chunks) {
+                done += chunk.size();
+                parser.addData(chunk);
+                const int expected = (done >= first.size() ? 1 : 0) + (done == stream.size() ? 1 : 0);
+                if (completed.count() != expected)
+                    QFAIL(qPrintable(QStringLiteral("cut at %1/%2: %3 messages after %4 characters")
+                                         .arg(i)
+                                         .arg(j)
+                                         .arg(completed.count())
+                                         .arg(done)));
+            }
+            QCOMPARE(drain(parser), QStringList({first, second}));
+            QCOMPARE(parser.getCurrentBuffer(), QString());
+            QCOMPARE(errors.count(), 0);
+        }
+    }
+}
+
+void TestSimpleXmlParser::textAheadOfRootIsDropped()
+{
+    QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
+    m_parser->addData(QStringLiteral("leftover of an old connection\n<SRNT><A/>"));
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("leftover of an old connection\n<SRNT><A/>"));
+    m_parser->addData(QStringLiteral("</SRNT>tail"));
+
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><A/></SRNT>")}));
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("tail"));
+    QCOMPARE(errors.count(), 0);
+}
+
+void TestSimpleXmlParser::strayClosingTagWaitsForOpeningTag()
+{
+    SignalLog log(*m_parser);
+    m_parser->addData(QStringLiteral("x</SRNT>"));
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("x</SRNT>"));
+    QVERIFY(log.events.isEmpty());
+    m_parser->addData(QStringLiteral("y"));
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("x</SRNT>y"));
+    QVERIFY(log.events.isEmpty());
+
+    m_parser->addData(QStringLiteral("<SRNT>ok</SRNT>"));
+    QCOMPARE(log.events, QStringList({QStringLiteral("malformed"), QStringLiteral("completed")}));
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>ok</SRNT>")}));
+    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+}
+
+void TestSimpleXmlParser::getNextMessageOnEmptyQueue()
+{
+    QVERIFY(!m_parser->hasPendingMessages());
+    QCOMPARE(m_parser->getNextMessage(), QString());
+    m_parser->addData(QStringLiteral("<SRNT>1</SRNT>"));
+    QVERIFY(m_parser->hasPendingMessages());
+    QCOMPARE(m_parser->getNextMessage(), QStringLiteral("<SRNT>1</SRNT>"));
+    QCOMPARE(m_parser->getNextMessage(), QString());
+}
+
+void TestSimpleXmlParser::bufferLimit_data()
+{
+    QTest::addColumn<QString>("held");
+    QTest::addColumn<QString>("chunk");
+    QTest::addColumn<bool>("full");
+    QTest::addColumn<QString>("bufferAfter");
+    QTest::addColumn<int>("messages");
+
+    QTest::newRow("11 of 10: dropped") << QStringLiteral("<SRNT>12345") << QStringLiteral("</SRNT>") << true
+                                       << QStringLiteral("<SRNT>12345") << 0;
+    QTest::newRow("10 of 10: appended") << QStringLiteral("<SRNT>1234") << QStringLiteral("</SRNT>") << false
+                                        << QString() << 1;
+    QTest::newRow("chunk taking it past the limit is cut")
+        << QStringLiteral("abc") << QStringLiteral("<SRNT>a long message</SRNT><SRNT>") << false
+        << QStringLiteral("<SRNT>") << 1;
+    // The re-run after a cut tests the limit again: the rest stays uncut.
+    QTest::newRow("rest over the limit after a cut")
+        << QStringLiteral("<SRNT>") << QStringLiteral("</SRNT><SRNT>second</SRNT>") << true
+        << QStringLiteral("<SRNT>second</SRNT>") << 1;
+}
+
+void TestSimpleXmlParser::bufferLimit()
+{
+    QFETCH(QString, held);
+    QFETCH(QString, chunk);
+    QFETCH(bool, full);
+    QFETCH(QString, bufferAfter);
+    QFETCH(int, messages);
+
+    m_parser->addData(held);
+    m_parser->setMaxBufferSize(10);
+    QCOMPARE(m_parser->maxBufferSize(), 10);
+    QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
+    m_parser->addData(chunk);
+
+    QCOMPARE(errors.count(), full ? 1 : 0);
+    if (full)
+        QCOMPARE(errors.first().first().value<SimpleXmlParser::ParseErrorEnumType>(), SimpleXmlParser::BufferFull);
+    QCOMPARE(m_parser->getCurrentBuffer(), bufferAfter);
+    QCOMPARE(drain(*m_parser).size(), messages);
+}
+
+void TestSimpleXmlParser::bufferFullRepeatsUntilEmptied()
+{
+    m_parser->setMaxBufferSize(3);
+    m_parser->addData(QStringLiteral("<SRNT>"));
+    QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
+    m_parser->addData(QStringLiteral("</SRNT>"));
+    m_parser->addData(QStringLiteral("</SRNT>"));
+    QCOMPARE(errors.count(), 2);
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("<SRNT>"));
+
+    m_parser->emptyBuffer();
+    m_parser->addData(QStringLiteral("<SRNT>1</SRNT>"));
+    QCOMPARE(errors.count(), 2);
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>")}));
+}
+
+void TestSimpleXmlParser::negativeBufferLimitIsIgnored()
+{
+    QCOMPARE(m_parser->maxBufferSize(), 0);
+    m_parser->setMaxBufferSize(10);
+    m_parser->setMaxBufferSize(-1);
+    QCOMPARE(m_parser->maxBufferSize(), 10);
+    m_parser->setMaxBufferSize(0);
+    QCOMPARE(m_parser->maxBufferSize(), 0);
+}
+
+void TestSimpleXmlParser::notifyMode_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("queued");
+    QTest::addColumn<QStringList>("events");
+
+    const QString parsed = QStringLiteral("parsed <SRNT>m</SRNT>");
+    QTest::newRow("0") << 0 << true << QStringList{QStringLiteral("completed")};
+    QTest::newRow("1") << 1 << true << QStringList{parsed};
+    QTest::newRow("2") << 2 << false << QStringList{parsed};
+    QTest::newRow("3") << 3 << true << QStringList{QStringLiteral("completed"), parsed};
+    QTest::newRow("4") << 4 << true << QStringList();
+    QTest::newRow("-1") << -1 << true << QStringList();
+}
+
+void TestSimpleXmlParser::notifyMode()
+{
+    QFETCH(int, mode);
+    QFETCH(bool, queued);
+    QFETCH(QStringList, events);
+
+    QCOMPARE(m_parser->notifyMode(), 0);
+    m_parser->setNotifyMode(mode);
+    SignalLog log(*m_parser);
+    m_parser->addData(QStringLiteral("<SRNT>m</SRNT>"));
+    QCOMPARE(log.events, events);
+    QCOMPARE(drain(*m_parser), queued ? QStringList{QStringLiteral("<SRNT>m</SRNT>")} : QStringList());
+}
+
+void TestSimpleXmlParser::emptyBufferKeepsQueuedMessages()
+{
+    m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>half"));
+    m_parser->emptyBuffer();
+    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+    m_parser->addData(QStringLiteral("</SRNT><SRNT>2</SRNT>"));
+    // The stray closing tag left by the emptied half is resynchronised away.
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>")}));
+}
+
+void TestSimpleXmlParser::rootTagWithAttributesIsNotFraming()
+{
+    SignalLog log(*m_parser);
+    m_parser->addData(QStringLiteral("<SRNT a='1'>x</SRNT>"));
+    QVERIFY(log.events.isEmpty());
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("<SRNT a='1'>x</SRNT>"));
+}
+
+void TestSimpleXmlParser::innerRootTagCutsMessageShort()
+{
+    m_parser->addData(QStringLiteral("<SRNT><SRNT>x</SRNT></SRNT>"));
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><SRNT>x</SRNT>")}));
+    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("</SRNT>"));
+}
+
+void TestSimpleXmlParser::slotFeedingMoreTextWhileSignalled()
+{
+    int calls = 0;
+    connect(m_parser.get(), &SimpleXmlParser::messageCompleted, this, [&] {
+        if (++calls == 1)
+            m_parser->addData(QStringLiteral("NT><SRNT>3</SRNT>"));
+    });
+    m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>2</SR"));
+    QCOMPARE(calls, 3);
+    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>"),
+                                            QStringLiteral("<SRNT>3</SRNT>")}));
+    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+}
+
+void TestSimpleXmlParser::consumerOnAnotherThread()
+{
+    const int count = 3000;
+    m_parser->setNotifyMode(4);
+    QStringList taken;
+    std::atomic<bool> stop{false};
+    std::unique_ptr<QThread> consumer(QThread::create([&] {
+        while (taken.size() < count && !stop) {
+            if (m_parser->hasPendingMessages()) {
+                const QString m = m_parser->getNextMessage();
+                if (!m.isEmpty())
+                    taken << m;
+            } else {
+                QThread::yieldCurrentThread();
+            }
+        }
+    }));
+    consumer->start();
+
+    QString stream;
+    for (int i = 0; i < count; ++i)
+        stream += QStringLiteral("<SRNT><N>%1</N></SRNT>").arg(i);
+    for (int pos = 0; pos < stream.size(); pos += 37)
+        m_parser->addData(stream.mid(pos, 37));
+
+    if (!consumer->wait(20000)) {
+        stop = true;
+        consumer->wait();
+        QFAIL("the consumer did not receive every message");
+    }
+    QCOMPARE(taken.size(), count);
+    for (int i = 0; i < count; ++i)
+        QCOMPARE(taken.at(i), QStringLiteral("<SRNT><N>%1</N></SRNT>").arg(i));
+}
+
+void TestSimpleXmlParser::getTagValue_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<int>("startPos");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("plain") << "<item>hello</item>" << "item" << 0 << "hello";
+    QTest::newRow("tag given in brackets") << "<item>hello</item>" << "<item>" << 0 << "hello";
+    QTest::newRow("longer name is another element") << "<item2>hello</item2>" << "item" << 0 << "none";
+    QTest::newRow("self-closed without blank is not found") << "<item/>" << "item" << 0 << "none";
+    QTest::newRow("self-closed with blanks is empty") << "<item   />" << "item" << 0 << "";
+    QTest::newRow("blanks in the start tag") << "<item  >hello</item>" << "item" << 0 << "hello";
+    QTest::newRow("attributes") << "<item p1='x' >hello</item>" << "item" << 0 << "hello";
+    QTest::newRow("bar after the name") << "<item|x>v</item>" << "item" << 0 << "v";
+    QTest::newRow("line feed after the name") << "<item\n>v</item>" << "item" << 0 << "v";
+    QTest::newRow("no-break space after the name") << QStringLiteral("<item\u00a0a='1'>v</item>") << "item" << 0
+                                                   << "v";
+    QTest::newRow("star after the name") << "<item*>v</item>" << "item" << 0 << "none";
+    QTest::newRow("case matters") << "<Item>v</Item>" << "item" << 0 << "none";
+    QTest::newRow("same name inside: inner closing tag wins") << "<item>a<item>b</item>c</item>" << "item" << 0
+                                                              << "a<item>b";
+    QTest::newRow("first in text order") << "<a><item>1</item></a><item>2</item>" << "item" << 0 << "1";
+    QTest::newRow("start position") << "<item>1</item><item>2</item>" << "item" << 1 << "2";
+    QTest::newRow("negative start position counts from the end") << "<item>1</item><item>2</item>" << "item"
+                                                                 << -14 << "2";
+    QTest::newRow("text kept as it is") << "<item> &amp; \n</item>" << "item" << 0 << " &amp; \n";
+    QTest::newRow("no closing tag") << "<item>x" << "item" << 0 << "none";
+    QTest::newRow("'>' in an attribute ends the tag") << "<item a='>'>x</item>" << "item" << 0 << "'>x";
+    QTest::newRow("closing tag inside the start tag") << "<item a=\"</item>\">rest" << "item" << 0 << "\">rest";
+}
+
+void TestSimpleXmlParser::getTagValue()
+{
+    QFETCH(QString, xml);
+    QFETCH(QString, tag);
+    QFETCH(int, startPos);
+    QFETCH(QString, expected);
+    QCOMPARE(SimpleXmlParser::getTagValue(xml, tag, startPos, QStringLiteral("none")), expected);
+}
+
+void TestSimpleXmlParser::getTagsValues_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("list with blanks between")
+        << "<list>\n  <item>hello</item>\n\t<item>hello2</item>\n</list>" << "item"
+        << QStringList{"hello", "hello2"};
+    QTest::newRow("self-closed without blank not counted") << "<item/><item>a</item>" << "<item>"
+                                                           << QStringList{"a"};
+    QTest::newRow("self-closed with blank is empty") << "<item /><item>a</item>" << "item"
+                                                     << QStringList{"", "a"};
+    QTest::newRow("one entry per opening tag") << "<item>a<item>b</item>c</item>" << "item"
+                                               << QStringList{"a<item>b", "b"};
+    QTest::newRow("star counted, value from the next element") << "<item*>x</item><item>y</item>" << "item"
+                                                               << QStringList{"y", "y"};
+    QTest::newRow("none") << "<other>x</other>" << "item" << QStringList();
+}
+
+void TestSimpleXmlParser::getTagsValues()
+{
+    QFETCH(QString, xml);
+    QFETCH(QString, tag);
+    QFETCH(QStringList, expected);
+    QCOMPARE(SimpleXmlParser::getTagsValues(xml, tag), expected);
+}
+
+void TestSimpleXmlParser::getDecodedTagValue()
+{
+    const QString xml = QStringLiteral("<SRNT><Text>&lt;b&gt; Tom &amp; Jerry&#x2019;s caf&#233; &#224; 5&#8364;, "
+                                       "it's</Text></SRNT>");
+    QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Text")),
+             QStringLiteral("<b> Tom & Jerry\u2019s caf\u00e9 \u00e0 5\u20ac, it's"));
+    QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Missing"), 0, QStringLiteral("a&amp;b")),
+             QStringLiteral("a&b"));
+}
+
+void TestSimpleXmlParser::getDecodedTagsValuesKeepsOrder()
+{
+    const QString xml = QStringLiteral("<l><v>&lt;1</v><v>2&gt;</v><v>&#51;</v></l>");
+    QCOMPARE(SimpleXmlParser::getDecodedTagsValues(xml, QStringLiteral("v")),
+             QStringList({QStringLiteral("<1"), QStringLiteral("2>"), QStringLiteral("3")}));
+}
+
+void TestSimpleXmlParser::getTagProperties_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<int>("startPos");
+    QTest::addColumn<Properties>("expected");
+
+    QTest::newRow("single quotes") << "<item p1='x' >hello</item>" << "item" << 0 << Properties{{"p1", "x"}};
+    QTest::newRow("blanks around '=' go, blanks in the value stay")
+        << "<item p1  =  'two  words' >" << "item" << 0 << Properties{{"p1", "two  words"}};
+    QTest::newRow("quotes of the other kind inside")
+        << "<item p1=\"say 'this' \" p2='that'>" << "item" << 0
+        << Properties{{"p1", "say 'this' "}, {"p2", "that"}};
+    QTest::newRow("entities stay encoded") << "<item p='a &amp; b'>" << "item" << 0
+                                           << Properties{{"p", "a &amp; b"}};
+    QTest::newRow("hyphenated names") << "<item data-long-name=\"v\" x-y='w'>" << "<item>" << 0
+                                      << Properties{{"data-long-name", "v"}, {"x-y", "w"}};
+    QTest::newRow("value cut at '='") << "<item p=\"a=b\">" << "item" << 0 << Properties{{"p", "\"a"}};
+    QTest::newRow("blanks around '=' inside a value go too") << "<item p=\"a = b\">" << "item" << 0
+                                                             << Properties{{"p", "\"a"}};
+    QTest::newRow("unquoted value not seen") << "<item p=1 q='2'>" << "item" << 0 << Properties{{"q", "2"}};
+    QTest::newRow("single-quoted beats double-quoted") << "<item p='2' p=\"1\">" << "item" << 0
+                                                       << Properties{{"p", "2"}};
+    QTest::newRow("spurious entry from a value") << "<item p=\"x q='y'\">" << "item" << 0
+                                                 << Properties{{"p", "\"x q"}, {"q", "y"}};
+    QTest::newRow("self-closed") << "<item p='1'/>" << "item" << 0 << Properties{{"p", "1"}};
+    QTest::newRow("start position") << "<item a='1'><item a='2'>" << "item" << 1 << Properties{{"a", "2"}};
+    QTest::newRow("missing element reads text up to the last '>'") << "<other a='1'>" << "zz" << 0
+                                                                   << Properties{{"a", "1"}};
+    QTest::newRow("missing element, no '>' at the end: the rest") << "<other a='1'>x b='2'" << "zz" << 0
+                                                                  << Properties{{"a", "1"}, {"b", "2"}};
+    QTest::newRow("missing element in empty text") << "" << "zz" << 0 << Properties{};
+}
+
+void TestSimpleXmlParser::getTagProperties()
+{
+    QFETCH(QString, xml);
+    QFETCH(QString, tag);
+    QFETCH(int, startPos);
+    QFETCH(Properties, expected);
+    QCOMPARE(SimpleXmlParser::getTagProperties(xml, tag, startPos), expected);
+}
+
+void TestSimpleXmlParser::getTagsPropertiesInDocumentOrder()
+{
+    const QString xml = QStringLiteral("<list><item id=\"1\" kind='a'>x</item>\n<item id=\"2\"/><item >y</item>"
+                                       "<item/></list>");
+    const QList<Properties> expected = {Properties{{"id", "1"}, {"kind", "a"}}, Properties{{"id", "2"}},
+                                        Properties{}};
+    QCOMPARE(SimpleXmlParser::getTagsProperties(xml, QStringLiteral("item")), expected);
+}
+
+void TestSimpleXmlParser::findStartTagDelimiters_data()
+{
+    QTest::addColumn<QString>("xml");
+    QTest::addColumn<int>("startPos");
+    QTest::addColumn<bool>("selfClosed");
+    QTest::addColumn<int>("start");
+    QTest::addColumn<int>("end");
+
+    QTest::newRow("element") << "<item>x</item>" << 0 << false << 0 << 5;
+    QTest::newRow("attributes") << "ab<item a='1'>x</item>" << 0 << false << 2 << 13;
+    QTest::newRow("self-closed with blank") << "<item />" << 0 << true << 0 << 6;
+    QTest::newRow("self-closed without blank: last '>' from the end") << "<item/>" << 0 << false << -1 << 6;
+    QTest::newRow("empty text") << "" << 0 << false << -1 << -1;
+    QTest::newRow("missing, no '>' at the end") << "<a>b" << 0 << false << -1 << -1;
+    QTest::newRow("'>' in an attribute") << "<item a='>'>" << 0 << false << 0 << 9;
+    QTest::newRow("start position past the first") << "<item a/><item b/>" << 1 << true << 9 << 16;
+    QTest::newRow("start position past the end") << "<item >" << 8 << false << -1 << 6;
+}
+
+void TestSimpleXmlParser::findStartTagDelimiters()
+{
+    QFETCH(QString, xml);
+    QFETCH(int, startPos);
+    QFETCH(bool, selfClosed);
+    QFETCH(int, start);
+    QFETCH(int, end);
+    int s = 99;
+    int e = 99;
+    QCOMPARE(SimpleXmlParser::findStartTagDelimiters(xml, QStringLiteral("item"), startPos, s, e), selfClosed);
+    QCOMPARE(s, start);
+    QCOMPARE(e, end);
+}
+
+void TestSimpleXmlParser::decodeEntities_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("named") << "&lt;&gt;&amp;&quot;&apos;" << "<>&\"'";
+    QTest::newRow("&amp;lt; decoded twice") << "&amp;lt;" << "<";
+    QTest::newRow("&amp;amp; decoded once") << "&amp;amp;" << "&amp;";
+    QTest::newRow("uncovered reference stays") << "&amp;#233;" << "&#233;";
+    QTest::newRow("uncovered reference replaced when also in the text") << "&amp;#233;&#233;"
+                                                                        << QStringLiteral("\u00e9\u00e9");
+    QTest::newRow("decimal and hexadecimal") << "&#65;&#x42;&#x6a;" << "ABj";
+    QTest::newRow("&#X is decimal with nothing to read") << "&#X41;" << QString(QChar(0));
+    QTest::newRow("beyond int reads 0") << "&#99999999999;" << QString(QChar(0));
+    QTest::newRow("low 16 bits") << "&#x1F600;" << QStringLiteral("\uf600");
+    QTest::newRow("replacement character to blank") << QStringLiteral("a\ufffdb") << "a b";
+    QTest::newRow("replacement character by reference stays") << "&#65533;" << QStringLiteral("\ufffd");
+    QTest::newRow("decoded '&' builds nothing new") << "&#38;#65;" << "&#65;";
+    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#65;&#65;" << "AA";
+    QTest::newRow("incomplete") << "&#;&#x;&#12a;&" << "&#;&#x;&#12a;&";
+}
+
+void TestSimpleXmlParser::decodeEntities()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, expected);
+    QCOMPARE(SimpleXmlParser::decodeEntities(text), expected);
+}
+
+void TestSimpleXmlParser::encodeEntities_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("nonAscii");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("markup") << "<a href=\"x\">'&'" << false << "&lt;a href=&quot;x&quot;&gt;&apos;&amp;&apos;";
+    QTest::newRow("non-ASCII kept") << QStringLiteral("caf\u00e9") << false << QStringLiteral("caf\u00e9");
+    QTest::newRow("non-ASCII escaped twice") << QStringLiteral("caf\u00e9") << true << "caf&amp;#xe9;";
+    QTest::newRow("128 stays") << QStringLiteral("\u0080") << true << QStringLiteral("\u0080");
+    QTest::newRow("129 escaped") << QStringLiteral("\u0081") << true << "&amp;#x81;";
+    QTest::newRow("surrogates one by one") << QStringLiteral("\U0001F600") << true << "&amp;#xd83d;&amp;#xde00;";
+    QTest::newRow("four hex digits") << QStringLiteral("\u20ac<") << true << "&amp;#x20ac;&lt;";
+}
+
+void TestSimpleXmlParser::encodeEntities()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, nonAscii);
+    QFETCH(QString, expected);
+    QCOMPARE(SimpleXmlParser::encodeEntities(text, nonAscii), expected);
+    if (!nonAscii)
+        QCOMPARE(SimpleXmlParser::decodeEntities(SimpleXmlParser::encodeEntities(text, false)), text);
+}
+
+void TestSimpleXmlParser::unquoteString_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("double") << "\"a b\"" << "a b";
+    QTest::newRow("single") << "'a'" << "a";
+    QTest::newRow("mixed") << "\"a'" << "\"a'";
+    QTest::newRow("one quote") << "\"" << "";
+    QTest::newRow("one apostrophe") << "'" << "";
+    QTest::newRow("empty quotes") << "''" << "";
+    QTest::newRow("empty") << "" << "";
+    QTest::newRow("other characters") << "xax" << "xax";
+}
+
+void TestSimpleXmlParser::unquoteString()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, expected);
+    QCOMPARE(SimpleXmlParser::unquoteString(text), expected);
+}
+
+QTEST_GUILESS_MAIN(TestSimpleXmlParser)
+#include "tst_simplexmlparser.moc"

@@ -1,0 +1,299 @@
+// telvix-cli --json against telvix-pbx-sim, both run as real processes over
+// TLS on 127.0.0.1.
+#include "toolprocess.h"
+
+#include <QJsonArray>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+class tst_CliPbxSim : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void loginPrintsEverySignalAsJson();
+    void callBetweenTwoClients();
+    void refusedLoginEndsWithTheReason();
+    void unknownCommandsAreAnsweredWithErrors();
+    void badOptions_data();
+    void badOptions();
+    void scenarioRunsStepsInOrder();
+
+private:
+    /// Starts the simulator on a free port; false if it does not come up.
+    bool startSimulator(const QStringList& extra = {});
+    std::unique_ptr<ToolProcess> startCli(const QString& user, const QString& password = QString());
+
+    std::unique_ptr<ToolProcess> m_sim;
+    quint16 m_port = 0;
+    QTemporaryDir m_dir;
+};
+
+namespace {
+
+QJsonObject call(const QString& method, const QJsonArray& args, const QJsonValue& id)
+{
+    return {{"call", method}, {"args", args}, {"id", id}};
+}
+
+QJsonObject arg0(const QJsonObject& line)
+{
+    return line.value("args").toArray().at(0).toObject();
+}
+
+} // namespace
+
+void tst_CliPbxSim::init()
+{
+    m_port = 0;
+}
+
+void tst_CliPbxSim::cleanup()
+{
+    m_sim.reset();
+}
+
+bool tst_CliPbxSim::startSimulator(const QStringList& extra)
+{
+    m_sim.reset(new ToolProcess(QStringLiteral(TELVIX_PBXSIM),
+                                QStringList {"--port", "0", "--answer-delay", "300", "--probe-interval", "0"}
+                                    + extra));
+    if (!m_sim->start())
+        return false;
+    const QString line = m_sim->waitForLine("listening on 127.0.0.1:");
+    const QRegularExpressionMatch m = QRegularExpression("127\\.0\\.0\\.1:(\\d+)").match(line);
+    m_port = m.hasMatch() ? quint16(m.captured(1).toUInt()) : 0;
+    return m_port != 0;
+}
+
+std::unique_ptr<ToolProcess> tst_CliPbxSim::startCli(const QString& user, const QString& password)
+{
+    auto cli = std::make_unique<ToolProcess>(
+        QStringLiteral(TELVIX_CLI),
+        QStringList {"--json", "--user", user, "--password", password.isNull() ? user : password, "--server",
+                     QStringLiteral("127.0.0.1:%1").arg(m_port), "--data-dir", m_dir.path() + "/" + user});
+    if (!cli->start())
+        return nullptr;
+    return cli;
+}
+
+void tst_CliPbxSim::loginPrintsEverySignalAsJson()
+{
+    QVERIFY(startSimulator());
+    auto cli = startCli("1000");
+    QVERIFY(cli);
+
+    const QJsonObject logged = cli->takeSignal("loggedToServer");
+    QVERIFY2(!logged.isEmpty(), qPrintable(cli->errorOutput()));
+    QCOMPARE(logged.value("signature").toString(), QStringLiteral("loggedToServer(LoginDetails)"));
+    QCOMPARE(arg0(logged).value("exten").toString(), QStringLiteral("1000"));
+    QCOMPARE(arg0(logged).value("firstName").toString(), QStringLiteral("Anna"));
+    QCOMPARE(arg0(logged).value("appMode").toInt(), 1);
+    QCOMPARE(arg0(logged).value("apiVersion").toString(), QStringLiteral("6.1"));
+
+    cli->send(call("getVersion", {}, 7));
+    const QJsonObject version = cli->takeAnswer(7);
+    QCOMPARE(version.value("call").toString(), QStringLiteral("getVersion"));
+    QVERIFY(version.value("result").toString().startsWith("4.5.6-r"));
+
+    // The extension list comes back as the contact book, the user's own
+    // extension left out.
+    cli->send(call("getExtenList", {}, "list"));
+    QCOMPARE(cli->takeAnswer("list").value("result"), QJsonValue(true));
+    const QJsonObject book = cli->takeSignal("sigPhonebookChanged", [](const QJsonObject& o) {
+        return !o.value("args").toArray().at(0).toArray().isEmpty();
+    });
+    QVERIFY(!book.isEmpty());
+    const QJsonArray entries
+        = book.value("args").toArray().at(0).toArray().at(0).toObject().value("entries").toArray();
+    QCOMPARE(entries.size(), 9);
+    QCOMPARE(entries.at(0).toObject().value("extenNumber").toString(), QStringLiteral("1001"));
+    QCOMPARE(book.value("args").toArray().at(1).toInt(), 2);
+
+    cli->send(call("quit", {}, 8));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 0);
+    QVERIFY2(cli->nonJsonLines().isEmpty(), qPrintable(cli->nonJsonLines().join('\n')));
+}
+
+void tst_CliPbxSim::callBetweenTwoClients()
+{
+    QVERIFY(startSimulator({"--call-duration", "60000"}));
+    auto anna = startCli("1000");
+    auto bruno = startCli("1001");
+    QVERIFY(anna && bruno);
+    QVERIFY(!anna->takeSignal("loggedToServer").isEmpty());
+    QVERIFY(!bruno->takeSignal("loggedToServer").isEmpty());
+
+    anna->send(call("newCall", {"1001", 0}, 1));
+    QCOMPARE(anna->takeAnswer(1).value("result"), QJsonValue(true));
+
+    // Every SIP account of both parties hears of the call, under one uid.
+    const QJsonObject out1 = anna->takeSignal("sigOutgoingCall");
+    const QJsonObject out2 = anna->takeSignal("sigOutgoingCall");
+    const QString uid = arg0(out1).value("uid").toString();
+    QVERIFY(!uid.isEmpty());
+    QCOMPARE(arg0(out2).value("uid").toString(), uid);
+    QCOMPARE(
+        QSet<QString>({arg0(out1).value("sipAccount").toString(), arg0(out2).value("sipAccount").toString()}),
+        QSet<QString>({"1000", "1000_app"}));
+    const QStringList annaChannels {arg0(out1).value("localChannel").toString(),
+                                    arg0(out2).value("localChannel").toString()};
+
+    const QJsonObject in1 = bruno->takeSignal("sigIncomingCall");
+    const QJsonObject in2 = bruno->takeSignal("sigIncomingCall");
+    for (const QJsonObject& in : {arg0(in1), arg0(in2)}) {
+        QCOMPARE(in.value("uid").toString(), uid);
+        QCOMPARE(in.value("remoteNum").toString(), QStringLiteral("1000"));
+        QCOMPARE(in.value("remoteName").toString(), QStringLiteral("Anna Rossi"));
+        QVERIFY(annaChannels.contains(in.value("remoteChannel").toString()));
+        QCOMPARE(in.value("attributes").toInt() & 0x1, 0x1);
+    }
+    // Anna sees Bruno's lamp ringing.
+    QVERIFY(!anna->takeSignal("sigExtenStatusChanged",
+                              [](const QJsonObject& o) {
+                                  return arg0(o).value("exten") == "1001" && arg0(o).value("blfStatus") == 8;
+                              })
+                 .isEmpty());
+
+    const QJsonObject answered = bruno->takeSignal(
+        "sigAnsweredCall", [&](const QJsonObject& o) { return arg0(o).value("localAnswer").toBool(); });
+    QCOMPARE(arg0(answered).value("sipAccount").toString(), QStringLiteral("1001"));
+    QCOMPARE(arg0(answered).value("uid").toString(), uid);
+    const QJsonObject annaAnswered = anna->takeSignal("sigAnsweredCall");
+    QCOMPARE(arg0(annaAnswered).value("remoteChannel").toString(),
+             arg0(answered).value("localChannel").toString());
+
+    bruno->send(call("hangupCall", {uid, ""}, 2));
+    QCOMPARE(bruno->takeAnswer(2).value("result"), QJsonValue(true));
+    const QJsonObject brunoEnd = bruno->takeSignal("sigFinishedCall");
+    const QJsonObject annaEnd = anna->takeSignal("sigFinishedCall");
+    QCOMPARE(arg0(brunoEnd).value("uid").toString(), uid);
+    QCOMPARE(arg0(annaEnd).value("uid").toString(), uid);
+    QCOMPARE(arg0(brunoEnd).value("localHangup").toBool(), true);
+    QCOMPARE(arg0(annaEnd).value("localHangup").toBool(), false);
+
+    // The call is in both histories, pushed as it ended.
+    for (ToolProcess* cli : {anna.get(), bruno.get()}) {
+        const QJsonObject history = cli->takeSignal("sigCdrChanged", [](const QJsonObject& o) {
+            const QJsonArray cdr = o.value("args").toArray().at(0).toArray();
+            return cdr.size() == 1 && cdr.at(0).toObject().value("caller") == "1000"
+                && cdr.at(0).toObject().value("callee") == "1001";
+        });
+        QVERIFY(!history.isEmpty());
+        QCOMPARE(history.value("args").toArray().at(0).toArray().at(0).toObject().value("status").toInt(), 8);
+    }
+    anna->closeInput();
+    bruno->closeInput();
+    QVERIFY(anna->waitForExit() && bruno->waitForExit());
+    QCOMPARE(anna->exitCode(), 0);
+}
+
+void tst_CliPbxSim::refusedLoginEndsWithTheReason()
+{
+    QVERIFY(startSimulator());
+    auto cli = startCli("1002", "not-the-password");
+    QVERIFY(cli);
+    const QJsonObject gone = cli->takeSignal("disconnectedFromServer");
+    QCOMPARE(gone.value("args").toArray().at(0).toString(), QStringLiteral("WrongPassword"));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 1);
+    QVERIFY(cli->takeSignal("loggedToServer", {}, 0).isEmpty());
+    QVERIFY(!m_sim->waitForLine("login of \"1002\"").isEmpty());
+}
+
+void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
+{
+    QVERIFY(startSimulator());
+    auto cli = startCli("1003");
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+
+    cli->send(call("dialTheMoon", {}, "q"));
+    QCOMPARE(cli->takeAnswer("q").value("error").toString(),
+             QStringLiteral("unknown method \"dialTheMoon\""));
+    cli->send(call("getCDR", {"yes"}, 2));
+    QVERIFY(cli->takeAnswer(2).value("error").toString().contains("expected true or false"));
+    cli->send(call("newCall", {"1001", 0, "x", "too many"}, 3));
+    QVERIFY(cli->takeAnswer(3).value("error").toString().contains("other arguments"));
+    cli->sendLine("this is not JSON");
+    QVERIFY(cli->take([](const QJsonObject& o) {
+                   return o.value("id").isNull()
+                       && o.value("error").toString().startsWith("not a JSON object");
+               })
+                .size()
+            == 2);
+    // Nothing of that stopped the client.
+    cli->send(call("isConnected", {}, 4));
+    QCOMPARE(cli->takeAnswer(4).value("result"), QJsonValue(true));
+    cli->send(call("quit", {}, 5));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 0);
+}
+
+void tst_CliPbxSim::badOptions_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("no user") << QStringList {"--password", "x"};
+    QTest::newRow("unknown option") << QStringList {"--user", "1000", "--colour"};
+    QTest::newRow("unknown mode") << QStringList {"--user", "1000", "--mode", "srnt_fancy"};
+    QTest::newRow("bad port") << QStringList {"--user", "1000", "--server", "127.0.0.1:99999"};
+    QTest::newRow("stray argument") << QStringList {"--user", "1000", "extra"};
+}
+
+void tst_CliPbxSim::badOptions()
+{
+    QFETCH(QStringList, arguments);
+    ToolProcess cli(QStringLiteral(TELVIX_CLI), arguments);
+    QVERIFY(cli.start());
+    QVERIFY(cli.waitForExit());
+    QCOMPARE(cli.exitCode(), 2);
+    QVERIFY(cli.errorOutput().startsWith("telvix-cli: "));
+}
+
+void tst_CliPbxSim::scenarioRunsStepsInOrder()
+{
+    const QString path = m_dir.path() + "/scenario.json";
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"steps": [
+        {"waitFor": "GetMailboxStatus", "from": "1004", "timeout": 20000},
+        {"do": "incomingCall", "to": "1004", "from": "0612345678"},
+        {"after": 50, "do": "queueEvent", "to": "1004", "queue": "600", "event": "enter", "callerNum": "0612345678"},
+        {"waitFor": "Hangup", "from": "1004"},
+        {"do": "loggedOff", "exten": "1004", "reason": "MaintenanceWindow"}
+    ]})");
+    file.close();
+    QVERIFY(startSimulator({"--scenario", path, "--answer-delay", "-1"}));
+    auto cli = startCli("1004");
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+    QVERIFY(!m_sim->waitForLine("scenario: step 1 waits for GetMailboxStatus").isEmpty());
+
+    cli->send(call("getMailboxStatus", {}, 1));
+    QCOMPARE(cli->takeAnswer(1).value("result"), QJsonValue(true));
+    const QJsonObject ring = cli->takeSignal("sigIncomingCall");
+    QCOMPARE(arg0(ring).value("remoteNum").toString(), QStringLiteral("0612345678"));
+    QCOMPARE(arg0(ring).value("remoteName").toString(), QStringLiteral("Laura Bianchi"));
+    QCOMPARE(arg0(ring).value("attributes").toInt() & 0x2, 0x2);
+    const QJsonObject queued = cli->takeSignal("sigQueueEvent");
+    QCOMPARE(arg0(queued).value("queueId").toString(), QStringLiteral("600"));
+    QCOMPARE(arg0(queued).value("eventType").toInt(), 1);
+    // The call was asked for after the mailbox: the scenario waited.
+    QVERIFY(cli->lines().indexOf(QRegularExpression(".*sigMailboxStatusChanged.*"))
+            < cli->lines().indexOf(QRegularExpression(".*sigIncomingCall.*")));
+
+    cli->send(call("refuseCall", {arg0(ring).value("uid")}, 2));
+    QVERIFY(!cli->takeSignal("sigFinishedCall").isEmpty());
+    const QJsonObject gone = cli->takeSignal("disconnectedFromServer");
+    QCOMPARE(gone.value("args").toArray().at(0).toString(), QStringLiteral("MaintenanceWindow"));
+    QVERIFY(!m_sim->waitForLine("scenario: done").isEmpty());
+}
+
+QTEST_GUILESS_MAIN(tst_CliPbxSim)
+#include "tst_clipbxsim.moc"

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "callengine.h"
+#include "simanswers.h"
+#include "simdirectory.h"
+#include "simhub.h"
+
+#include <QHostAddress>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+class QSslSocket;
+class SimSession;
+class TlsListener;
+
+/// How the simulator presents itself.
+struct SimSettings
+{
+    QHostAddress address = QHostAddress::LocalHost;
+    /// 0 lets the system choose.
+    quint16 port = 5039;
+    QString api = QStringLiteral("6.1");
+    QString minApi = QStringLiteral("4.0");
+    /// Greet each connection with the API versions before the login.
+    bool banner = true;
+    /// Probe each logged-in client this often; 0: never.
+    int probeIntervalMs = 60000;
+    CallTimings timings;
+    QString certificate;
+    QString key;
+};
+
+/// \brief The simulated PBX: its listener, its clients, its directory and
+/// calls. Several clients, as the same or different users, may be connected
+/// at once; every one of them sees the others' status change.
+class PbxSimulator : public QObject, public SimHub
+{
+    Q_OBJECT
+public:
+    PbxSimulator(const SimSettings& settings, const SimDirectory& directory, QObject* parent = nullptr);
+    ~PbxSimulator() override;
+
+    bool listen(QString* error);
+    quint16 port() const;
+    const SimSettings& settings() const { return m_settings; }
+    CallEngine& calls() { return m_calls; }
+    /// Logged-in sessions of `exten`, or of everybody when it is "*".
+    QList<SimSession*> sessionsOf(const QString& exten) const;
+
+    /// Answers a request of a logged-in client; false if it is unknown.
+    bool answer(SimSession& session, const QString& element, const QString& xml);
+    /// Every request, for the scenario runner: its element and who sent it
+    /// (the extension, or the user name of a login).
+    void requestSeen(const QString& element, const QString& who);
+    void sessionLoggedIn(SimSession& session);
+
+    SimDirectory& directory() override { return m_directory; }
+    void sendToExten(const QString& exten, SXmlMessage& message) override;
+    void sendToAll(SXmlMessage& message) override;
+    void extenStatusChanged(const QString& exten) override;
+    void log(const QString& line) override;
+
+Q_SIGNALS:
+    void requestReceived(const QString& element, const QString& who);
+
+private:
+    void onConnection(QSslSocket* socket);
+    void onSessionClosed(SimSession* session);
+
+    SimSettings m_settings;
+    SimDirectory m_directory;
+    CallEngine m_calls;
+    SimAnswers m_answers;
+    TlsListener* m_listener;
+    QList<SimSession*> m_sessions;
+};
