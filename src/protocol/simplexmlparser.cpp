@@ -260,6 +260,13 @@ bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsize
 {
     const qsizetype origin = searchOrigin(startPos, xml.size());
     start = origin < 0 ? -1 : findOpening(xml, name, origin, endsElementName);
+    // "<name>": the ">" behind the name is the end, unless the name itself
+    // ends in "/" and so makes "/>" with it.
+    const qsizetype nameEnd = start + 1 + name.size();
+    if (start >= 0 && xml.at(nameEnd) == QLatin1Char('>') && (name.isEmpty() || name.back() != QLatin1Char('/'))) {
+        end = nameEnd;
+        return false;
+    }
     bool selfClosed = false;
     end = findTagEnd(xml, start, selfClosed);
     return selfClosed;
@@ -430,17 +437,57 @@ inline qsizetype findDecodable(const QChar* text, qsizetype n)
 // reference count.
 inline void appendTaken(QStringList& list, QString&& value)
 {
+    if (list.isEmpty())
+        list.reserve(8);
     list.append(QString());
     list.last().swap(value);
+}
+
+// Copies text to out up to the first "&" or U+FFFD, and returns its index or
+// n. Units behind it may be copied too; the caller overwrites them.
+inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
+{
+    const ushort* d = reinterpret_cast<const ushort*>(text);
+    ushort* o = reinterpret_cast<ushort*>(out);
+    qsizetype i = 0;
+#if defined(__SSE2__)
+    const __m128i amp = _mm_set1_epi16(short('&'));
+    const __m128i bad = _mm_set1_epi16(short(0xFFFD));
+    for (; i + 8 <= n; i += 8) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), x);
+        const uint mask = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
+        if (mask)
+            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
+    }
+#endif
+    for (; i < n; ++i) {
+        if (d[i] == '&' || d[i] == 0xFFFD)
+            return i;
+        o[i] = d[i];
+    }
+    return n;
 }
 
 QString decodeView(QStringView s, const QString* original)
 {
     const qsizetype n = s.size();
     const QChar* d = s.data();
-    const qsizetype first = findDecodable(d, n);
-    if (first == n)
-        return original ? *original : s.toString();
+    qsizetype first;
+    QString out;
+    if (original) {
+        // Nothing to decode is the common case: hand back the same string.
+        first = findDecodable(d, n);
+        if (first == n)
+            return *original;
+        out = QString(int(n), Qt::Uninitialized);
+        std::memcpy(out.data(), d, size_t(first) * sizeof(QChar));
+    } else {
+        out = QString(int(n), Qt::Uninitialized);
+        first = copyUntilDecodable(d, n, out.data());
+        if (first == n)
+            return out;
+    }
 
     // References are looked for in the input but replaced in the decoded
     // text, everywhere their text occurs there. Unless one decodes to a
@@ -465,9 +512,7 @@ QString decodeView(QStringView s, const QString* original)
         }
     }
 
-    QString out(int(n), Qt::Uninitialized);
     QChar* o = out.data();
-    std::memcpy(o, d, size_t(first) * sizeof(QChar));
     qsizetype w = first;
     int nextReference = 0;
     for (qsizetype i = first; i < n;) {
@@ -634,7 +679,7 @@ void SimpleXmlParser::addData(const QString& data)
 
         if (start >= 0 && start < end) {
             const int stop = end + m_closeTag.size();
-            const QString message = m_buffer.mid(m_head + start, stop - start);
+            const QString message = bufferSlice(start, stop - start);
             consumeBuffer(stop);
             deliver(message);
             if (bufferLength() == 0)
@@ -652,27 +697,28 @@ void SimpleXmlParser::addData(const QString& data)
 
 void SimpleXmlParser::appendToBuffer(const QString& data)
 {
+    // Small chunks join the last piece, so that pieces stay few and searches
+    // across them cheap; larger ones are kept as they came.
+    constexpr int smallPiece = 8192;
     if (data.isEmpty())
         return;
-    if (bufferLength() == 0) {
-        m_buffer = data;
-        m_head = 0;
-        return;
-    }
-    if (m_head > 0 && m_head >= m_buffer.size() / 2) {
-        m_buffer.remove(0, m_head);
-        m_head = 0;
-    }
-    m_buffer.append(data);
+    if (!m_buffer.isEmpty() && m_buffer.last().size() < smallPiece)
+        m_buffer.last().append(data);
+    else
+        m_buffer.append(data);
+    m_length += data.size();
 }
 
 void SimpleXmlParser::consumeBuffer(int count)
 {
-    m_head += count;
-    if (m_head >= m_buffer.size()) {
-        m_buffer.clear();
-        m_head = 0;
+    m_length -= count;
+    count += m_head;
+    m_head = 0;
+    while (!m_buffer.isEmpty() && count >= m_buffer.first().size()) {
+        count -= m_buffer.first().size();
+        m_buffer.removeFirst();
     }
+    m_head = m_buffer.isEmpty() ? 0 : count;
     resetScan();
 }
 
@@ -694,14 +740,81 @@ void SimpleXmlParser::syncRootTag()
     resetScan();
 }
 
-int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom)
+QStringView SimpleXmlParser::pieceText(int index) const
+{
+    const QStringView piece(m_buffer.at(index));
+    return index == 0 ? piece.mid(m_head) : piece;
+}
+
+SimpleXmlParser::Piece SimpleXmlParser::pieceAt(int pos) const
+{
+    // Searches resume near the end of the text, cuts start at its beginning:
+    // walk from whichever end is nearer.
+    if (pos >= m_length / 2) {
+        int base = m_length;
+        for (int index = m_buffer.size() - 1; index >= 0; --index) {
+            base -= int(pieceText(index).size());
+            if (base <= pos)
+                return {index, base};
+        }
+        return {0, 0};
+    }
+    int base = 0;
+    for (int index = 0; index < m_buffer.size(); ++index) {
+        const int size = int(pieceText(index).size());
+        if (pos < base + size)
+            return {index, base};
+        base += size;
+    }
+    return {int(m_buffer.size()), base};
+}
+
+QString SimpleXmlParser::bufferSlice(int pos, int count) const
+{
+    Piece piece = pieceAt(pos);
+    if (piece.index < m_buffer.size() && piece.base == pos && (piece.index > 0 || m_head == 0)
+        && m_buffer.at(piece.index).size() == count)
+        return m_buffer.at(piece.index);
+    QString out(count, Qt::Uninitialized);
+    QChar* o = out.data();
+    int offset = pos - piece.base;
+    for (int index = piece.index; count > 0 && index < m_buffer.size(); ++index) {
+        const QStringView text = pieceText(index);
+        const int take = qMin(count, int(text.size()) - offset);
+        std::memcpy(o, text.data() + offset, size_t(take) * sizeof(QChar));
+        o += take;
+        count -= take;
+        offset = 0;
+    }
+    return out;
+}
+
+int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom) const
 {
     const int length = bufferLength();
-    const QStringView text = QStringView(m_buffer).mid(m_head);
-    const qsizetype found = findText(text, scanFrom, needle);
-    if (found >= 0)
-        return int(found);
-    scanFrom = qMax(scanFrom, qMax(0, length - needle.size() + 1));
+    const int needleLen = needle.size();
+    if (scanFrom + needleLen <= length) {
+        Piece piece = pieceAt(scanFrom);
+        int base = piece.base;
+        for (int index = piece.index; index < m_buffer.size(); ++index) {
+            const QStringView text = pieceText(index);
+            const int size = int(text.size());
+            const qsizetype inside = findText(text, qMax(0, scanFrom - base), needle);
+            if (inside >= 0)
+                return base + int(inside);
+            // A tag that starts in this piece and ends in a later one.
+            const int end = base + size;
+            const int from = qMax(scanFrom, end - needleLen + 1);
+            if (index + 1 < m_buffer.size() && from < end) {
+                const QString window = bufferSlice(from, qMin(length - from, end - from + needleLen - 1));
+                const qsizetype across = findText(window, 0, needle);
+                if (across >= 0 && from + across < end)
+                    return from + int(across);
+            }
+            base = end;
+        }
+    }
+    scanFrom = qMax(scanFrom, qMax(0, length - needleLen + 1));
     return -1;
 }
 
@@ -758,13 +871,14 @@ void SimpleXmlParser::setMaxBufferSize(int size)
 
 QString SimpleXmlParser::getCurrentBuffer() const
 {
-    return m_buffer.mid(m_head);
+    return bufferSlice(0, bufferLength());
 }
 
 void SimpleXmlParser::emptyBuffer()
 {
     m_buffer.clear();
     m_head = 0;
+    m_length = 0;
     resetScan();
 }
 

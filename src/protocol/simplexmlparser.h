@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QStringView>
 
 /// Cuts a text stream into complete root-framed messages, and pulls element
 /// values and attributes out of one message by flat scanning.
@@ -62,26 +63,37 @@ Q_SIGNALS:
     void parseErrorFound(SimpleXmlParser::ParseErrorEnumType error);
 
 private:
-    int bufferLength() const { return m_buffer.size() - m_head; }
+    struct Piece
+    {
+        int index;
+        int base; // logical position of the piece's first unconsumed unit
+    };
+
+    int bufferLength() const { return m_length; }
     void appendToBuffer(const QString& data);
     void consumeBuffer(int count);
     void resetScan();
     void syncRootTag();
-    int findInBuffer(const QString& needle, int& scanFrom);
+    int findInBuffer(const QString& needle, int& scanFrom) const;
+    Piece pieceAt(int pos) const;
+    QStringView pieceText(int index) const;
+    QString bufferSlice(int pos, int count) const;
     void deliver(const QString& message);
     void enqueue(const QString& message);
 
     QStringList m_pendingMessages;
-    /// Unconsumed text is m_buffer from m_head on; cut messages only move
-    /// m_head, so a burst of small messages costs no copying of the rest.
-    QString m_buffer;
+    /// Unconsumed text: the pieces as they arrived, less the first m_head
+    /// units of the first. Chunks are shared, not copied, until a message is
+    /// cut out of them, so a large message costs one copy and one allocation.
+    QList<QString> m_buffer;
     QMutex m_mutex;
     int m_maxBufferSize = 0;
     int m_notifyMode = 0;
     int m_head = 0;
+    int m_length = 0;
 
-    // Search state, relative to m_head. A search that failed resumes where a
-    // root tag split across chunks could still begin instead of at 0.
+    // Search state, in positions of the unconsumed text. A search that failed
+    // resumes where a root tag split across chunks could still begin.
     QString m_framedTag;
     QString m_openTag;
     QString m_closeTag;

@@ -318,9 +318,9 @@ void TestTelvixSession::messagesBehindAnExitWaitForTheNextData()
     // The login answer and a mailbox notice in one write: the loop leaves
     // after the login, and the notice waits for the next data.
     const QString mailbox = FakeCtiServer::document(QStringLiteral("<MailboxStatus><NewMsgCount>2</NewMsgCount></MailboxStatus>"));
+    QSignalSpy mailboxSpy(s.client.data(), &Telvix::sigMailboxStatusChanged);
     s.server.send(conn, FakeCtiServer::loginAnswerDocument({}) + mailbox);
     QVERIFY(logged.wait());
-    QSignalSpy mailboxSpy(s.client.data(), &Telvix::sigMailboxStatusChanged);
     s.server.send(conn, FakeCtiServer::keepAliveAckDocument());
     QTRY_VERIFY(s.ackedIds().contains(FakeCtiServer::uuidOf(mailbox)));
     QCOMPARE(mailboxSpy.count(), 1);

@@ -90,6 +90,7 @@ private Q_SLOTS:
     void lookupsOnMutatedMessages();
     void entitiesOnGeneratedText();
     void framingOnGeneratedStreams();
+    void framingOfLargeChunks();
 
 private:
     void compareLookups(const QString& xml, const QString& tag, int startPos);
@@ -575,6 +576,101 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
     SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(), reference.parser.getCurrentBuffer(),
          QStringLiteral("large stream"));
     QCOMPARE(fast.events.size(), 602);
+}
+
+void TestSimpleXmlParserDifferential::framingOfLargeChunks()
+{
+    // Chunks of several kilobytes, cut inside root tags, then small ones
+    // again: the text is held as the chunks came and searched across them.
+    const QString open = QStringLiteral("<SRNT>");
+    const QString close = QStringLiteral("</SRNT>");
+    {
+        // A message as long as the chunk it starts in, but not aligned with it.
+        Recorder<SimpleXmlParser> fast;
+        Recorder<ReferenceXmlParser::Framer> reference;
+        fast.parser.rootTag = reference.parser.rootTag = QStringLiteral("SRNT");
+        const QStringList chunks = {QStringLiteral("zz<SRNT>") + QString(9000, QLatin1Char('a')) + QStringLiteral("</SRN"),
+                                    QStringLiteral("T>tail")};
+        for (const QString& chunk : chunks) {
+            fast.parser.addData(chunk);
+            reference.parser.addData(chunk);
+        }
+        SAME(QStringLiteral("getNextMessage"), fast.parser.getNextMessage(), reference.parser.getNextMessage(),
+             QStringLiteral("message as long as its first chunk"));
+        SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(), reference.parser.getCurrentBuffer(),
+             QStringLiteral("message as long as its first chunk"));
+    }
+    for (int round = 0; round < 120; ++round) {
+        QString stream;
+        while (stream.size() < 60000) {
+            switch (m_rng.bounded(6)) {
+            case 0:
+                stream += close;
+                break;
+            case 1:
+                stream += randomText(3);
+                break;
+            default: {
+                QString body;
+                const int target = m_rng.bounded(10) == 0 ? 30000 : m_rng.bounded(4000);
+                while (body.size() < target)
+                    body += m_rng.bounded(2) ? realisticMessage().mid(6) : randomDocument(2);
+                stream += open + body + close;
+                break;
+            }
+            }
+        }
+        Recorder<SimpleXmlParser> fast;
+        Recorder<ReferenceXmlParser::Framer> reference;
+        fast.parser.rootTag = reference.parser.rootTag = QStringLiteral("SRNT");
+        const int mode = m_rng.bounded(5);
+        fast.parser.setNotifyMode(mode);
+        reference.parser.setNotifyMode(mode);
+        QString log = QStringLiteral("mode=%1 stream=%2\n").arg(mode).arg(escaped(stream));
+        int pos = 0;
+        while (pos < stream.size()) {
+            int len;
+            switch (m_rng.bounded(4)) {
+            case 0:
+                len = m_rng.bounded(1, 40);
+                break;
+            case 1: {
+                // End the chunk inside the next root tag after a few kilobytes.
+                const QString& tag = m_rng.bounded(2) ? open : close;
+                const int at = stream.indexOf(tag, pos + m_rng.bounded(6000, 12000));
+                len = at < 0 ? stream.size() - pos : at - pos + m_rng.bounded(1, tag.size());
+                break;
+            }
+            default:
+                len = m_rng.bounded(6000, 20000);
+                break;
+            }
+            const QString chunk = stream.mid(pos, len);
+            log += QStringLiteral("addData(%1 units from %2)\n").arg(chunk.size()).arg(pos);
+            pos += len;
+            fast.parser.addData(chunk);
+            reference.parser.addData(chunk);
+            SAME(QStringLiteral("signals"), fast.events, reference.events, log);
+            SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(),
+                 reference.parser.getCurrentBuffer(), log);
+            if (m_rng.bounded(15) == 0) {
+                log += QStringLiteral("getNextMessage()\n");
+                SAME(QStringLiteral("getNextMessage"), fast.parser.getNextMessage(),
+                     reference.parser.getNextMessage(), log);
+            }
+            if (m_rng.bounded(40) == 0) {
+                log += QStringLiteral("emptyBuffer()\n");
+                fast.parser.emptyBuffer();
+                reference.parser.emptyBuffer();
+            }
+        }
+        QStringList fastQueue, referenceQueue;
+        while (fast.parser.hasPendingMessages())
+            fastQueue << fast.parser.getNextMessage();
+        while (reference.parser.hasPendingMessages())
+            referenceQueue << reference.parser.getNextMessage();
+        SAME(QStringLiteral("pending messages"), fastQueue, referenceQueue, log);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestSimpleXmlParserDifferential)

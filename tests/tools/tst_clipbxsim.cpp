@@ -18,7 +18,10 @@ private Q_SLOTS:
     void cleanup();
     void loginPrintsEverySignalAsJson();
     void callBetweenTwoClients();
+    void refusedLoginEndsWithTheReason_data();
     void refusedLoginEndsWithTheReason();
+    void redirectedCallRingsTheNewParty();
+    void customDirectoryWithoutBanner();
     void unknownCommandsAreAnsweredWithErrors();
     void badOptions_data();
     void badOptions();
@@ -27,7 +30,8 @@ private Q_SLOTS:
 private:
     /// Starts the simulator on a free port; false if it does not come up.
     bool startSimulator(const QStringList& extra = {});
-    std::unique_ptr<ToolProcess> startCli(const QString& user, const QString& password = QString());
+    std::unique_ptr<ToolProcess> startCli(const QString& user, const QString& password = QString(),
+                                          const QStringList& extra = {});
 
     std::unique_ptr<ToolProcess> m_sim;
     quint16 m_port = 0;
@@ -71,12 +75,14 @@ bool tst_CliPbxSim::startSimulator(const QStringList& extra)
     return m_port != 0;
 }
 
-std::unique_ptr<ToolProcess> tst_CliPbxSim::startCli(const QString& user, const QString& password)
+std::unique_ptr<ToolProcess> tst_CliPbxSim::startCli(const QString& user, const QString& password,
+                                                     const QStringList& extra)
 {
     auto cli = std::make_unique<ToolProcess>(
         QStringLiteral(TELVIX_CLI),
         QStringList {"--json", "--user", user, "--password", password.isNull() ? user : password, "--server",
-                     QStringLiteral("127.0.0.1:%1").arg(m_port), "--data-dir", m_dir.path() + "/" + user});
+                     QStringLiteral("127.0.0.1:%1").arg(m_port), "--data-dir", m_dir.path() + "/" + user}
+            + extra);
     if (!cli->start())
         return nullptr;
     return cli;
@@ -194,17 +200,109 @@ void tst_CliPbxSim::callBetweenTwoClients()
     QCOMPARE(anna->exitCode(), 0);
 }
 
+void tst_CliPbxSim::refusedLoginEndsWithTheReason_data()
+{
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("wrong password") << "1002"
+                                    << "not-the-password" << QStringList() << "WrongPassword";
+    QTest::newRow("unknown user") << "4711"
+                                  << "4711" << QStringList() << "UnknownUser";
+    // The simulator's certificate is self-signed: verified, it is refused.
+    QTest::newRow("certificate verified") << "1002"
+                                          << "1002" << QStringList {"--verify-tls"} << QString();
+}
+
 void tst_CliPbxSim::refusedLoginEndsWithTheReason()
 {
+    QFETCH(QString, user);
+    QFETCH(QString, password);
+    QFETCH(QStringList, options);
+    QFETCH(QString, reason);
     QVERIFY(startSimulator());
-    auto cli = startCli("1002", "not-the-password");
+    auto cli = startCli(user, password, options);
     QVERIFY(cli);
     const QJsonObject gone = cli->takeSignal("disconnectedFromServer");
-    QCOMPARE(gone.value("args").toArray().at(0).toString(), QStringLiteral("WrongPassword"));
+    const QString said = gone.value("args").toArray().at(0).toString();
+    if (reason.isEmpty())
+        QVERIFY(!said.isEmpty());
+    else
+        QCOMPARE(said, reason);
     QVERIFY(cli->waitForExit());
     QCOMPARE(cli->exitCode(), 1);
     QVERIFY(cli->takeSignal("loggedToServer", {}, 0).isEmpty());
-    QVERIFY(!m_sim->waitForLine("login of \"1002\"").isEmpty());
+}
+
+void tst_CliPbxSim::redirectedCallRingsTheNewParty()
+{
+    QVERIFY(startSimulator({"--answer-delay", "-1"}));
+    auto anna = startCli("1000");
+    auto bruno = startCli("1001");
+    auto chiara = startCli("1002");
+    QVERIFY(anna && bruno && chiara);
+    for (ToolProcess* cli : {anna.get(), bruno.get(), chiara.get()})
+        QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+
+    anna->send(call("newCall", {"1001", 0}, 1));
+    const QString uid = arg0(bruno->takeSignal("sigIncomingCall")).value("uid").toString();
+    QVERIFY(!uid.isEmpty());
+    bruno->send(call("redirectCall", {uid, "1002"}, 2));
+    QCOMPARE(bruno->takeAnswer(2).value("result"), QJsonValue(true));
+
+    QCOMPARE(arg0(bruno->takeSignal("sigFinishedCall")).value("reason").toString(),
+             QStringLiteral("redirected"));
+    const QJsonObject ring = arg0(chiara->takeSignal("sigIncomingCall"));
+    QCOMPARE(ring.value("uid").toString(), uid);
+    QCOMPARE(ring.value("remoteNum").toString(), QStringLiteral("1000"));
+    const QJsonObject moved = arg0(anna->takeSignal("sigColpUpdate"));
+    QCOMPARE(moved.value("remoteNum").toString(), QStringLiteral("1002"));
+    QCOMPARE(moved.value("remoteName").toString(), QStringLiteral("Chiara Lambert"));
+
+    // Chiara turns it down: every leg ends and the history says busy.
+    chiara->send(call("refuseCall", {uid}, 3));
+    QCOMPARE(arg0(anna->takeSignal("sigFinishedCall")).value("uid").toString(), uid);
+    QCOMPARE(arg0(chiara->takeSignal("sigFinishedCall")).value("localHangup").toBool(), true);
+    QVERIFY(!anna->takeSignal("sigCdrChanged",
+                              [](const QJsonObject& o) {
+                                  const QJsonObject e
+                                      = o.value("args").toArray().at(0).toArray().at(0).toObject();
+                                  return e.value("callee") == "1002" && e.value("statusText") == "busy";
+                              })
+                 .isEmpty());
+}
+
+void tst_CliPbxSim::customDirectoryWithoutBanner()
+{
+    const QString path = m_dir.path() + "/directory.json";
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"({"extensions": [
+        {"exten": "200", "firstName": "Test", "lastName": "Pilot", "password": "secret"},
+        {"exten": "201", "firstName": "Co", "lastName": "Pilot"}]})");
+    file.close();
+    QVERIFY(startSimulator({"--directory", path, "--no-banner", "--api", "5.8"}));
+    auto cli = startCli("200", "secret");
+    QVERIFY(cli);
+    const QJsonObject logged = arg0(cli->takeSignal("loggedToServer"));
+    QCOMPARE(logged.value("firstName").toString(), QStringLiteral("Test"));
+    QCOMPARE(logged.value("apiVersion").toString(), QStringLiteral("5.8"));
+
+    cli->send(call("getExtenList", {}, 1));
+    const QJsonObject book = cli->takeSignal("sigPhonebookChanged", [](const QJsonObject& o) {
+        return !o.value("args").toArray().at(0).toArray().isEmpty();
+    });
+    const QJsonArray entries
+        = book.value("args").toArray().at(0).toArray().at(0).toObject().value("entries").toArray();
+    QCOMPARE(entries.size(), 1);
+    QCOMPARE(entries.at(0).toObject().value("displayName").toString(), QStringLiteral("Co Pilot"));
+
+    // shutdown as a command ends the tool like quit does.
+    cli->send(call("shutdown", {}, 2));
+    QCOMPARE(cli->takeAnswer(2).value("result"), QJsonValue(true));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 0);
 }
 
 void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
@@ -228,6 +326,10 @@ void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
                })
                 .size()
             == 2);
+    // A request the simulator does not know is answered with an "Error".
+    cli->send(call("sendPlainRequest", {"<Bogus/>"}, 6));
+    QCOMPARE(cli->takeAnswer(6).value("result"), QJsonValue(true));
+    QVERIFY(!m_sim->waitForLine("1003: unknown request Bogus").isEmpty());
     // Nothing of that stopped the client.
     cli->send(call("isConnected", {}, 4));
     QCOMPARE(cli->takeAnswer(4).value("result"), QJsonValue(true));

@@ -25,6 +25,7 @@ private Q_SLOTS:
     void writtenForm_data();
     void writtenForm();
     void recordKeysAreFieldNames();
+    void everyTypeOfTheInterfaceConverts();
     void refused_data();
     void refused();
 };
@@ -210,6 +211,39 @@ void tst_JsonConvert::recordKeysAreFieldNames()
     QCOMPARE(o.value("remoteNum").toString(), QStringLiteral("1001"));
     QCOMPARE(o.value("previousCallState").toInt(), -1);
     QCOMPARE(o.value("localAnswer").toBool(), true);
+}
+
+// Whatever a method of Telvix takes or gives, and whatever a signal carries,
+// can be printed and typed: its type is registered under the name the
+// meta-object gives it, and a value of it survives the way through JSON.
+void tst_JsonConvert::everyTypeOfTheInterfaceConverts()
+{
+    const QMetaObject& api = Telvix::staticMetaObject;
+    QStringList failures;
+    int checked = 0;
+    for (int i = api.methodOffset(); i < api.methodCount(); ++i) {
+        const QMetaMethod m = api.method(i);
+        if (m.access() != QMetaMethod::Public)
+            continue;
+        QList<QByteArray> types = m.parameterTypes();
+        if (m.returnType() != QMetaType::Void)
+            types.append(m.typeName());
+        for (const QByteArray& name : qAsConst(types)) {
+            ++checked;
+            const int id = QMetaType::type(name.constData());
+            QString error;
+            if (id == QMetaType::UnknownType)
+                error = QStringLiteral("not registered");
+            else if (!JsonConvert::fromJson(JsonConvert::toJson(QVariant(id, nullptr)), id, &error).isValid())
+                error = QStringLiteral("does not read back: ") + error;
+            if (!error.isEmpty())
+                failures.append(
+                    QStringLiteral("%1 in %2: %3")
+                        .arg(QString::fromLatin1(name), QString::fromLatin1(m.methodSignature()), error));
+        }
+    }
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join(QLatin1Char('\n'))));
+    QVERIFY(checked > 100);
 }
 
 void tst_JsonConvert::refused_data()

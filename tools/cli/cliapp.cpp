@@ -12,6 +12,8 @@
 namespace {
 
 constexpr int DefaultWaitForMs = 30000;
+// Signals kept for waitFor while no method is called (a long watch).
+constexpr int SeenSignalsKept = 1000;
 
 QString modeText(TELVIX::AppMode mode)
 {
@@ -72,7 +74,7 @@ void CliApp::start()
         if (r.ok)
             m_out.printResult(QJsonValue::Null, QStringLiteral("initTcpServer"), r.value);
         else
-            m_out.printError(QJsonValue::Null, r.error);
+            m_out.printError(QJsonValue::Null, QStringLiteral("--local-server: %1").arg(r.error));
     }
     CliOutput::note(QStringLiteral("connecting to %1:%2 as %3 (%4)")
                         .arg(m_options.host)
@@ -87,6 +89,8 @@ void CliApp::onSignal(const QMetaMethod& signal, const QJsonArray& args)
     m_out.printSignal(signal, args);
     m_seen.append(
         {QString::fromLatin1(signal.name()), QString::fromLatin1(signal.methodSignature()), args, false});
+    if (m_seen.size() > SeenSignalsKept)
+        m_seen.removeFirst();
 
     const QByteArray name = signal.name();
     if (name == "loggedToServer" && !m_loggedIn) {
@@ -202,8 +206,11 @@ bool CliApp::run(const Command& c)
     // waitFor looks at what this call brings about, nothing earlier.
     m_seen.clear();
     m_out.printResult(c.id, c.name, r.value);
-    if (c.name == QLatin1String("shutdown"))
+    if (c.name == QLatin1String("shutdown")) {
+        // The library's thread is gone: it must not be asked to shut down again.
+        m_clientShutDown = true;
         finish(m_exitCode);
+    }
     return !m_finishing;
 }
 
@@ -269,7 +276,8 @@ void CliApp::finish(int exitCode)
 
 void CliApp::shutdownClient()
 {
-    m_client->shutdown();
+    if (!m_clientShutDown)
+        m_client->shutdown();
     // What the library raised up to its end is still printed, nothing after.
     QCoreApplication::sendPostedEvents(m_tap);
     delete m_tap;

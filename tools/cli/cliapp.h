@@ -76,6 +76,7 @@ private:
     bool m_ready = false;
     bool m_loggedIn = false;
     bool m_finishing = false;
+    bool m_clientShutDown = false;
     int m_exitCode = 0;
 
     // waitFor: signals raised since the last method call, and the one awaited.

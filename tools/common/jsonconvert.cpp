@@ -4,22 +4,20 @@
 #include "telvix_const.h"
 
 #include <QAssociativeIterable>
-#include <QHash>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QMetaEnum>
 #include <QMetaObject>
 #include <QMetaProperty>
 #include <QSequentialIterable>
-#include <QStringList>
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 
+// Writing values as JSON, and what both directions share. Reading is in
+// jsonreader.cpp.
+
+namespace JsonConvert {
 namespace detail {
-
 
 QHash<int, MapInserter>& mapInserters()
 {

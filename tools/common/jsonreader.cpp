@@ -275,6 +275,8 @@ QVariant Reader::readMap(const QJsonValue& json, int typeId, const QString& path
     return container;
 }
 
+} // namespace
+
 QVariant fromJson(const QJsonValue& json, int typeId, QString* error)
 {
     Reader reader;
