@@ -36,15 +36,16 @@ QByteArray makePhoneBook(int users)
            "<Timestamp>2026-11-15T18:10:02.123</Timestamp><Response><PBook><Users>";
     char buffer[1024];
     for (int i = 0; i < users; ++i) {
-        std::snprintf(buffer, sizeof buffer,
-                      "<User><ContactUuid>{%08x-44f1-410a-ab9a-%012x}</ContactUuid>"
-                      "<First>Giulia %d</First><Last>Rossi &amp; Bianchi</Last>"
-                      "<Company>Caff\xc3\xa8 Nero S.p.A.</Company><Unit>Sales</Unit><Owner>%d</Owner>"
-                      "<Contact><Type>work</Type><Value>+39 02 555%05d</Value><Primary>true</Primary></Contact>"
-                      "<Contact><Type>mobile</Type><Value>+39 333 %07d</Value><Primary>false</Primary></Contact>"
-                      "<Contact><Type>email</Type><Value>g.rossi%d@example.com</Value>"
-                      "<Primary>false</Primary></Contact></User>\n",
-                      unsigned(i * 2654435761u), unsigned(i), i, 200 + i % 50, i, i, i);
+        std::snprintf(
+            buffer, sizeof buffer,
+            "<User><ContactUuid>{%08x-44f1-410a-ab9a-%012x}</ContactUuid>"
+            "<First>Giulia %d</First><Last>Rossi &amp; Bianchi</Last>"
+            "<Company>Caff\xc3\xa8 Nero S.p.A.</Company><Unit>Sales</Unit><Owner>%d</Owner>"
+            "<Contact><Type>work</Type><Value>+39 02 555%05d</Value><Primary>true</Primary></Contact>"
+            "<Contact><Type>mobile</Type><Value>+39 333 %07d</Value><Primary>false</Primary></Contact>"
+            "<Contact><Type>email</Type><Value>g.rossi%d@example.com</Value>"
+            "<Primary>false</Primary></Contact></User>\n",
+            unsigned(i * 2654435761u), unsigned(i), i, 200 + i % 50, i, i, i);
         xml += buffer;
     }
     xml += "</Users></PBook></Response></SRNT>";
@@ -68,8 +69,8 @@ const Document& document(int users)
         slot->text = QString::fromUtf8(slot->utf8);
         std::unique_ptr<QTextDecoder> decoder(QTextCodec::codecForName("UTF-8")->makeDecoder());
         for (int pos = 0; pos < slot->utf8.size(); pos += kChunkBytes)
-            slot->chunks.push_back(decoder->toUnicode(slot->utf8.constData() + pos,
-                                                      qMin(kChunkBytes, slot->utf8.size() - pos)));
+            slot->chunks.push_back(
+                decoder->toUnicode(slot->utf8.constData() + pos, qMin(kChunkBytes, slot->utf8.size() - pos)));
     }
     return *slot;
 }
@@ -121,7 +122,8 @@ Totals readPhoneBook(const QString& message, Values getTagsValues, Decoded getDe
 Totals readOurs(const QString& message)
 {
     return readPhoneBook(
-        message, [](const QString& xml, const QString& tag) { return SimpleXmlParser::getTagsValues(xml, tag); },
+        message,
+        [](const QString& xml, const QString& tag) { return SimpleXmlParser::getTagsValues(xml, tag); },
         [](const QString& xml, const QString& tag) { return SimpleXmlParser::getDecodedTagValue(xml, tag); });
 }
 
@@ -130,7 +132,9 @@ Totals readReference(const QString& message)
     return readPhoneBook(
         message,
         [](const QString& xml, const QString& tag) { return ReferenceXmlParser::getTagsValues(xml, tag); },
-        [](const QString& xml, const QString& tag) { return ReferenceXmlParser::getDecodedTagValue(xml, tag); });
+        [](const QString& xml, const QString& tag) {
+            return ReferenceXmlParser::getDecodedTagValue(xml, tag);
+        });
 }
 
 Totals readPugi(const QByteArray& utf8)
@@ -146,7 +150,8 @@ Totals readPugi(const QByteArray& utf8)
         ++totals.users;
         for (const char* field : kUserFields)
             totals.characters += qint64(std::strlen(user.child(field).child_value()));
-        for (pugi::xml_node contact = user.child("Contact"); contact; contact = contact.next_sibling("Contact")) {
+        for (pugi::xml_node contact = user.child("Contact"); contact;
+             contact = contact.next_sibling("Contact")) {
             ++totals.contacts;
             for (const char* field : kContactFields)
                 totals.characters += qint64(std::strlen(contact.child(field).child_value()));
@@ -221,11 +226,32 @@ void BM_Pugixml(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * doc.utf8.size());
 }
 
-BENCHMARK(BM_Framing)->Arg(10000)->Arg(20000)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Lookups)->Arg(10000)->Arg(20000)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Pugixml)->Arg(10000)->Arg(20000)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
+BENCHMARK(BM_Framing)
+    ->Arg(10000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Lookups)
+    ->Arg(10000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Pugixml)
+    ->Arg(10000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)
+    ->ReportAggregatesOnly(true);
 // Slow by design: a few runs only.
-BENCHMARK(BM_ReferenceLookups)->Arg(10000)->Arg(20000)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3)->ReportAggregatesOnly(true);
+BENCHMARK(BM_ReferenceLookups)
+    ->Arg(10000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->Repetitions(3)
+    ->ReportAggregatesOnly(true);
 
 // Keeps the median of every benchmark for the summary table.
 class SummaryReporter : public benchmark::ConsoleReporter
@@ -252,7 +278,8 @@ void printSummary(const std::map<std::string, double>& ms)
     // CPU time: the machines these run on are shared, and wall time there
     // measures the neighbours as much as the code.
     std::printf("\nSummary (medians of CPU time, ms)\n");
-    std::printf("%-8s %10s %10s %10s %12s %12s\n", "users", "framing", "lookups", "pugixml", "reference", "a+b/pugixml");
+    std::printf("%-8s %10s %10s %10s %12s %12s\n", "users", "framing", "lookups", "pugixml", "reference",
+                "a+b/pugixml");
     for (int n : {10000, 20000}) {
         const double a = get("BM_Framing", n), b = get("BM_Lookups", n), p = get("BM_Pugixml", n),
                      r = get("BM_ReferenceLookups", n);

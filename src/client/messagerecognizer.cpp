@@ -17,7 +17,7 @@ MessageRecognizer::MessageRecognizer(const QVector<Row>& rows)
             auto it = std::find_if(m_tags.begin(), m_tags.end(),
                                    [&needle](const TagName& t) { return t.name == needle.text; });
             if (it == m_tags.end()) {
-                m_tags.append(TagName{needle.text, INT_MAX, INT_MAX});
+                m_tags.append(TagName {needle.text, INT_MAX, INT_MAX});
                 it = m_tags.end() - 1;
             }
             int& slot = needle.kind == NeedleKind::OpenTag ? it->openRow : it->emptyRow;
@@ -74,7 +74,8 @@ int MessageRecognizer::recognize(const QString& xml) const
     // found by the vectorised character search, and a '<' whose next
     // character begins no name (closing tags, most of all) is passed over.
     const int window = m_maxNameLength + 2;
-    for (int i = text.indexOf(QLatin1Char('<')); i >= 0 && best > 0; i = text.indexOf(QLatin1Char('<'), i + 1)) {
+    for (int i = text.indexOf(QLatin1Char('<')); i >= 0 && best > 0;
+         i = text.indexOf(QLatin1Char('<'), i + 1)) {
         if (i + 1 >= size)
             break;
         const ushort first = data[i + 1].unicode();

@@ -128,10 +128,13 @@ public:
     Q_INVOKABLE bool subscribeTenantEvents(const QString& tenant);
     /// Forwards every call to `number` (sigServiceStatusChanged()).
     Q_INVOKABLE bool setUFWD(const QString& number);
+    /// Ends the unconditional forward.
     Q_INVOKABLE bool unsetUFWD();
     /// Rings the user's mobile phone together with the desk.
     Q_INVOKABLE bool setForkToMobile();
+    /// Stops ringing the mobile phone with the desk.
     Q_INVOKABLE bool unsetForkToMobile();
+    /// Deletes one voicemail message (sigMailboxStatusChanged() follows).
     Q_INVOKABLE bool deleteVoicemailMessage(const QString& id);
     /// Marks a voicemail message; an unknown type marks it old.
     Q_INVOKABLE bool markVoicemailMessage(const QString& id, TELVIX::VmMsgType type);
@@ -365,10 +368,13 @@ Q_SIGNALS:
     void sigExtenStatusMapChanged(QMap<QString, BuddyStatus> statusMap);
     /// Call history: stored at login, asked for, or sent by the server.
     void sigCdrChanged(Cdr cdr);
+    /// The answer to getVoicemail().
     void sigVoicemailMsgList(QList<VoicemailMessage> messages);
     /// A new rebranding package waits on the server.
     void sigRebrandingPackageChanged();
+    /// The voicemail counters changed or were asked for.
     void sigMailboxStatusChanged(MailboxStatus status);
+    /// The user's service states: the whole list or one changed service.
     void sigServiceStatusChanged(QList<ServiceStatus> statusList);
     /// A token asked for by requestAccessToken(), valid until `expiry`.
     void sigAuthTokenReceived(QString token, QDateTime expiry);

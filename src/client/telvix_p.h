@@ -13,8 +13,10 @@
 #include <QMap>
 #include <QSemaphore>
 #include <QString>
+#include <QTextCodec>
 
 #include <atomic>
+#include <memory>
 
 class QCoreApplication;
 class QSslError;
@@ -143,11 +145,12 @@ public:
     /// Sends `msg`; a request's true means that its body ran, whatever
     /// the socket did.
     bool sendAndForget(SXmlMessage& msg);
+    /// Logs `line` and sends a request of type `Msg` that has no fields.
+    template <typename Msg> bool ask(const char* function, int priority, const char* line);
 
     /// Token requests in the order of their asking: a download's own
     /// downloader, or null for the application's requestAccessToken().
     QList<SarnetDownloader*> downloaders;
-
 
     Telvix* const q_ptr;
 
@@ -165,6 +168,9 @@ public:
     std::atomic<int> connectionState{Telvix::StateDisconnected};
     QDateTime lastLoginAttempt;
     QSslSocket* socket = nullptr;
+    /// UTF-8 decoder of the socket's text; it keeps a character split
+    /// between two reads.
+    std::unique_ptr<QTextDecoder> socketDecoder;
     TELVIX::CallCenterRole ccRole = TELVIX::CallCenterRole(0);
     int features = 0;
 
@@ -233,6 +239,12 @@ public:
     void rowAuthToken(const QString& xml, DispatchContext& ctx);
     void rowMailboxStatus(const QString& xml, DispatchContext& ctx);
     void rowServices(const QString& xml, DispatchContext& ctx);
+    /// The rows that only hand a valid message's record to the application:
+    /// parse, acknowledge, log an invalid message, else raise `signal` with
+    /// the record in `member`.
+    template <typename Msg, typename Record>
+    void forwardRow(const QString& xml, DispatchContext& ctx, const char* function,
+                    const InvalidWords& invalid, Record Msg::*member, void (Telvix::*signal)(Record));
     /// Hands a token to the oldest waiting request: a download starts, the
     /// application's own request gets sigAuthTokenReceived.
     void onAuthTokenReceived(const QString& token, const QDateTime& expiry);

@@ -46,7 +46,8 @@ R blocking(QObject* target, Body&& body, R fallback = R(), const std::function<v
     QThread* thread = target->thread();
     R result = fallback;
     if (!thread || !thread->isRunning()
-        || !QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::BlockingQueuedConnection, &result)) {
+        || !QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::BlockingQueuedConnection,
+                                      &result)) {
         qCritical() << "invoke method failed!";
         if (onFailure)
             onFailure();

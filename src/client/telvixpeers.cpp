@@ -69,7 +69,8 @@ void TelvixPrivate::rowIdentityUpdate(const QString& xml, DispatchContext& ctx)
 void TelvixPrivate::rowExtenStatusList(const QString& xml, DispatchContext& ctx)
 {
     Q_Q(Telvix);
-    auto msg = parseRow<ExtenStatusRespMsg>(xml, ctx, logger, Q_FUNC_INFO, {1000, "Invalid exten status received"});
+    auto msg = parseRow<ExtenStatusRespMsg>(xml, ctx, logger, Q_FUNC_INFO,
+                                            {1000, "Invalid exten status received"});
     if (!msg.success)
         return;
     for (auto it = msg.statusMap.begin(); it != msg.statusMap.end(); ++it) {
@@ -85,20 +86,19 @@ void TelvixPrivate::rowExtenStatusList(const QString& xml, DispatchContext& ctx)
 void TelvixPrivate::rowExtenStatus(const QString& xml, DispatchContext& ctx)
 {
     Q_Q(Telvix);
-    const auto msg
-        = parseRow<ExtenStatusRespMsg>(xml, ctx, logger, Q_FUNC_INFO, {1000, "Invalid exten status received"});
+    const auto msg = parseRow<ExtenStatusRespMsg>(xml, ctx, logger, Q_FUNC_INFO,
+                                                  {1000, "Invalid exten status received"});
     if (!msg.success)
         return;
     if (msg.statusMap.size() > 1)
         TLOG(100) << "Got ExtenStatus message containing more entries!";
     // The wire fields change; chat presence and the accounts stay.
-    for (const BuddyStatus& update : msg.statusMap) {
-        BuddyStatus& status = extenStatus[update.exten];
-        status.exten = update.exten;
-        status.ctiLogged = update.ctiLogged;
-        status.queuePaused = update.queuePaused;
-        status.blfContext = update.blfContext;
-        status.blfStatus = update.blfStatus;
+    for (BuddyStatus status : msg.statusMap) {
+        const BuddyStatus known = extenStatus.value(status.exten);
+        status.presence = known.presence;
+        status.presenceText = known.presenceText;
+        status.contacts = known.contacts;
+        extenStatus.insert(status.exten, status);
         Q_EMIT q->sigExtenStatusChanged(status);
     }
 }

@@ -161,46 +161,41 @@ bool TelvixPrivate::sendAndForget(SXmlMessage& msg)
     return true;
 }
 
+template <typename Msg> bool TelvixPrivate::ask(const char* function, int priority, const char* line)
+{
+    TelvixLogLine(logger, priority, function) << line;
+    Msg request;
+    return sendAndForget(request);
+}
+
 bool TelvixPrivate::getIdentities()
 {
-    TLOG(1000) << "Getting Identities";
-    GetIdentitiesReqMsg request;
-    return sendAndForget(request);
+    return ask<GetIdentitiesReqMsg>(Q_FUNC_INFO, 1000, "Getting Identities");
 }
 
 bool TelvixPrivate::getPeerList()
 {
-    TLOG(1000) << "Getting Peer list";
-    GetBuddyIdentitiesReqMsg request;
-    return sendAndForget(request);
+    return ask<GetBuddyIdentitiesReqMsg>(Q_FUNC_INFO, 1000, "Getting Peer list");
 }
 
 bool TelvixPrivate::getPhoneBook()
 {
-    TLOG(1000) << "Getting PhoneBook";
-    GetPBookReqMsg request;
-    return sendAndForget(request);
+    return ask<GetPBookReqMsg>(Q_FUNC_INFO, 1000, "Getting PhoneBook");
 }
 
 bool TelvixPrivate::getExtenList()
 {
-    TLOG(1000) << "Getting ExtenList.";
-    GetBuddiesReqMsg request;
-    return sendAndForget(request);
+    return ask<GetBuddiesReqMsg>(Q_FUNC_INFO, 1000, "Getting ExtenList.");
 }
 
 bool TelvixPrivate::getExtenStatus()
 {
-    TLOG(1000) << "Getting ExtenStatus";
-    GetExtenStatusReqMsg request;
-    return sendAndForget(request);
+    return ask<GetExtenStatusReqMsg>(Q_FUNC_INFO, 1000, "Getting ExtenStatus");
 }
 
 bool TelvixPrivate::getServiceStatus()
 {
-    TLOG(1000) << "Getting ServiceStatus";
-    GetServiceStatusReqMsg request;
-    return sendAndForget(request);
+    return ask<GetServiceStatusReqMsg>(Q_FUNC_INFO, 1000, "Getting ServiceStatus");
 }
 
 bool TelvixPrivate::getServiceCodeList()
@@ -230,9 +225,7 @@ bool TelvixPrivate::getVoicemail(TELVIX::VmMsgTypeFlag type)
 
 bool TelvixPrivate::getMailboxStatus()
 {
-    TLOG(1000) << "Getting mailbox status";
-    MailboxStatusReqMsg request;
-    return sendAndForget(request);
+    return ask<MailboxStatusReqMsg>(Q_FUNC_INFO, 1000, "Getting mailbox status");
 }
 
 bool TelvixPrivate::getTenantList()
@@ -258,23 +251,17 @@ bool TelvixPrivate::setUFWD(const QString& number)
 
 bool TelvixPrivate::unsetUFWD()
 {
-    TLOG(1000) << "Sending UFWDDel to CTIServer";
-    UFWDUnsetReqMsg request;
-    return sendAndForget(request);
+    return ask<UFWDUnsetReqMsg>(Q_FUNC_INFO, 1000, "Sending UFWDDel to CTIServer");
 }
 
 bool TelvixPrivate::setForkToMobile()
 {
-    TLOG(1000) << "Sending ForkToMobile set to CTIServer";
-    ForkToMobileSetReqMsg request;
-    return sendAndForget(request);
+    return ask<ForkToMobileSetReqMsg>(Q_FUNC_INFO, 1000, "Sending ForkToMobile set to CTIServer");
 }
 
 bool TelvixPrivate::unsetForkToMobile()
 {
-    TLOG(1000) << "Sending ForkToMobile unset to CTIServer";
-    ForkToMobileUnsetReqMsg request;
-    return sendAndForget(request);
+    return ask<ForkToMobileUnsetReqMsg>(Q_FUNC_INFO, 1000, "Sending ForkToMobile unset to CTIServer");
 }
 
 bool TelvixPrivate::deleteVoicemailMessage(const QString& id)
@@ -307,9 +294,7 @@ bool TelvixPrivate::requestAccessToken()
 
 bool TelvixPrivate::requestAccessToken_internal()
 {
-    TLOG(1000) << "Getting authentication token";
-    AuthTokenReqMsg request;
-    return sendAndForget(request);
+    return ask<AuthTokenReqMsg>(Q_FUNC_INFO, 1000, "Getting authentication token");
 }
 
 QString TelvixPrivate::getOutboundLinePrefix()
@@ -344,7 +329,8 @@ bool TelvixPrivate::changePassword(const QString& oldPassword, const QString& ne
     // The server takes this one request as bare text, outside the envelope
     // and without escaping.
     const QString text = QLatin1String("<ChangePWD><Username>") + user + QLatin1String("</Username><OldPWD>")
-        + oldPassword + QLatin1String("</OldPWD><NewPWD>") + newPassword + QLatin1String("</NewPWD></ChangePWD>");
+        + oldPassword + QLatin1String("</OldPWD><NewPWD>") + newPassword
+        + QLatin1String("</NewPWD></ChangePWD>");
     sendRequest(text, false);
     return true;
 }

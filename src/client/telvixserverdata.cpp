@@ -22,6 +22,16 @@ const ServiceStatus* forkToMobile(const QList<ServiceStatus>& list)
 }
 } // namespace
 
+template <typename Msg, typename Record>
+void TelvixPrivate::forwardRow(const QString& xml, DispatchContext& ctx, const char* function,
+                               const InvalidWords& invalid, Record Msg::*member,
+                               void (Telvix::*signal)(Record))
+{
+    const Msg msg = parseRow<Msg>(xml, ctx, logger, function, invalid);
+    if (msg.success)
+        Q_EMIT(q_ptr->*signal)(msg.*member);
+}
+
 void TelvixPrivate::rowCdr(const QString& xml, DispatchContext& ctx)
 {
     Q_Q(Telvix);
@@ -39,34 +49,26 @@ void TelvixPrivate::rowCdr(const QString& xml, DispatchContext& ctx)
 
 void TelvixPrivate::rowCommandResponse(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg = parseRow<SendCommandRespMsg>(xml, ctx, logger, Q_FUNC_INFO,
-                                                  {1000, "Invalid command response received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigServerCommandResponse(msg.commandResponse);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {1000, "Invalid command response received"},
+               &SendCommandRespMsg::commandResponse, &Telvix::sigServerCommandResponse);
 }
 
 void TelvixPrivate::rowDiagnostic(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg
-        = parseRow<DiagnosticRespMsg>(xml, ctx, logger, Q_FUNC_INFO, {1000, "Invalid diagnostic msg received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigDiagnosticMessageReceived(msg.diagnosticMessage);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {1000, "Invalid diagnostic msg received"},
+               &DiagnosticRespMsg::diagnosticMessage, &Telvix::sigDiagnosticMessageReceived);
 }
 
 void TelvixPrivate::rowTenantList(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg
-        = parseRow<TenantsRespMsg>(xml, ctx, logger, Q_FUNC_INFO, {1000, "Invalid tenant list msg received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigTenantListReceived(msg.tenants);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {1000, "Invalid tenant list msg received"}, &TenantsRespMsg::tenants,
+               &Telvix::sigTenantListReceived);
 }
 
 void TelvixPrivate::rowChannelStatus(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg = parseRow<ChannelStatusRespMsg>(xml, ctx, logger, Q_FUNC_INFO,
-                                                    {100, "Invalid ChannelStatus msg received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigChannelStatusReceived(msg.channelStatus);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {100, "Invalid ChannelStatus msg received"},
+               &ChannelStatusRespMsg::channelStatus, &Telvix::sigChannelStatusReceived);
 }
 
 void TelvixPrivate::rowCtiConfiguration(const QString& xml, DispatchContext& ctx)
@@ -88,8 +90,8 @@ void TelvixPrivate::rowCtiConfiguration(const QString& xml, DispatchContext& ctx
     if (received.proxyPort == 0)
         sipSettings.proxyPort = defaults.proxyPort;
     TLOG(1000) << "Valid CTI configuration msg received:"
-               << "-- Registrar " << sipSettings.registrarIp << ":" << sipSettings.registrarPort << "-- Proxy "
-               << sipSettings.proxyIp << ":" << sipSettings.proxyPort;
+               << "-- Registrar " << sipSettings.registrarIp << ":" << sipSettings.registrarPort
+               << "-- Proxy " << sipSettings.proxyIp << ":" << sipSettings.proxyPort;
     Q_EMIT q->sigSipSettingsReceived(sipSettings);
 }
 
@@ -122,18 +124,14 @@ void TelvixPrivate::rowServiceStatus(const QString& xml, DispatchContext& ctx)
 
 void TelvixPrivate::rowInCallServiceStatus(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg = parseRow<InCallServiceStatusEventMsg>(xml, ctx, logger, Q_FUNC_INFO,
-                                                           {1000, "Invalid incall service status msg received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigInCallServiceStatusReceived(msg.inCallServiceStatus);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {1000, "Invalid incall service status msg received"},
+               &InCallServiceStatusEventMsg::inCallServiceStatus, &Telvix::sigInCallServiceStatusReceived);
 }
 
 void TelvixPrivate::rowVoicemailList(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg = parseRow<VoiceMailListResMsg>(xml, ctx, logger, Q_FUNC_INFO,
-                                                   {1000, "Invalid voicemail message list received"});
-    if (msg.success)
-        Q_EMIT q_ptr->sigVoicemailMsgList(msg.messages);
+    forwardRow(xml, ctx, Q_FUNC_INFO, {1000, "Invalid voicemail message list received"},
+               &VoiceMailListResMsg::messages, &Telvix::sigVoicemailMsgList);
 }
 
 void TelvixPrivate::rowRebrandingPackChanged(const QString& xml, DispatchContext& ctx)

@@ -160,6 +160,7 @@ void TelvixPrivate::initSslSocket()
     qRegisterMetaType<QAbstractSocket::SocketError>("SocketError");
     QSslSocket* const sock = new QSslSocket();
     socket = sock;
+    socketDecoder.reset(QTextCodec::codecForName("UTF-8")->makeDecoder());
 
     // Every slot checks that its sender is still the current socket: a
     // dropped socket may still have queued signals in flight.
@@ -412,7 +413,7 @@ bool TelvixPrivate::readData()
         TLOG(10) << "Invalid socket from which read data";
         return false;
     }
-    const QString text = QString::fromUtf8(socket->readAll());
+    const QString text = socketDecoder->toUnicode(socket->readAll());
     if (!text.isEmpty()) {
         TLOG(-1) << "Server reported:\n" << text;
         parser->addData(text);

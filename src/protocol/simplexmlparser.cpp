@@ -81,7 +81,7 @@ inline bool sameUnits(const QChar* a, const QChar* b, qsizetype count)
 
 // First i in [from, last) with d[i] == a and d[i + 1] == b; d[last] must be
 // readable. Markup has a "<" every few characters, so filtering on the name's
-// first character as well skips most of them eight units at a time.
+// first character as well skips most of them sixteen units at a time.
 inline qsizetype findPair(const QChar* text, qsizetype from, qsizetype last, ushort a, ushort b)
 {
     const ushort* d = reinterpret_cast<const ushort*>(text);
@@ -125,7 +125,8 @@ inline qsizetype findTriple(const QChar* text, qsizetype from, qsizetype last, u
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
         const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at + 1));
         const __m128i z = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at + 2));
-        return _mm_and_si128(_mm_and_si128(_mm_cmpeq_epi16(x, va), _mm_cmpeq_epi16(y, vb)), _mm_cmpeq_epi16(z, vc));
+        return _mm_and_si128(_mm_and_si128(_mm_cmpeq_epi16(x, va), _mm_cmpeq_epi16(y, vb)),
+                             _mm_cmpeq_epi16(z, vc));
     };
     for (; i + 16 <= last; i += 16) {
         const uint mask = uint(_mm_movemask_epi8(_mm_packs_epi16(hits(i), hits(i + 8))));
@@ -256,14 +257,17 @@ qsizetype findClosing(QStringView xml, QStringView name, qsizetype from)
     return -1;
 }
 
-bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsizetype& start, qsizetype& end)
+// `plainName`: the name holds no ">" (stripped names never do).
+bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsizetype& start, qsizetype& end,
+                    bool plainName = true)
 {
     const qsizetype origin = searchOrigin(startPos, xml.size());
     start = origin < 0 ? -1 : findOpening(xml, name, origin, endsElementName);
     // "<name>": the ">" behind the name is the end, unless the name itself
     // ends in "/" and so makes "/>" with it.
     const qsizetype nameEnd = start + 1 + name.size();
-    if (start >= 0 && xml.at(nameEnd) == QLatin1Char('>') && (name.isEmpty() || name.back() != QLatin1Char('/'))) {
+    if (plainName && start >= 0 && xml.at(nameEnd) == QLatin1Char('>')
+        && (name.isEmpty() || name.back() != QLatin1Char('/'))) {
         end = nameEnd;
         return false;
     }
@@ -421,7 +425,8 @@ inline qsizetype findDecodable(const QChar* text, qsizetype n)
     const __m128i bad = _mm_set1_epi16(short(0xFFFD));
     for (; i + 8 <= n; i += 8) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
-        const uint mask = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
+        const uint mask
+            = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
         if (mask)
             return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
     }
@@ -456,7 +461,8 @@ inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
     for (; i + 8 <= n; i += 8) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), x);
-        const uint mask = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
+        const uint mask
+            = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
         if (mask)
             return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
     }
@@ -802,11 +808,22 @@ int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom) const
             const qsizetype inside = findText(text, qMax(0, scanFrom - base), needle);
             if (inside >= 0)
                 return base + int(inside);
-            // A tag that starts in this piece and ends in a later one.
+            // A tag that starts in this piece and ends in the next one (only
+            // the last piece may be shorter than a tag).
             const int end = base + size;
             const int from = qMax(scanFrom, end - needleLen + 1);
             if (index + 1 < m_buffer.size() && from < end) {
-                const QString window = bufferSlice(from, qMin(length - from, end - from + needleLen - 1));
+                const int mine = end - from;
+                const int wanted = qMin(length - from, mine + needleLen - 1);
+                const QStringView next = pieceText(index + 1);
+                QString window;
+                if (wanted - mine <= next.size()) {
+                    window.reserve(wanted);
+                    window.append(text.data() + (from - base), mine);
+                    window.append(next.data(), wanted - mine);
+                } else {
+                    window = bufferSlice(from, wanted);
+                }
                 const qsizetype across = findText(window, 0, needle);
                 if (across >= 0 && from + across < end)
                     return from + int(across);
@@ -887,7 +904,8 @@ bool SimpleXmlParser::findStartTagDelimiters(const QString& xml, const QString& 
 {
     qsizetype s = -1;
     qsizetype e = -1;
-    const bool selfClosed = locateStartTag(xml, tag, startPos, s, e);
+    // Unlike the other lookups this one takes the name as given, brackets too.
+    const bool selfClosed = locateStartTag(xml, tag, startPos, s, e, !tag.contains(QLatin1Char('>')));
     start = int(s);
     end = int(e);
     return selfClosed;
@@ -935,8 +953,9 @@ QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& ta
         if (at < 0)
             break;
         QStringView value;
-        appendTaken(values, locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
-                                                                                         : QStringLiteral(""));
+        appendTaken(values,
+                    locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
+                                                                                 : QStringLiteral(""));
         from = at + 1;
     }
     return values;
@@ -952,9 +971,9 @@ QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QStr
         if (at < 0)
             break;
         QStringView value;
-        appendTaken(values, locateValue(xml, name.view(), at, value) == ValueKind::Found
-                                ? decodeView(value, nullptr)
-                                : QStringLiteral(""));
+        appendTaken(values,
+                    locateValue(xml, name.view(), at, value) == ValueKind::Found ? decodeView(value, nullptr)
+                                                                                 : QStringLiteral(""));
         from = at + 1;
     }
     return values;

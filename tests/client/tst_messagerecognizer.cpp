@@ -112,7 +112,8 @@ void TestMessageRecognizer::dispatchTableCases_data()
 {
     QTest::addColumn<QString>("xml");
     QTest::addColumn<int>("row"); // 1-based as in the table, 0 for none
-    QTest::newRow("identity list holding peers") << "<SRNT><PeerStatusList><Peer><Name>a</Name></Peer></PeerStatusList></SRNT>" << 5;
+    QTest::newRow("identity list holding peers")
+        << "<SRNT><PeerStatusList><Peer><Name>a</Name></Peer></PeerStatusList></SRNT>" << 5;
     QTest::newRow("peer list holding peers") << "<PeerList><Peer/></PeerList>" << 6;
     QTest::newRow("single peer") << "<SRNT><Peer><Name>a</Name></Peer></SRNT>" << 7;
     QTest::newRow("exten status list") << "<ExtenStatusList><ExtenStatus/></ExtenStatusList>" << 10;
@@ -120,8 +121,10 @@ void TestMessageRecognizer::dispatchTableCases_data()
     QTest::newRow("open voicemail list") << "<VoicemailMessageList></VoicemailMessageList>" << 36;
     QTest::newRow("empty phone book list is not recognised") << "<PhoneBookList/>" << 0;
     QTest::newRow("second name of row 8") << "<Phonebook><User/></Phonebook>" << 8;
-    QTest::newRow("service list before service") << "<ServiceStatusList><ServiceStatus/></ServiceStatusList>" << 30;
-    QTest::newRow("in-call service status") << "<InCallServiceStatus><Uid>1</Uid></InCallServiceStatus>" << 32;
+    QTest::newRow("service list before service")
+        << "<ServiceStatusList><ServiceStatus/></ServiceStatusList>" << 30;
+    QTest::newRow("in-call service status")
+        << "<InCallServiceStatus><Uid>1</Uid></InCallServiceStatus>" << 32;
     QTest::newRow("upper row wins") << "<KAACK></KAACK><Login></Login>" << 1;
     QTest::newRow("phoneEvent in an attribute") << "<SRNT><Info kind=\"phoneEvent\"></Info></SRNT>" << 51;
     QTest::newRow("phoneEvent loses to a row above") << "<QueueEvent>phoneEvent</QueueEvent>" << 33;
@@ -156,7 +159,7 @@ void TestMessageRecognizer::generatedMessagesAgreeWithTheRowByRowSearch()
     QFETCH(int, fragments);
     QRandomGenerator random(seed);
     const MessageRecognizer& recognizer = dispatchRecognizer();
-    const QStringList names = tableNames() + QStringList{"SRNT", "Response", "Info", "User", "Name"};
+    const QStringList names = tableNames() + QStringList {"SRNT", "Response", "Info", "User", "Name"};
     QVector<int> seen(dispatchTable().size() + 1, 0);
     for (int i = 0; i < 2500; ++i) {
         QString xml = QStringLiteral("<SRNT><API>6.1</API>");
@@ -181,8 +184,8 @@ void TestMessageRecognizer::bareWordAheadOfTagsWinsOnlyByItsRow()
                                         {{Kind::BareWord, "beta"}},
                                         {{Kind::OpenTag, "Gamma"}, {Kind::EmptyTag, "Gamma"}},
                                         {{Kind::BareWord, "ph"}, {Kind::OpenTag, "Delta"}}});
-    const QStringList texts = {"<Gamma/> beta", "<Alpha>beta", "<Gamma>", "<Delta>", "ph", "alphabeta",
-                               "<Gamma/>", "<Delta/>", "no match", "<Alpha/>beta<Gamma>"};
+    const QStringList texts = {"<Gamma/> beta", "<Alpha>beta", "<Gamma>",  "<Delta>",  "ph",
+                               "alphabeta",     "<Gamma/>",    "<Delta/>", "no match", "<Alpha/>beta<Gamma>"};
     for (const QString& text : texts)
         QCOMPARE(recognizer.recognize(text), recognizer.recognizeBySearch(text));
     QCOMPARE(recognizer.recognize("<Gamma/> beta"), 1);

@@ -17,21 +17,25 @@ using CallEvents::wrap;
 
 namespace {
 
-QString peer(const QString& name, const QString& type = QStringLiteral("SIP"), const QString& exten = QString())
+QString peer(const QString& name, const QString& type = QStringLiteral("SIP"),
+             const QString& exten = QString())
 {
-    return wrap("Peer", element("Name", name) + element("Type", type) + (exten.isEmpty() ? QString()
-                                                                                           : element("Exten", exten)));
+    return wrap("Peer",
+                element("Name", name) + element("Type", type)
+                    + (exten.isEmpty() ? QString() : element("Exten", exten)));
 }
 
 QString extenStatus(const QString& exten, const QString& blf, const QString& logged = QStringLiteral("1"))
 {
-    return wrap("ExtenStatus", element("Exten", exten) + element("CtiLogged", logged) + element("BlfStatus", blf));
+    return wrap("ExtenStatus",
+                element("Exten", exten) + element("CtiLogged", logged) + element("BlfStatus", blf));
 }
 
 QString service(const QString& id, const QString& value, const QString& status = QStringLiteral("1"))
 {
     return wrap("ServiceStatus",
-                element("Id", id) + element("Type", "service") + element("Value", value) + element("Status", status));
+                element("Id", id) + element("Type", "service") + element("Value", value)
+                    + element("Status", status));
 }
 
 QString token(const QString& value)
@@ -91,31 +95,39 @@ private Q_SLOTS:
     void tokensServeTheirAskersInOrder();
     void ctiConfigurationSetsSipSettingsAndChatAccount();
     void callHistoryIsSeenFromTheUsersSide();
-    void noticesReachTheApplication();
+    void recordsReachTheApplication_data();
+    void recordsReachTheApplication();
+    void tenantsRebrandingAndDialCodesReachTheApplication();
     void voicemailListInOpenOrEmptyForm_data();
     void voicemailListInOpenOrEmptyForm();
     void unknownMessageIsLoggedAndNotAcknowledged();
+    void characterSplitBetweenTwoReadsArrivesWhole();
 };
 
 void TestTelvixDispatch::everyMessageWithAnIdIsAcknowledged_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QByteArray>("signal");
-    QTest::newRow("PeerStatusList") << wrap("PeerStatusList", peer("200-a")) << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList)));
+    QTest::newRow("PeerStatusList") << wrap("PeerStatusList", peer("200-a"))
+                                    << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList)));
     QTest::newRow("PeerList") << wrap("PeerList", peer("201-a", "SIP", "201"))
                               << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)));
     QTest::newRow("Peer") << peer("200-a") << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList)));
     QTest::newRow("ExtenStatusList") << wrap("ExtenStatusList", extenStatus("201", "1"))
-                                     << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)));
-    QTest::newRow("ExtenStatus") << extenStatus("201", "2") << QByteArray(SIGNAL(sigExtenStatusChanged(BuddyStatus)));
+                                     << QByteArray(
+                                            SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)));
+    QTest::newRow("ExtenStatus") << extenStatus("201", "2")
+                                 << QByteArray(SIGNAL(sigExtenStatusChanged(BuddyStatus)));
     QTest::newRow("CallList") << wrap("CallList", QString()) << QByteArray(SIGNAL(sigCdrChanged(Cdr)));
-    QTest::newRow("CommandResponse") << wrap("CommandResponse", element("RequestId", "r1") + element("ExitCode", "0"))
+    QTest::newRow("CommandResponse") << wrap("CommandResponse",
+                                             element("RequestId", "r1") + element("ExitCode", "0"))
                                      << QByteArray(SIGNAL(sigServerCommandResponse(ServerCommandResponse)));
     QTest::newRow("LoggerMessage") << wrap("LoggerMessage", element("MessageId", "m1"))
                                    << QByteArray(SIGNAL(sigDiagnosticMessageReceived(DiagnosticMessage)));
     QTest::newRow("TenantList") << wrap("TenantList", wrap("Tenant", element("TenantUuid", "t1")))
                                 << QByteArray(SIGNAL(sigTenantListReceived(QMap<QString, QString>)));
-    QTest::newRow("ChannelStatus") << wrap("ChannelStatus", element("Channel", "SIP/1") + element("Number", "201"))
+    QTest::newRow("ChannelStatus") << wrap("ChannelStatus",
+                                           element("Channel", "SIP/1") + element("Number", "201"))
                                    << QByteArray(SIGNAL(sigChannelStatusReceived(ChannelStatus)));
     QTest::newRow("CtiConfiguration") << wrap("CtiConfiguration", element("SipRegistrarIp", "10.0.0.1"))
                                       << QByteArray(SIGNAL(sigSipSettingsReceived(SipConfiguration)));
@@ -124,17 +136,21 @@ void TestTelvixDispatch::everyMessageWithAnIdIsAcknowledged_data()
     QTest::newRow("ServiceStatus") << service("ufwd", "0612")
                                    << QByteArray(SIGNAL(sigServiceStatusChanged(QList<ServiceStatus>)));
     QTest::newRow("InCallServiceStatus")
-        << wrap("InCallServiceStatus", element("Uid", "u1") + element("Channel", "SIP/1") + element("Status", "1"))
+        << wrap("InCallServiceStatus",
+                element("Uid", "u1") + element("Channel", "SIP/1") + element("Status", "1"))
         << QByteArray(SIGNAL(sigInCallServiceStatusReceived(InCallServiceStatus)));
     QTest::newRow("VoicemailMessageList") << QStringLiteral("<VoicemailMessageList/>")
                                           << QByteArray(SIGNAL(sigVoicemailMsgList(QList<VoicemailMessage>)));
-    QTest::newRow("RebrandingPackChanged") << QStringLiteral("<RebrandingPackChanged></RebrandingPackChanged>")
-                                           << QByteArray(SIGNAL(sigRebrandingPackageChanged()));
-    QTest::newRow("AuthToken") << token("abc") << QByteArray(SIGNAL(sigAuthTokenReceived(QString, QDateTime)));
+    QTest::newRow("RebrandingPackChanged")
+        << QStringLiteral("<RebrandingPackChanged></RebrandingPackChanged>")
+        << QByteArray(SIGNAL(sigRebrandingPackageChanged()));
+    QTest::newRow("AuthToken") << token("abc")
+                               << QByteArray(SIGNAL(sigAuthTokenReceived(QString, QDateTime)));
     QTest::newRow("MailboxStatus") << wrap("MailboxStatus", element("NewMsgCount", "1"))
                                    << QByteArray(SIGNAL(sigMailboxStatusChanged(MailboxStatus)));
     QTest::newRow("Services") << wrap("Services", element("echo", "*43"))
-                              << QByteArray(SIGNAL(sigServicesCodesReceived(QMap<TELVIX::ServiceDialCodeType, QString>)));
+                              << QByteArray(SIGNAL(
+                                     sigServicesCodesReceived(QMap<TELVIX::ServiceDialCodeType, QString>)));
 }
 
 void TestTelvixDispatch::everyMessageWithAnIdIsAcknowledged()
@@ -166,27 +182,29 @@ void TestTelvixDispatch::invalidMessagesAreLoggedAndRaiseNothing_data()
                                     << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList))) << 1000
                                     << "Invalid Identity list received";
     QTest::newRow("PeerList") << wrap("PeerList", failed)
-                              << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>))) << 1000
-                              << "Invalid BuddyIdentity list received";
-    QTest::newRow("Peer") << wrap("Peer", failed) << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList))) << 1000
-                          << "Invalid Identity received";
-    QTest::newRow("ExtenStatusList") << wrap("ExtenStatusList", failed)
-                                     << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)))
+                              << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)))
+                              << 1000 << "Invalid BuddyIdentity list received";
+    QTest::newRow("Peer") << wrap("Peer", failed) << QByteArray(SIGNAL(sigIdentitiesChanged(IdentityList)))
+                          << 1000 << "Invalid Identity received";
+    QTest::newRow("ExtenStatusList") << wrap(
+        "ExtenStatusList", failed) << QByteArray(SIGNAL(sigExtenStatusMapChanged(QMap<QString, BuddyStatus>)))
                                      << 1000 << "Invalid exten status received";
-    QTest::newRow("ExtenStatus") << wrap("ExtenStatus", failed) << QByteArray(SIGNAL(sigExtenStatusChanged(BuddyStatus)))
-                                 << 1000 << "Invalid exten status received";
+    QTest::newRow("ExtenStatus") << wrap("ExtenStatus", failed)
+                                 << QByteArray(SIGNAL(sigExtenStatusChanged(BuddyStatus))) << 1000
+                                 << "Invalid exten status received";
     QTest::newRow("CommandResponse") << wrap("CommandResponse", element("ExitCode", "1"))
-                                     << QByteArray(SIGNAL(sigServerCommandResponse(ServerCommandResponse))) << 1000
-                                     << "Invalid command response received";
+                                     << QByteArray(SIGNAL(sigServerCommandResponse(ServerCommandResponse)))
+                                     << 1000 << "Invalid command response received";
     QTest::newRow("LoggerMessage") << wrap("LoggerMessage", element("Message", "no id"))
-                                   << QByteArray(SIGNAL(sigDiagnosticMessageReceived(DiagnosticMessage))) << 1000
-                                   << "Invalid diagnostic msg received";
+                                   << QByteArray(SIGNAL(sigDiagnosticMessageReceived(DiagnosticMessage)))
+                                   << 1000 << "Invalid diagnostic msg received";
     QTest::newRow("TenantList") << wrap("TenantList", failed)
                                 << QByteArray(SIGNAL(sigTenantListReceived(QMap<QString, QString>))) << 1000
                                 << "Invalid tenant list msg received";
-    QTest::newRow("InCallServiceStatus") << wrap("InCallServiceStatus", element("Uid", "u1"))
-                                         << QByteArray(SIGNAL(sigInCallServiceStatusReceived(InCallServiceStatus)))
-                                         << 1000 << "Invalid incall service status msg received";
+    QTest::newRow("InCallServiceStatus")
+        << wrap("InCallServiceStatus", element("Uid", "u1"))
+        << QByteArray(SIGNAL(sigInCallServiceStatusReceived(InCallServiceStatus))) << 1000
+        << "Invalid incall service status msg received";
     QTest::newRow("AuthToken") << wrap("AuthToken", element("ValidUntil", "2026-12-01 10:30:00"))
                                << QByteArray(SIGNAL(sigAuthTokenReceived(QString, QDateTime))) << 1000
                                << "Invalid authentication token message received";
@@ -219,22 +237,23 @@ void TestTelvixDispatch::identityListMapsTheUsersAccounts()
     QVERIFY(app.start());
     QSignalSpy changed(app.client(), &Telvix::sigIdentitiesChanged);
     // Bare "Peer" entries inside the list take the list's row, not the update's.
-    QVERIFY(app.deliver(wrap("PeerStatusList", peer("200-desk") + peer("200-soft") + wrap("Peer", element("Type", "SIP")))));
+    QVERIFY(app.deliver(
+        wrap("PeerStatusList", peer("200-desk") + peer("200-soft") + wrap("Peer", element("Type", "SIP")))));
     QCOMPARE(changed.count(), 1);
     IdentityList identities = changed.at(0).at(0).value<IdentityList>();
     QCOMPARE(identities.size(), 2);
     QCOMPARE(identities.at(1).name, QStringLiteral("200-soft"));
     PeerMaps maps = peerMaps(app);
-    QCOMPARE(maps.accountToExten, (QMap<QString, QString>{{"200-desk", "200"}, {"200-soft", "200"}}));
-    QCOMPARE(maps.extenToAccounts.value("200"), (QStringList{"200-desk", "200-soft"}));
+    QCOMPARE(maps.accountToExten, (QMap<QString, QString> {{"200-desk", "200"}, {"200-soft", "200"}}));
+    QCOMPARE(maps.extenToAccounts.value("200"), (QStringList {"200-desk", "200-soft"}));
 
     // A new list replaces the user's accounts; other extensions stay.
     QVERIFY(app.deliver(wrap("PeerList", peer("201-a", "SIP", "201"))));
     QVERIFY(app.deliver(wrap("PeerStatusList", peer("200-app"))));
     maps = peerMaps(app);
-    QCOMPARE(maps.accountToExten, (QMap<QString, QString>{{"200-app", "200"}, {"201-a", "201"}}));
-    QCOMPARE(maps.extenToAccounts.value("200"), QStringList{"200-app"});
-    QCOMPARE(maps.extenToAccounts.value("201"), QStringList{"201-a"});
+    QCOMPARE(maps.accountToExten, (QMap<QString, QString> {{"200-app", "200"}, {"201-a", "201"}}));
+    QCOMPARE(maps.extenToAccounts.value("200"), QStringList {"200-app"});
+    QCOMPARE(maps.extenToAccounts.value("201"), QStringList {"201-a"});
     QCOMPARE(changed.count(), 2);
 }
 
@@ -243,16 +262,17 @@ void TestTelvixDispatch::peerListGivesEachExtensionItsSipAccounts()
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
     QSignalSpy mapChanged(app.client(), &Telvix::sigExtenStatusMapChanged);
-    QVERIFY(app.deliver(wrap("PeerList", peer("201-a", "SIP", "201") + peer("201-b", "SIP", "201")
-                                             + peer("202-iax", "IAX2", "202") + peer("203-x", "sip", "203")
-                                             + peer("trunk-1", "SIP"))));
+    QVERIFY(app.deliver(wrap("PeerList",
+                             peer("201-a", "SIP", "201") + peer("201-b", "SIP", "201")
+                                 + peer("202-iax", "IAX2", "202") + peer("203-x", "sip", "203")
+                                 + peer("trunk-1", "SIP"))));
     QCOMPARE(mapChanged.count(), 1);
     const auto statusMap = mapChanged.at(0).at(0).value<QMap<QString, BuddyStatus>>();
-    QCOMPARE(statusMap.keys(), QStringList{"201"});
-    QCOMPARE(statusMap.value("201").contacts, (QStringList{"201-a", "201-b"}));
+    QCOMPARE(statusMap.keys(), QStringList {"201"});
+    QCOMPARE(statusMap.value("201").contacts, (QStringList {"201-a", "201-b"}));
     QCOMPARE(statusMap.value("201").exten, QStringLiteral("201"));
     const PeerMaps maps = peerMaps(app);
-    QCOMPARE(maps.accountToExten, (QMap<QString, QString>{{"201-a", "201"}, {"201-b", "201"}}));
+    QCOMPARE(maps.accountToExten, (QMap<QString, QString> {{"201-a", "201"}, {"201-b", "201"}}));
 }
 
 void TestTelvixDispatch::identityUpdateChangesKnownIdentitiesOnly()
@@ -262,8 +282,9 @@ void TestTelvixDispatch::identityUpdateChangesKnownIdentitiesOnly()
     QSignalSpy changed(app.client(), &Telvix::sigIdentitiesChanged);
     QVERIFY(app.deliver(wrap("PeerStatusList", peer("200-desk") + peer("200-soft"))));
     LogbusCapture log;
-    const QString registered = wrap("Peer", element("Name", "200-soft") + element("Type", "SIP")
-                                                + element("Status", "OK") + element("IP", "10.1.1.9"));
+    const QString registered = wrap("Peer",
+                                    element("Name", "200-soft") + element("Type", "SIP")
+                                        + element("Status", "OK") + element("IP", "10.1.1.9"));
     QVERIFY(app.deliver(registered + peer("999-stranger")));
     QVERIFY(log.contains(100, "Got Identity message containing more entries!"));
     QCOMPARE(changed.count(), 2);
@@ -284,8 +305,8 @@ void TestTelvixDispatch::extenStatusListKeepsTheAccounts()
     QCOMPARE(mapChanged.count(), 2);
     const auto statusMap = mapChanged.at(1).at(0).value<QMap<QString, BuddyStatus>>();
     // The list replaces the map: 204 is gone, 202 is new without accounts.
-    QCOMPARE(statusMap.keys(), (QStringList{"201", "202"}));
-    QCOMPARE(statusMap.value("201").contacts, QStringList{"201-a"});
+    QCOMPARE(statusMap.keys(), (QStringList {"201", "202"}));
+    QCOMPARE(statusMap.value("201").contacts, QStringList {"201-a"});
     QCOMPARE(int(statusMap.value("201").blfStatus), int(TELVIX::BlfInUse));
     QVERIFY(statusMap.value("201").ctiLogged);
     QCOMPARE(statusMap.value("202").contacts, QStringList());
@@ -304,7 +325,7 @@ void TestTelvixDispatch::singleExtenStatusKeepsAccountsAndReportsEachEntry()
     BuddyStatus status = one.at(0).at(0).value<BuddyStatus>();
     QCOMPARE(status.exten, QStringLiteral("201"));
     QCOMPARE(int(status.blfStatus), int(TELVIX::BlfBusy));
-    QCOMPARE(status.contacts, QStringList{"201-a"});
+    QCOMPARE(status.contacts, QStringList {"201-a"});
 
     LogbusCapture log;
     QVERIFY(app.deliver(extenStatus("201", "0", "0") + extenStatus("205", "16")));
@@ -313,9 +334,9 @@ void TestTelvixDispatch::singleExtenStatusKeepsAccountsAndReportsEachEntry()
     status = one.at(1).at(0).value<BuddyStatus>();
     QCOMPARE(int(status.blfStatus), int(TELVIX::BlfIdle));
     QVERIFY(!status.ctiLogged);
-    QCOMPARE(status.contacts, QStringList{"201-a"});
+    QCOMPARE(status.contacts, QStringList {"201-a"});
     QCOMPARE(one.at(2).at(0).value<BuddyStatus>().exten, QStringLiteral("205"));
-    QCOMPARE(peerMaps(app).status.keys(), (QStringList{"201", "205"}));
+    QCOMPARE(peerMaps(app).status.keys(), (QStringList {"201", "205"}));
 }
 
 void TestTelvixDispatch::peerMapsEndWithTheConnectionButStatusesStay()
@@ -331,11 +352,11 @@ void TestTelvixDispatch::peerMapsEndWithTheConnectionButStatusesStay()
     });
     QSignalSpy gone(app.client(), &Telvix::disconnectedFromServer);
     app.server().disconnectClient(app.connection());
-    QVERIFY(gone.wait());
+    QTRY_VERIFY_WITH_TIMEOUT(!gone.isEmpty(), 5000);
     const PeerMaps maps = peerMaps(app);
     QVERIFY(maps.accountToExten.isEmpty());
     QVERIFY(maps.extenToAccounts.isEmpty());
-    QCOMPARE(maps.status.value("201").contacts, QStringList{"201-a"});
+    QCOMPARE(maps.status.value("201").contacts, QStringList {"201-a"});
     bool chatMapsEmpty = false;
     app.onLibraryThread([&] { chatMapsEmpty = d->chatIdToExten.isEmpty() && d->extenToChatId.isEmpty(); });
     QVERIFY(chatMapsEmpty);
@@ -345,12 +366,14 @@ void TestTelvixDispatch::mobileNumberFromServiceStates_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QStringList>("numbers");
-    QTest::newRow("list with the service") << wrap("ServiceStatusList", service("ufwd", "") + service("forktomobile", "3471112222"))
-                                           << QStringList{"3471112222"};
-    QTest::newRow("list without the service clears it") << wrap("ServiceStatusList", service("ufwd", "0612"))
-                                                        << QStringList{""};
-    QTest::newRow("empty list clears it") << wrap("ServiceStatusList", QString()) << QStringList{""};
-    QTest::newRow("single with a number") << service("forktomobile", "3479998888") << QStringList{"3479998888"};
+    QTest::newRow("list with the service")
+        << wrap("ServiceStatusList", service("ufwd", "") + service("forktomobile", "3471112222"))
+        << QStringList {"3471112222"};
+    QTest::newRow("list without the service clears it")
+        << wrap("ServiceStatusList", service("ufwd", "0612")) << QStringList {""};
+    QTest::newRow("empty list clears it") << wrap("ServiceStatusList", QString()) << QStringList {""};
+    QTest::newRow("single with a number")
+        << service("forktomobile", "3479998888") << QStringList {"3479998888"};
     QTest::newRow("single without a number") << service("forktomobile", "") << QStringList();
     QTest::newRow("single of another service") << service("ufwd", "0612") << QStringList();
 }
@@ -407,10 +430,10 @@ void TestTelvixDispatch::ctiConfigurationSetsSipSettingsAndChatAccount()
     QVERIFY(app.start());
     QSignalSpy sip(app.client(), &Telvix::sigSipSettingsReceived);
     LogbusCapture log;
-    const QString config = wrap("CtiConfiguration", element("ChatID", "alice@chat") + element("ChatPort", "5223")
-                                                        + element("SipRegistrarIp", "10.0.0.5")
-                                                        + element("SipRegistrarPort", "5070")
-                                                        + element("SipProxyIp", "10.0.0.6"));
+    const QString config = wrap(
+        "CtiConfiguration",
+        element("ChatID", "alice@chat") + element("ChatPort", "5223") + element("SipRegistrarIp", "10.0.0.5")
+            + element("SipRegistrarPort", "5070") + element("SipProxyIp", "10.0.0.6"));
     QVERIFY(app.deliver(config));
     QCOMPARE(sip.count(), 1);
     const SipConfiguration settings = sip.at(0).at(0).value<SipConfiguration>();
@@ -421,7 +444,9 @@ void TestTelvixDispatch::ctiConfigurationSetsSipSettingsAndChatAccount()
     // What the server leaves out keeps the assumed default.
     QCOMPARE(int(settings.proxyPort), 5060);
     QCOMPARE(settings.sipProtocol, QStringLiteral("UDP"));
-    QVERIFY(log.contains(1000, "Valid CTI configuration msg received: -- Registrar  10.0.0.5 : 5070 -- Proxy  10.0.0.6 : 5060"));
+    QVERIFY(log.contains(
+        1000,
+        "Valid CTI configuration msg received: -- Registrar  10.0.0.5 : 5070 -- Proxy  10.0.0.6 : 5060"));
     QVERIFY(log.contains(1000, "Received a new ChatConfiguration"));
     QVERIFY(log.contains(1000, "received chat info. chatID / chatPort: alice@chat  /  5223"));
 
@@ -439,12 +464,14 @@ void TestTelvixDispatch::callHistoryIsSeenFromTheUsersSide()
     LogbusCapture log;
     const auto call = [](const char* uid, const char* caller, const char* callee, const char* direction,
                          const char* status) {
-        return wrap("Call", element("EntryUid", uid) + element("Caller", caller) + element("Called", callee)
-                                + element("Date", "2026-11-20 09:00:00") + element("Duration", "12")
-                                + element("Direction", direction) + element("Status", status));
+        return wrap("Call",
+                    element("EntryUid", uid) + element("Caller", caller) + element("Called", callee)
+                        + element("Date", "2026-11-20 09:00:00") + element("Duration", "12")
+                        + element("Direction", direction) + element("Status", status));
     };
-    QVERIFY(app.deliver(wrap("CallList", call("e1", "201", "200", "4", "8") + call("e2", "200", "0612", "2", "4")
-                                             + call("bad", "200", "201", "3", "8"))));
+    QVERIFY(app.deliver(wrap("CallList",
+                             call("e1", "201", "200", "4", "8") + call("e2", "200", "0612", "2", "4")
+                                 + call("bad", "200", "201", "3", "8"))));
     QCOMPARE(history.count(), 1);
     const Cdr cdr = history.at(0).at(0).value<Cdr>();
     QCOMPARE(cdr.size(), 2);
@@ -457,55 +484,76 @@ void TestTelvixDispatch::callHistoryIsSeenFromTheUsersSide()
     QVERIFY(log.contains(10000, "emitting unpersisted cdr"));
 }
 
-void TestTelvixDispatch::noticesReachTheApplication()
+void TestTelvixDispatch::recordsReachTheApplication_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QByteArray>("signal");
+    QTest::addColumn<QByteArray>("field");
+    QTest::addColumn<QVariant>("value");
+    const QString command = wrap("CommandResponse",
+                                 element("RequestId", "r7") + element("Command", "reload")
+                                     + element("IsFailed", "1") + element("ExitCode", "4"));
+    const QByteArray commandSignal = SIGNAL(sigServerCommandResponse(ServerCommandResponse));
+    QTest::newRow("command id") << command << commandSignal << QByteArray("requestId") << QVariant("r7");
+    QTest::newRow("command failed") << command << commandSignal << QByteArray("succeeded") << QVariant(false);
+    QTest::newRow("command exit code") << command << commandSignal << QByteArray("exitCode") << QVariant(4);
+    QTest::newRow("diagnostic") << wrap("LoggerMessage",
+                                        element("MessageId", "m3") + element("Message", "codec mismatch"))
+                                << QByteArray(SIGNAL(sigDiagnosticMessageReceived(DiagnosticMessage)))
+                                << QByteArray("message") << QVariant("codec mismatch");
+    QTest::newRow("channel") << wrap("ChannelStatus",
+                                     element("Channel", "SIP/trunk-9") + element("Number", "0612")
+                                         + element("Name", "Carol"))
+                             << QByteArray(SIGNAL(sigChannelStatusReceived(ChannelStatus)))
+                             << QByteArray("name") << QVariant("Carol");
+    QTest::newRow("in-call service") << wrap("InCallServiceStatus",
+                                             element("Uid", "u9") + element("Channel", "SIP/200-1")
+                                                 + element("Type", "recording") + element("Status", "1"))
+                                     << QByteArray(
+                                            SIGNAL(sigInCallServiceStatusReceived(InCallServiceStatus)))
+                                     << QByteArray("type") << QVariant("recording");
+    QTest::newRow("mailbox") << wrap("MailboxStatus", element("Mailbox", "200") + element("OldMsgCount", "5"))
+                             << QByteArray(SIGNAL(sigMailboxStatusChanged(MailboxStatus)))
+                             << QByteArray("oldCount") << QVariant(5);
+}
+
+void TestTelvixDispatch::recordsReachTheApplication()
+{
+    QFETCH(QString, body);
+    QFETCH(QByteArray, signal);
+    QFETCH(QByteArray, field);
+    QFETCH(QVariant, value);
+    LoggedInClient app(TELVIX::AppModeSrntPro);
+    QVERIFY(app.start());
+    QSignalSpy raised(app.client(), signal.constData());
+    QVERIFY(app.deliver(body));
+    QCOMPARE(raised.count(), 1);
+    // The record is a gadget: its field is read by name, as a script would.
+    const QVariant record = raised.at(0).at(0);
+    const QMetaObject* meta = QMetaType::metaObjectForType(record.userType());
+    QVERIFY(meta);
+    const QMetaProperty property = meta->property(meta->indexOfProperty(field.constData()));
+    QCOMPARE(property.readOnGadget(record.constData()), value);
+}
+
+void TestTelvixDispatch::tenantsRebrandingAndDialCodesReachTheApplication()
 {
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
     Telvix* client = app.client();
-    QSignalSpy command(client, &Telvix::sigServerCommandResponse);
-    QSignalSpy diagnostic(client, &Telvix::sigDiagnosticMessageReceived);
     QSignalSpy tenants(client, &Telvix::sigTenantListReceived);
-    QSignalSpy channel(client, &Telvix::sigChannelStatusReceived);
-    QSignalSpy inCall(client, &Telvix::sigInCallServiceStatusReceived);
     QSignalSpy rebranding(client, &Telvix::sigRebrandingPackageChanged);
-    QSignalSpy mailbox(client, &Telvix::sigMailboxStatusChanged);
     QSignalSpy codes(client, &Telvix::sigServicesCodesReceived);
-
-    QVERIFY(app.deliver(wrap("CommandResponse", element("RequestId", "r7") + element("Command", "reload")
-                                                    + element("IsFailed", "1") + element("ExitCode", "4")
-                                                    + element("Message", "no such queue"))));
-    const ServerCommandResponse response = command.at(0).at(0).value<ServerCommandResponse>();
-    QCOMPARE(response.requestId, QStringLiteral("r7"));
-    QVERIFY(!response.succeeded);
-    QCOMPARE(response.exitCode, 4);
-
-    QVERIFY(app.deliver(wrap("LoggerMessage", element("MessageId", "m3") + element("UniqueId", "u3")
-                                                  + element("Message", "codec mismatch"))));
-    QCOMPARE(diagnostic.at(0).at(0).value<DiagnosticMessage>().message, QStringLiteral("codec mismatch"));
-
-    QVERIFY(app.deliver(wrap("TenantList", wrap("Tenant", element("TenantUuid", "t1") + element("Domain", "acme"))
-                                               + wrap("Tenant", element("TenantUuid", "t2") + element("Domain", "beta")))));
-    using Tenants = QMap<QString, QString>;
-    QCOMPARE(tenants.at(0).at(0).value<Tenants>(), (Tenants{{"t1", "acme"}, {"t2", "beta"}}));
-
-    QVERIFY(app.deliver(wrap("ChannelStatus", element("Channel", "SIP/trunk-9") + element("Number", "0612")
-                                                  + element("Name", "Carol"))));
-    QCOMPARE(channel.at(0).at(0).value<ChannelStatus>().name, QStringLiteral("Carol"));
-
-    QVERIFY(app.deliver(wrap("InCallServiceStatus", element("Uid", "u9") + element("Channel", "SIP/200-1")
-                                                        + element("Type", "recording") + element("Status", "1"))));
-    QCOMPARE(inCall.at(0).at(0).value<InCallServiceStatus>().type, QStringLiteral("recording"));
-
+    QVERIFY(app.deliver(wrap("TenantList",
+                             wrap("Tenant", element("TenantUuid", "t1") + element("Domain", "acme"))
+                                 + wrap("Tenant", element("TenantUuid", "t2") + element("Domain", "beta")))));
     QVERIFY(app.deliver(wrap("RebrandingPackChanged", QString())));
+    QVERIFY(app.deliver(wrap(
+        "Services", wrap("NumberingPlan", element("voicemail", "*50") + element("outboundPrefix", "0")))));
+
+    using Tenants = QMap<QString, QString>;
+    QCOMPARE(tenants.at(0).at(0).value<Tenants>(), (Tenants {{"t1", "acme"}, {"t2", "beta"}}));
     QCOMPARE(rebranding.count(), 1);
-
-    QVERIFY(app.deliver(wrap("MailboxStatus", element("Mailbox", "200") + element("OldMsgCount", "5")
-                                                  + element("UrgentMsgCount", "1"))));
-    const MailboxStatus box = mailbox.at(0).at(0).value<MailboxStatus>();
-    QCOMPARE(box.oldCount, 5);
-    QCOMPARE(box.urgentCount, 1);
-
-    QVERIFY(app.deliver(wrap("Services", wrap("NumberingPlan", element("voicemail", "*50") + element("outboundPrefix", "0")))));
     using Codes = QMap<TELVIX::ServiceDialCodeType, QString>;
     const Codes received = codes.at(0).at(0).value<Codes>();
     QCOMPARE(received.value(TELVIX::ServiceVoicemail), QStringLiteral("*50"));
@@ -517,11 +565,11 @@ void TestTelvixDispatch::voicemailListInOpenOrEmptyForm_data()
 {
     QTest::addColumn<QString>("body");
     QTest::addColumn<QStringList>("ids");
-    const QString message = wrap("VoicemailMessage", element("ID", "7") + element("CallerNum", "0612")
-                                                         + element("Date", "2026-11-19T08:15:00.000")
-                                                         + element("isNew", "1"));
+    const QString message = wrap("VoicemailMessage",
+                                 element("ID", "7") + element("CallerNum", "0612")
+                                     + element("Date", "2026-11-19T08:15:00.000") + element("isNew", "1"));
     QTest::newRow("empty element") << QStringLiteral("<VoicemailMessageList/>") << QStringList();
-    QTest::newRow("open element") << wrap("VoicemailMessageList", message) << QStringList{"7"};
+    QTest::newRow("open element") << wrap("VoicemailMessageList", message) << QStringList {"7"};
 }
 
 void TestTelvixDispatch::voicemailListInOpenOrEmptyForm()
@@ -545,11 +593,27 @@ void TestTelvixDispatch::unknownMessageIsLoggedAndNotAcknowledged()
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
     LogbusCapture log;
-    const QString uuid = app.sendEvent(QStringLiteral("<PasswordChanged><Result>ok</Result></PasswordChanged>"));
+    const QString uuid
+        = app.sendEvent(QStringLiteral("<PasswordChanged><Result>ok</Result></PasswordChanged>"));
     app.server().send(app.connection(), FakeCtiServer::probeDocument(app.api()));
     QVERIFY(!app.server().waitForFrame(QStringLiteral("KeepAlive")).isEmpty());
     QVERIFY(log.contains(1000, "UNHANDLED:  <SRNT>"));
     QVERIFY(!ackedIds(app).contains(uuid));
+}
+
+void TestTelvixDispatch::characterSplitBetweenTwoReadsArrivesWhole()
+{
+    LoggedInClient app(TELVIX::AppModeSrntPro);
+    QVERIFY(app.start());
+    QSignalSpy mailbox(app.client(), &Telvix::sigMailboxStatusChanged);
+    const QString xml
+        = FakeCtiServer::document(wrap("MailboxStatus", element("Mailbox", QStringLiteral("Zo\u00eb-200"))));
+    // The cut falls between the two bytes of the "ë".
+    const int cut = xml.toUtf8().indexOf("\xc3\xab") + 1;
+    QVERIFY(app.server().sendSplit(app.connection(), xml, {cut}));
+    QVERIFY(app.waitForAck(FakeCtiServer::uuidOf(xml)));
+    QCOMPARE(mailbox.count(), 1);
+    QCOMPARE(mailbox.at(0).at(0).value<MailboxStatus>().mailbox, QStringLiteral("Zo\u00eb-200"));
 }
 
 QTEST_GUILESS_MAIN(TestTelvixDispatch)

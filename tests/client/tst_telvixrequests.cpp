@@ -49,7 +49,8 @@ ReadRequest readRequest(const QString& frame)
             leafText += reader.text();
             break;
         case QXmlStreamReader::EndElement:
-            if (leaf && path.size() == 2 && path.first() == QLatin1String("SRNT") && leafName == QLatin1String("API"))
+            if (leaf && path.size() == 2 && path.first() == QLatin1String("SRNT")
+                && leafName == QLatin1String("API"))
                 out.api = leafText;
             if (leaf && path.size() > 3 && path.at(2) == out.command)
                 out.fields << leafName + QLatin1Char('=') + leafText;
@@ -87,10 +88,7 @@ QVariant invoke(QObject* target, const QByteArray& method, const QVariantList& a
 
 ServerCommand command(const QString& name, const QStringList& params)
 {
-    ServerCommand c;
-    c.command = name;
-    c.params = params;
-    return c;
+    return ServerCommand {QString(), name, params};
 }
 
 } // namespace
@@ -132,59 +130,64 @@ void TestTelvixRequests::requestReachesTheServerAsWritten_data()
     const QVariant reload = QVariant::fromValue(command("reload", {"queues", "now"}));
     const QVariant bare = QVariant::fromValue(command("status", {}));
 
-    QTest::newRow("getIdentities") << QByteArray("getIdentities") << QVariantList() << false << "GetPeerStatus"
-                                   << QStringList();
+    QTest::newRow("getIdentities") << QByteArray("getIdentities") << QVariantList() << false
+                                   << "GetPeerStatus" << QStringList();
     QTest::newRow("getPeerList") << QByteArray("getPeerList") << QVariantList() << false << "GetPeerList"
                                  << QStringList();
     QTest::newRow("getPhoneBook") << QByteArray("getPhoneBook") << QVariantList() << true << "GetPhonebook"
                                   << QStringList();
     QTest::newRow("getExtenList") << QByteArray("getExtenList") << QVariantList() << true << "GetExtenList"
                                   << QStringList();
-    QTest::newRow("getExtenStatus") << QByteArray("getExtenStatus") << QVariantList() << false << "GetExtenStatus"
-                                    << QStringList();
-    QTest::newRow("getServiceStatus") << QByteArray("getServiceStatus") << QVariantList() << false
-                                      << "GetServiceStatus" << QStringList();
-    QTest::newRow("getServiceCodeList") << QByteArray("getServiceCodeList") << QVariantList() << true
-                                        << "GetServicesCode" << QStringList();
+    QTest::newRow("getExtenStatus") << QByteArray("getExtenStatus") << QVariantList() << false
+                                    << "GetExtenStatus" << QStringList();
+    QTest::newRow("getServiceStatus")
+        << QByteArray("getServiceStatus") << QVariantList() << false << "GetServiceStatus" << QStringList();
+    QTest::newRow("getServiceCodeList")
+        << QByteArray("getServiceCodeList") << QVariantList() << true << "GetServicesCode" << QStringList();
     QTest::newRow("getCtiConfiguration") << QByteArray("getCtiConfiguration") << QVariantList() << true
                                          << "GetCtiConfiguration" << QStringList();
-    QTest::newRow("getVoicemail") << QByteArray("getVoicemail") << QVariantList{vmNew} << false
-                                  << "GetVoicemailMsgList" << QStringList{"MsgType=NEW"};
-    QTest::newRow("getMailboxStatus") << QByteArray("getMailboxStatus") << QVariantList() << false
-                                      << "GetMailboxStatus" << QStringList();
-    QTest::newRow("getChannelStatus") << QByteArray("getChannelStatus") << QVariantList{"SIP/201-0000002a"} << true
-                                      << "GetChannelStatus" << QStringList{"Channel=SIP/201-0000002a"};
-    QTest::newRow("getTenantList") << QByteArray("getTenantList") << QVariantList() << false << "GetTenantList"
-                                   << QStringList();
-    QTest::newRow("subscribeTenantEvents") << QByteArray("subscribeTenantEvents") << QVariantList{"t-9"} << false
-                                           << "SubscribeTenantEvents" << QStringList{"TenantUuid=t-9"};
-    QTest::newRow("setUFWD") << QByteArray("setUFWD") << QVariantList{"+39 02 <1>"} << false << "UFWDSet"
-                             << QStringList{"Exten=+39 02 <1>"};
-    QTest::newRow("unsetUFWD") << QByteArray("unsetUFWD") << QVariantList() << false << "UFWDDel" << QStringList();
+    QTest::newRow("getVoicemail") << QByteArray("getVoicemail") << QVariantList {vmNew} << false
+                                  << "GetVoicemailMsgList" << QStringList {"MsgType=NEW"};
+    QTest::newRow("getMailboxStatus")
+        << QByteArray("getMailboxStatus") << QVariantList() << false << "GetMailboxStatus" << QStringList();
+    QTest::newRow("getChannelStatus")
+        << QByteArray("getChannelStatus") << QVariantList {"SIP/201-0000002a"} << true << "GetChannelStatus"
+        << QStringList {"Channel=SIP/201-0000002a"};
+    QTest::newRow("getTenantList") << QByteArray("getTenantList") << QVariantList() << false
+                                   << "GetTenantList" << QStringList();
+    QTest::newRow("subscribeTenantEvents")
+        << QByteArray("subscribeTenantEvents") << QVariantList {"t-9"} << false << "SubscribeTenantEvents"
+        << QStringList {"TenantUuid=t-9"};
+    QTest::newRow("setUFWD") << QByteArray("setUFWD") << QVariantList {"+39 02 <1>"} << false << "UFWDSet"
+                             << QStringList {"Exten=+39 02 <1>"};
+    QTest::newRow("unsetUFWD") << QByteArray("unsetUFWD") << QVariantList() << false << "UFWDDel"
+                               << QStringList();
     QTest::newRow("setForkToMobile") << QByteArray("setForkToMobile") << QVariantList() << false
                                      << "ForkToMobileSet" << QStringList();
-    QTest::newRow("unsetForkToMobile") << QByteArray("unsetForkToMobile") << QVariantList() << false
-                                       << "ForkToMobileUnset" << QStringList();
-    QTest::newRow("deleteVoicemailMessage") << QByteArray("deleteVoicemailMessage") << QVariantList{"42"} << false
-                                            << "DeleteVoicemailMsg" << QStringList{"ID=42"};
-    QTest::newRow("markVoicemailMessage") << QByteArray("markVoicemailMessage") << QVariantList{"42", urgent}
-                                          << false << "MarkVoicemailMsg" << QStringList{"ID=42", "MarkAs=URGENT"};
+    QTest::newRow("unsetForkToMobile")
+        << QByteArray("unsetForkToMobile") << QVariantList() << false << "ForkToMobileUnset" << QStringList();
+    QTest::newRow("deleteVoicemailMessage") << QByteArray("deleteVoicemailMessage") << QVariantList {"42"}
+                                            << false << "DeleteVoicemailMsg" << QStringList {"ID=42"};
+    QTest::newRow("markVoicemailMessage")
+        << QByteArray("markVoicemailMessage") << QVariantList {"42", urgent} << false << "MarkVoicemailMsg"
+        << QStringList {"ID=42", "MarkAs=URGENT"};
     QTest::newRow("markVoicemailMessage unknown type")
-        << QByteArray("markVoicemailMessage") << QVariantList{"43", noType} << false << "MarkVoicemailMsg"
-        << QStringList{"ID=43", "MarkAs=OLD"};
-    QTest::newRow("requestAccessToken") << QByteArray("requestAccessToken") << QVariantList() << false
-                                        << "GetAuthToken" << QStringList();
-    QTest::newRow("setDeviceToken") << QByteArray("setDeviceToken") << QVariantList{"tok&1", firebase} << false
-                                    << "SetNotificationServiceToken"
-                                    << QStringList{"Token=tok&1", "ServiceType=APNS_DEV"};
+        << QByteArray("markVoicemailMessage") << QVariantList {"43", noType} << false << "MarkVoicemailMsg"
+        << QStringList {"ID=43", "MarkAs=OLD"};
+    QTest::newRow("requestAccessToken")
+        << QByteArray("requestAccessToken") << QVariantList() << false << "GetAuthToken" << QStringList();
+    QTest::newRow("setDeviceToken") << QByteArray("setDeviceToken") << QVariantList {"tok&1", firebase}
+                                    << false << "SetNotificationServiceToken"
+                                    << QStringList {"Token=tok&1", "ServiceType=APNS_DEV"};
     QTest::newRow("setDeviceToken unknown service")
-        << QByteArray("setDeviceToken") << QVariantList{"tok", noService} << false << "SetNotificationServiceToken"
-        << QStringList{"Token=tok", "ServiceType=AUTO"};
-    QTest::newRow("sendServerCommand") << QByteArray("sendServerCommand") << QVariantList{reload} << false
-                                       << "SendCommand" << QStringList{"Command=reload", "Param=queues", "Param=now"};
+        << QByteArray("setDeviceToken") << QVariantList {"tok", noService} << false
+        << "SetNotificationServiceToken" << QStringList {"Token=tok", "ServiceType=AUTO"};
+    QTest::newRow("sendServerCommand")
+        << QByteArray("sendServerCommand") << QVariantList {reload} << false << "SendCommand"
+        << QStringList {"Command=reload", "Param=queues", "Param=now"};
     QTest::newRow("sendServerCommand without parameters")
-        << QByteArray("sendServerCommand") << QVariantList{bare} << false << "SendCommand"
-        << QStringList{"Command=status", "ParamList="};
+        << QByteArray("sendServerCommand") << QVariantList {bare} << false << "SendCommand"
+        << QStringList {"Command=status", "ParamList="};
 }
 
 void TestTelvixRequests::requestReachesTheServerAsWritten()
@@ -219,35 +222,39 @@ void TestTelvixRequests::requestsLogTheirLine_data()
     QTest::addColumn<QVariantList>("args");
     QTest::addColumn<int>("priority");
     QTest::addColumn<QString>("line");
-    QTest::newRow("getIdentities") << QByteArray("getIdentities") << QVariantList() << 1000 << "Getting Identities";
-    QTest::newRow("getPeerList") << QByteArray("getPeerList") << QVariantList() << 1000 << "Getting Peer list";
-    QTest::newRow("getExtenList") << QByteArray("getExtenList") << QVariantList() << 1000 << "Getting ExtenList.";
+    QTest::newRow("getIdentities") << QByteArray("getIdentities") << QVariantList() << 1000
+                                   << "Getting Identities";
+    QTest::newRow("getPeerList") << QByteArray("getPeerList") << QVariantList() << 1000
+                                 << "Getting Peer list";
+    QTest::newRow("getExtenList") << QByteArray("getExtenList") << QVariantList() << 1000
+                                  << "Getting ExtenList.";
     QTest::newRow("getExtenStatus") << QByteArray("getExtenStatus") << QVariantList() << 1000
                                     << "Getting ExtenStatus";
-    QTest::newRow("getServiceStatus") << QByteArray("getServiceStatus") << QVariantList() << 1000
-                                      << "Getting ServiceStatus";
+    QTest::newRow("getServiceStatus")
+        << QByteArray("getServiceStatus") << QVariantList() << 1000 << "Getting ServiceStatus";
     QTest::newRow("getVoicemail") << QByteArray("getVoicemail")
-                                  << QVariantList{QVariant::fromValue(TELVIX::VmMsgFlagOld)} << 1000
+                                  << QVariantList {QVariant::fromValue(TELVIX::VmMsgFlagOld)} << 1000
                                   << "Getting voicemail messages";
-    QTest::newRow("getMailboxStatus") << QByteArray("getMailboxStatus") << QVariantList() << 1000
-                                      << "Getting mailbox status";
-    QTest::newRow("getChannelStatus") << QByteArray("getChannelStatus") << QVariantList{"SIP/1"} << 10000
-                                      << "Getting channel status";
-    QTest::newRow("setUFWD") << QByteArray("setUFWD") << QVariantList{"0612"} << 1000
+    QTest::newRow("getMailboxStatus")
+        << QByteArray("getMailboxStatus") << QVariantList() << 1000 << "Getting mailbox status";
+    QTest::newRow("getChannelStatus")
+        << QByteArray("getChannelStatus") << QVariantList {"SIP/1"} << 10000 << "Getting channel status";
+    QTest::newRow("setUFWD") << QByteArray("setUFWD") << QVariantList {"0612"} << 1000
                              << "Sending UFWDSet to CTIServer - toNumber:  0612";
-    QTest::newRow("unsetUFWD") << QByteArray("unsetUFWD") << QVariantList() << 1000 << "Sending UFWDDel to CTIServer";
+    QTest::newRow("unsetUFWD") << QByteArray("unsetUFWD") << QVariantList() << 1000
+                               << "Sending UFWDDel to CTIServer";
     QTest::newRow("setForkToMobile") << QByteArray("setForkToMobile") << QVariantList() << 1000
                                      << "Sending ForkToMobile set to CTIServer";
     QTest::newRow("unsetForkToMobile") << QByteArray("unsetForkToMobile") << QVariantList() << 1000
                                        << "Sending ForkToMobile unset to CTIServer";
-    QTest::newRow("requestAccessToken") << QByteArray("requestAccessToken") << QVariantList() << 1000
-                                        << "Getting authentication token";
-    QTest::newRow("setDeviceToken") << QByteArray("setDeviceToken")
-                                    << QVariantList{"tk", QVariant::fromValue(TELVIX::NotificationServiceFirebase)}
+    QTest::newRow("requestAccessToken")
+        << QByteArray("requestAccessToken") << QVariantList() << 1000 << "Getting authentication token";
+    QTest::newRow("setDeviceToken") << QByteArray(
+        "setDeviceToken") << QVariantList {"tk", QVariant::fromValue(TELVIX::NotificationServiceFirebase)}
                                     << 10000 << "Sending notification token tk for service FIREBASE";
     QTest::newRow("sendServerCommand") << QByteArray("sendServerCommand")
-                                       << QVariantList{QVariant::fromValue(command("restart", {"a", "b c"}))} << 1000
-                                       << "Sending command to server: restart a b c";
+                                       << QVariantList {QVariant::fromValue(command("restart", {"a", "b c"}))}
+                                       << 1000 << "Sending command to server: restart a b c";
 }
 
 void TestTelvixRequests::requestsLogTheirLine()
@@ -268,7 +275,8 @@ void TestTelvixRequests::changePasswordIsSentUnescapedWithoutEnvelope()
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
     bool sent = false;
-    app.onLibraryThread([&] { sent = app.client()->changePassword(QStringLiteral("old<pw"), QStringLiteral("n&w>1")); });
+    app.onLibraryThread(
+        [&] { sent = app.client()->changePassword(QStringLiteral("old<pw"), QStringLiteral("n&w>1")); });
     QVERIFY(sent);
     const QByteArray expected = "<ChangePWD><Username>alice</Username><OldPWD>old<pw</OldPWD>"
                                 "<NewPWD>n&w>1</NewPWD></ChangePWD>";
@@ -312,7 +320,7 @@ void TestTelvixRequests::historyOfAMobileClientIsAskedFromTheLastEntry()
     QVERIFY(app.client()->getCDR(false, lastEntry));
     const ReadRequest read = readRequest(app.server().waitForFrame(QStringLiteral("GetCDR")));
     QCOMPARE(read.command, QStringLiteral("GetCDR"));
-    QCOMPARE(read.fields, (QStringList{"StartDate=", "EndDate=", "LastEntryUid=" + lastEntry}));
+    QCOMPARE(read.fields, (QStringList {"StartDate=", "EndDate=", "LastEntryUid=" + lastEntry}));
     QVERIFY(log.contains(10000, "Current APP MODE: 6"));
     QVERIFY(log.contains(priority, line));
 }
@@ -358,9 +366,10 @@ void TestTelvixRequests::injectedMessageIsHandledAsTheServersOwn()
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
     QSignalSpy mailbox(app.client(), &Telvix::sigMailboxStatusChanged);
-    const QString xml = FakeCtiServer::document(QStringLiteral("<MailboxStatus><Mailbox>200@default</Mailbox>"
-                                                               "<Waiting>1</Waiting><NewMsgCount>3</NewMsgCount>"
-                                                               "</MailboxStatus>"));
+    const QString xml
+        = FakeCtiServer::document(QStringLiteral("<MailboxStatus><Mailbox>200@default</Mailbox>"
+                                                 "<Waiting>1</Waiting><NewMsgCount>3</NewMsgCount>"
+                                                 "</MailboxStatus>"));
     QVERIFY(app.client()->injectMessage(xml));
     // Acknowledged to the server like anything it sent.
     QVERIFY(app.waitForAck(FakeCtiServer::uuidOf(xml)));

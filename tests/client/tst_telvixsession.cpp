@@ -23,6 +23,17 @@ QString field(const QString& frame, const char* name)
     return SimpleXmlParser::getDecodedTagValue(frame, QLatin1String(name));
 }
 
+/// The timers' intervals with some shortened (milliseconds; 0 keeps the real one).
+TelvixTimerIntervals timers(int keepAlive, int keepAliveAck, int guiKeepAlive = 0, int periodicData = 0)
+{
+    TelvixTimerIntervals t;
+    t.keepAliveMs = keepAlive ? keepAlive : t.keepAliveMs;
+    t.keepAliveAckMs = keepAliveAck ? keepAliveAck : t.keepAliveAckMs;
+    t.guiKeepAliveMs = guiKeepAlive ? guiKeepAlive : t.guiKeepAliveMs;
+    t.periodicDataMs = periodicData ? periodicData : t.periodicDataMs;
+    return t;
+}
+
 /// A client on its own thread and a fake server, not yet connected.
 struct Session
 {
@@ -30,11 +41,16 @@ struct Session
     FakeCtiServer server;
     QScopedPointer<Telvix> client;
 
+    /// Every disconnectedFromServer of the client.
+    QScopedPointer<QSignalSpy> gone;
+
     explicit Session(const TelvixTimerIntervals& intervals = TelvixTimerIntervals())
     {
-        client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("session-test"),
-                                QStringLiteral("2.0"), QStringLiteral("dev-7"), dir.path()));
+        client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"),
+                                QStringLiteral("session-test"), QStringLiteral("2.0"),
+                                QStringLiteral("dev-7"), dir.path()));
         setTelvixTimerIntervals(client.data(), intervals);
+        gone.reset(new QSignalSpy(client.data(), &Telvix::disconnectedFromServer));
     }
     ~Session()
     {
@@ -47,11 +63,11 @@ struct Session
         server.setAutoKeepAliveAck(true);
         return server.listen() && client->init();
     }
-    void connect(TELVIX::AppMode mode = TELVIX::AppModeSrntPro, const QString& domain = QStringLiteral("default"),
-                 quint16 port = 0)
+    void connect(TELVIX::AppMode mode = TELVIX::AppModeSrntPro,
+                 const QString& domain = QStringLiteral("default"), quint16 port = 0)
     {
-        client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), domain, mode, FakeCtiServer::host(),
-                                port ? port : server.port());
+        client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), domain, mode,
+                                FakeCtiServer::host(), port ? port : server.port());
     }
     /// Connects with the canned login answer and waits for the login.
     bool logIn(TELVIX::AppMode mode = TELVIX::AppModeSrntPro)
@@ -59,8 +75,9 @@ struct Session
         QSignalSpy logged(client.data(), &Telvix::loggedToServer);
         server.setAutoLogin(true);
         connect(mode);
-        return logged.wait(10000);
+        return QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000);
     }
+    bool startLoggedIn() { return start() && logIn(); }
     QStringList loginFrames() const { return server.framesContaining(QStringLiteral("Login")); }
     /// The UUIDs the client acknowledged, in order.
     QStringList ackedIds() const
@@ -84,7 +101,7 @@ struct Session
 /// Waits for the one disconnection of a session and returns its reason.
 QString waitForDisconnection(QSignalSpy& spy)
 {
-    if (spy.isEmpty() && !spy.wait(10000))
+    if (!QTest::qWaitFor([&spy] { return !spy.isEmpty(); }, 10000))
         return QStringLiteral("<no disconnection>");
     return spy.takeFirst().at(0).toString();
 }
@@ -132,14 +149,14 @@ void TestTelvixSession::loginWithoutBanner()
     s.server.setResponder(QStringLiteral("Login"), [&answerId](int, const QString&) {
         FakeCtiServer::LoginAnswer answer;
         answer.mobileNumber = QStringLiteral("3331234567");
-        answer.features = QStringList{QStringLiteral("SMS"), QStringLiteral("REBRANDING")};
+        answer.features = QStringList {QStringLiteral("SMS"), QStringLiteral("REBRANDING")};
         const QString xml = FakeCtiServer::loginAnswerDocument(answer, QStringLiteral("6.1"));
         answerId = FakeCtiServer::uuidOf(xml);
         return xml;
     });
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
     s.connect();
-    QVERIFY(logged.wait(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
 
     QCOMPARE(s.loginFrames().size(), 1);
     const QString login = s.loginFrames().first();
@@ -165,7 +182,7 @@ void TestTelvixSession::loginWithoutBanner()
 
     // After the login: CTI configuration (API 6.1 >= 5.3), service codes,
     // then the acknowledgement of the answer, all at the server's version.
-    QTRY_COMPARE(s.ackedIds(), QStringList{answerId});
+    QTRY_COMPARE(s.ackedIds(), QStringList {answerId});
     const QStringList frames = s.server.receivedFrames(s.server.lastConnection());
     QCOMPARE(frames.size(), 4);
     QVERIFY(FakeCtiServer::hasElement(frames.at(1), QStringLiteral("GetCtiConfiguration")));
@@ -211,7 +228,7 @@ void TestTelvixSession::bannerRightAfterLoginIsRefusedAsTooEarly()
 
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
     s.server.send(s.server.lastConnection(), FakeCtiServer::loginAnswerDocument({}, QStringLiteral("6.1")));
-    QVERIFY(logged.wait());
+    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 5000);
     QCOMPARE(s.loginFrames().size(), 1);
     // The banner's version holds, not the login answer's.
     QCOMPARE(logged.at(0).at(0).value<LoginDetails>().apiVersion, QStringLiteral("5.4"));
@@ -234,8 +251,9 @@ void TestTelvixSession::refusedLoginEndsWithTheReasonWord_data()
     FakeCtiServer::LoginAnswer loggedOff;
     loggedOff.reason = QStringLiteral("DuplicatedLogin");
     loggedOff.loggedOff = QStringLiteral("1");
-    QTest::newRow("logged off in the answer") << FakeCtiServer::loginAnswerDocument(loggedOff) << "DuplicatedLogin"
-                                              << "Login failed with exitcode  -1";
+    QTest::newRow("logged off in the answer")
+        << FakeCtiServer::loginAnswerDocument(loggedOff) << "DuplicatedLogin"
+        << "Login failed with exitcode  -1";
     FakeCtiServer::LoginAnswer noMode;
     noMode.capabilities = QStringLiteral("srnt_teleport");
     QTest::newRow("no known mode") << FakeCtiServer::loginAnswerDocument(noMode) << "NoCapability"
@@ -257,10 +275,9 @@ void TestTelvixSession::refusedLoginEndsWithTheReasonWord()
     QVERIFY(s.start());
     LogbusCapture log;
     s.server.setResponder(QStringLiteral("Login"), [answer](int, const QString&) { return answer; });
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
     s.connect();
-    QCOMPARE(waitForDisconnection(gone), reason);
+    QCOMPARE(waitForDisconnection(*s.gone), reason);
     QVERIFY2(log.contains(logLine), qPrintable(log.texts().join('\n')));
     QCOMPARE(logged.count(), 0);
     QCOMPARE(s.client->getConnectionState(), int(Telvix::StateDisconnected));
@@ -271,8 +288,7 @@ void TestTelvixSession::refusedLoginEndsWithTheReasonWord()
 void TestTelvixSession::secondLoginAnswerChangesNothingAndIsNotAcked()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
     FakeCtiServer::LoginAnswer other;
     other.exten = QStringLiteral("999");
@@ -291,13 +307,11 @@ void TestTelvixSession::secondLoginAnswerChangesNothingAndIsNotAcked()
 void TestTelvixSession::loggedOffEndsTheSessionWithItsReason()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     const QString notice = FakeCtiServer::loggedOffDocument(QStringLiteral("KickedByAdmin"));
     s.server.send(s.server.lastConnection(), notice);
-    QCOMPARE(waitForDisconnection(gone), QStringLiteral("KickedByAdmin"));
+    QCOMPARE(waitForDisconnection(*s.gone), QStringLiteral("KickedByAdmin"));
     QVERIFY(log.contains(1000, "Logged off with reason:  KickedByAdmin"));
     QVERIFY(log.contains(1000, "Disconnecting from Vantor due to reason KickedByAdmin"));
     QVERIFY(!s.ackedIds().contains(FakeCtiServer::uuidOf(notice)));
@@ -317,10 +331,11 @@ void TestTelvixSession::messagesBehindAnExitWaitForTheNextData()
     }();
     // The login answer and a mailbox notice in one write: the loop leaves
     // after the login, and the notice waits for the next data.
-    const QString mailbox = FakeCtiServer::document(QStringLiteral("<MailboxStatus><NewMsgCount>2</NewMsgCount></MailboxStatus>"));
+    const QString mailbox = FakeCtiServer::document(
+        QStringLiteral("<MailboxStatus><NewMsgCount>2</NewMsgCount></MailboxStatus>"));
     QSignalSpy mailboxSpy(s.client.data(), &Telvix::sigMailboxStatusChanged);
     s.server.send(conn, FakeCtiServer::loginAnswerDocument({}) + mailbox);
-    QVERIFY(logged.wait());
+    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 5000);
     s.server.send(conn, FakeCtiServer::keepAliveAckDocument());
     QTRY_VERIFY(s.ackedIds().contains(FakeCtiServer::uuidOf(mailbox)));
     QCOMPARE(mailboxSpy.count(), 1);
@@ -337,14 +352,14 @@ void TestTelvixSession::redirectMovesToAnotherServer()
     QVERIFY(other.listen());
     QVERIFY(s.logIn());
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
 
     const QString redirect = FakeCtiServer::redirectDocument(QString(), other.port());
     s.server.send(s.server.lastConnection(), redirect);
-    QVERIFY(logged.wait(10000));
-    QVERIFY(log.contains(1000, QStringLiteral("Redirecting client to server IP 127.0.0.1 and port %1").arg(other.port())));
-    QCOMPARE(gone.count(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
+    QVERIFY(log.contains(
+        1000, QStringLiteral("Redirecting client to server IP 127.0.0.1 and port %1").arg(other.port())));
+    QCOMPARE(s.gone->count(), 0);
     QTRY_COMPARE(s.server.openConnectionCount(), 0);
     // The redirect is acknowledged on the new connection.
     const QStringList acks = other.framesContaining(QStringLiteral("MsgAck"));
@@ -360,13 +375,11 @@ void TestTelvixSession::redirectMovesToAnotherServer()
 void TestTelvixSession::redirectToTheSameServerIsRefused()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     const QString redirect = FakeCtiServer::redirectDocument(FakeCtiServer::host(), s.server.port());
     s.server.send(s.server.lastConnection(), redirect);
-    QCOMPARE(waitForDisconnection(gone), QStringLiteral("WrongConfig"));
+    QCOMPARE(waitForDisconnection(*s.gone), QStringLiteral("WrongConfig"));
     QVERIFY(log.contains(10, "Got the same server IP:port in redirect msg"));
     QVERIFY(!s.ackedIds().contains(FakeCtiServer::uuidOf(redirect)));
     QCOMPARE(s.server.connectionCount(), 1);
@@ -375,30 +388,26 @@ void TestTelvixSession::redirectToTheSameServerIsRefused()
 void TestTelvixSession::serverHangUpReportsUnkown()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     s.server.disconnectClient(s.server.lastConnection());
-    QCOMPARE(waitForDisconnection(gone), QStringLiteral("Unkown"));
+    QCOMPARE(waitForDisconnection(*s.gone), QStringLiteral("Unkown"));
     QVERIFY(log.contains(10, "Socket disconnected"));
     QCOMPARE(s.client->getConnectionState(), int(Telvix::StateDisconnected));
-    QCOMPARE(gone.count(), 0);
+    QCOMPARE(s.gone->count(), 0);
 }
 
 void TestTelvixSession::closeAfterLogoutIsUserRequest()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
+    QVERIFY(s.startLoggedIn());
     // The server closes once it has the logout.
     s.server.setResponder(QStringLiteral("Logoff"), [&s](int conn, const QString&) {
         s.server.disconnectClient(conn);
         return QString();
     });
     QVERIFY(s.client->logout());
-    QCOMPARE(waitForDisconnection(gone), QStringLiteral("UserRequest"));
+    QCOMPARE(waitForDisconnection(*s.gone), QStringLiteral("UserRequest"));
     QCOMPARE(s.server.framesContaining(QStringLiteral("Logoff")).size(), 1);
 }
 
@@ -413,9 +422,8 @@ void TestTelvixSession::refusedConnectionReportsTheSocketError()
     QVERIFY(!probe.waitForConnected(5000));
     QCOMPARE(probe.error(), QAbstractSocket::ConnectionRefusedError);
 
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     s.connect(TELVIX::AppModeSrntPro, QStringLiteral("default"), closedPort);
-    QCOMPARE(waitForDisconnection(gone), probe.errorString());
+    QCOMPARE(waitForDisconnection(*s.gone), probe.errorString());
     QCOMPARE(s.client->getConnectionState(), int(Telvix::StateDisconnected));
 }
 
@@ -425,13 +433,19 @@ void TestTelvixSession::domainOfOldServers_data()
     QTest::addColumn<int>("mode");
     QTest::addColumn<QString>("domain");
     QTest::addColumn<QString>("sent");
-    QTest::newRow("no banner") << "" << int(TELVIX::AppModeSrntPro) << "" << "vantorpbx";
-    QTest::newRow("4.1") << "4.1" << int(TELVIX::AppModeSrntPro) << "" << "vantorpbx";
-    QTest::newRow("4.1 with a domain") << "4.1" << int(TELVIX::AppModeSrntPro) << "acme" << "acme";
-    QTest::newRow("4.1 mobile") << "4.1" << int(TELVIX::AppModeSrntMobile) << "" << "";
-    QTest::newRow("4.2") << "4.2" << int(TELVIX::AppModeSrntPro) << "" << "";
+    QTest::newRow("no banner") << "" << int(TELVIX::AppModeSrntPro) << ""
+                               << "vantorpbx";
+    QTest::newRow("4.1") << "4.1" << int(TELVIX::AppModeSrntPro) << ""
+                         << "vantorpbx";
+    QTest::newRow("4.1 with a domain") << "4.1" << int(TELVIX::AppModeSrntPro) << "acme"
+                                       << "acme";
+    QTest::newRow("4.1 mobile") << "4.1" << int(TELVIX::AppModeSrntMobile) << ""
+                                << "";
+    QTest::newRow("4.2") << "4.2" << int(TELVIX::AppModeSrntPro) << ""
+                         << "";
     // Numbers, not text: 10.0 is a new server here.
-    QTest::newRow("10.0") << "10.0" << int(TELVIX::AppModeSrntPro) << "" << "";
+    QTest::newRow("10.0") << "10.0" << int(TELVIX::AppModeSrntPro) << ""
+                          << "";
 }
 
 void TestTelvixSession::domainOfOldServers()
@@ -447,7 +461,7 @@ void TestTelvixSession::domainOfOldServers()
     s.server.setAutoLogin(true);
     QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
     s.connect(TELVIX::AppMode(mode), domain);
-    QVERIFY(logged.wait(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
     QCOMPARE(s.loginFrames().size(), 1);
     QCOMPARE(field(s.loginFrames().first(), "Domain"), sent);
 }
@@ -464,12 +478,15 @@ void TestTelvixSession::featureBits_data()
                          << (0x0004 | 0x0008 | 0x0020 | 0x0010 | 0x0040 | 0x0080 | 0x0400 | 0x2000 | 0x4000);
     QTest::newRow("10.0") << "10.0" << QStringList() << 0x0200;
     QTest::newRow("4.4 is not above 4.4") << "4.4" << QStringList() << 0;
-    QTest::newRow("10.0 with words")
-        << "10.0" << QStringList{"SMS", "SUBSCRIBE_TENANT_EVENTS", "CCREPORT", "MSGACK", "REBRANDING"}
-        << (0x0200 | 0x0001 | 0x0100 | 0x0004 | 0x0040 | 0x0800);
-    QTest::newRow("5.0 with words") << "5.0" << QStringList{"CUMULATIVE_STATS", "PUSH_DTMF_TOS_CODECS", "SEND_CMD"}
-                                    << (0x0004 | 0x0008 | 0x0020 | 0x0010 | 0x0040 | 0x0080 | 0x1000 | 0x0200);
-    QTest::newRow("words are case-sensitive") << "4.4" << QStringList{"sms", "Rebranding"} << 0;
+    QTest::newRow("10.0 with words") << "10.0"
+                                     << QStringList {"SMS", "SUBSCRIBE_TENANT_EVENTS", "CCREPORT", "MSGACK",
+                                                     "REBRANDING"}
+                                     << (0x0200 | 0x0001 | 0x0100 | 0x0004 | 0x0040 | 0x0800);
+    QTest::newRow("5.0 with words") << "5.0"
+                                    << QStringList {"CUMULATIVE_STATS", "PUSH_DTMF_TOS_CODECS", "SEND_CMD"}
+                                    << (0x0004 | 0x0008 | 0x0020 | 0x0010 | 0x0040 | 0x0080 | 0x1000
+                                        | 0x0200);
+    QTest::newRow("words are case-sensitive") << "4.4" << QStringList {"sms", "Rebranding"} << 0;
 }
 
 void TestTelvixSession::featureBits()
@@ -482,8 +499,7 @@ void TestTelvixSession::featureBits()
     FakeCtiServer::LoginAnswer answer;
     answer.features = words;
     s.server.setLoginAnswer(answer);
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     QCOMPARE(s.features(), bits);
 }
 
@@ -493,9 +509,8 @@ void TestTelvixSession::certificateCheckCanBeTurnedOn()
     QVERIFY(s.start());
     s.client->ignoreSslErrors(false);
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
     s.connect();
-    const QString reason = waitForDisconnection(gone);
+    const QString reason = waitForDisconnection(*s.gone);
     QVERIFY(!reason.isEmpty());
     QVERIFY(reason != QLatin1String("Unkown"));
     QVERIFY(log.contains(10, "SSL error:"));
@@ -509,58 +524,44 @@ void TestTelvixSession::certificateCheckCanBeTurnedOn()
 void TestTelvixSession::secondConnectWithTheSameValuesKeepsTheLogin()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
+    QVERIFY(s.startLoggedIn());
     s.connect();
     QVERIFY(s.client->isConnected()); // blocking: runs after the queued connect
     QCOMPARE(s.server.connectionCount(), 1);
-    QCOMPARE(gone.count(), 0);
+    QCOMPARE(s.gone->count(), 0);
 }
 
 void TestTelvixSession::connectWithOtherValuesDropsTheSessionSilently()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
+    QVERIFY(s.startLoggedIn());
     s.connect(TELVIX::AppModeSrntPro, QStringLiteral("other-domain"));
     QTRY_COMPARE(s.server.connectionCount(), 2);
     QTRY_VERIFY(!s.server.isConnected(0));
     QVERIFY(!s.client->isConnected());
     QCOMPARE(s.client->getConnectionState(), int(Telvix::StateConnecting));
-    QCOMPARE(gone.count(), 0);
+    QCOMPARE(s.gone->count(), 0);
 }
 
 void TestTelvixSession::keepAliveIsSentAndAnsweredOnTime()
 {
-    TelvixTimerIntervals fast;
-    fast.keepAliveMs = 100;
-    fast.keepAliveAckMs = 2000;
-    Session s(fast);
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
+    Session s(timers(100, 2000));
+    QVERIFY(s.startLoggedIn());
     // Answered keep-alives keep the session: three rounds pass.
     QTRY_VERIFY(s.server.framesContaining(QStringLiteral("KeepAlive")).size() >= 3);
-    QCOMPARE(gone.count(), 0);
+    QCOMPARE(s.gone->count(), 0);
     QVERIFY(s.client->stopKeepAliveTimer());
     QVERIFY(s.client->isConnected());
 }
 
 void TestTelvixSession::missingKeepAliveAckEndsTheSession()
 {
-    TelvixTimerIntervals fast;
     // A keep-alive restarts the ack timer: the wait must end before the next.
-    fast.keepAliveMs = 200;
-    fast.keepAliveAckMs = 100;
-    Session s(fast);
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    Session s(timers(200, 100));
+    QVERIFY(s.startLoggedIn());
     s.server.setAutoKeepAliveAck(false);
     LogbusCapture log;
-    QSignalSpy gone(s.client.data(), &Telvix::disconnectedFromServer);
-    QCOMPARE(waitForDisconnection(gone), QStringLiteral("ConnectionTimeout"));
+    QCOMPARE(waitForDisconnection(*s.gone), QStringLiteral("ConnectionTimeout"));
     QVERIFY(log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
     QVERIFY(!s.server.framesContaining(QStringLiteral("KeepAlive")).isEmpty());
 }
@@ -568,8 +569,7 @@ void TestTelvixSession::missingKeepAliveAckEndsTheSession()
 void TestTelvixSession::probeIsAnsweredWithAKeepAlive()
 {
     Session s;
-    QVERIFY(s.start());
-    QVERIFY(s.logIn());
+    QVERIFY(s.startLoggedIn());
     LogbusCapture log;
     s.server.send(s.server.lastConnection(), FakeCtiServer::probeDocument());
     QVERIFY(!s.server.waitForFrame(QStringLiteral("KeepAlive")).isEmpty());
@@ -578,9 +578,7 @@ void TestTelvixSession::probeIsAnsweredWithAKeepAlive()
 
 void TestTelvixSession::guiKeepAliveBeatsEvenWhenDisabled()
 {
-    TelvixTimerIntervals fast;
-    fast.guiKeepAliveMs = 50;
-    Session s(fast);
+    Session s(timers(0, 0, 50));
     QVERIFY(s.start());
     QSignalSpy beats(s.client.data(), &Telvix::sigGuiKeepAlive);
     LogbusCapture log;
@@ -605,10 +603,7 @@ void TestTelvixSession::periodicDataRunsInDesktopModesOnly()
 {
     QFETCH(int, mode);
     QFETCH(bool, runs);
-    TelvixTimerIntervals fast;
-    fast.periodicDataMs = 50;
-    fast.guiKeepAliveMs = 50;
-    Session s(fast);
+    Session s(timers(0, 0, 50, 50));
     QVERIFY(s.start());
     LogbusCapture log;
     QVERIFY(s.logIn(TELVIX::AppMode(mode)));

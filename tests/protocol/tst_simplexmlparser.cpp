@@ -24,10 +24,11 @@ struct SignalLog
                          [this] { events << QStringLiteral("completed"); });
         QObject::connect(&parser, &SimpleXmlParser::parsedMessage,
                          [this](const QString& m) { events << QStringLiteral("parsed ") + m; });
-        QObject::connect(&parser, &SimpleXmlParser::parseErrorFound, [this](SimpleXmlParser::ParseErrorEnumType e) {
-            events << (e == SimpleXmlParser::MalformedStream ? QStringLiteral("malformed")
-                                                            : QStringLiteral("full"));
-        });
+        QObject::connect(&parser, &SimpleXmlParser::parseErrorFound,
+                         [this](SimpleXmlParser::ParseErrorEnumType e) {
+                             events << (e == SimpleXmlParser::MalformedStream ? QStringLiteral("malformed")
+                                                                              : QStringLiteral("full"));
+                         });
     }
 };
 
@@ -101,8 +102,8 @@ void TestSimpleXmlParser::twoMessagesInOneChunk()
 
     QCOMPARE(completed.count(), 2);
     QCOMPARE(log.events, QStringList({QStringLiteral("completed"), QStringLiteral("completed")}));
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><A>1</A></SRNT>"),
-                                            QStringLiteral("<SRNT><B>2</B></SRNT>")}));
+    QCOMPARE(drain(*m_parser),
+             QStringList({QStringLiteral("<SRNT><A>1</A></SRNT>"), QStringLiteral("<SRNT><B>2</B></SRNT>")}));
     QCOMPARE(m_parser->getCurrentBuffer(), QString());
 }
 
@@ -187,8 +188,8 @@ void TestSimpleXmlParser::bufferLimit_data()
 
     QTest::newRow("11 of 10: dropped") << QStringLiteral("<SRNT>12345") << QStringLiteral("</SRNT>") << true
                                        << QStringLiteral("<SRNT>12345") << 0;
-    QTest::newRow("10 of 10: appended") << QStringLiteral("<SRNT>1234") << QStringLiteral("</SRNT>") << false
-                                        << QString() << 1;
+    QTest::newRow("10 of 10: appended")
+        << QStringLiteral("<SRNT>1234") << QStringLiteral("</SRNT>") << false << QString() << 1;
     QTest::newRow("chunk taking it past the limit is cut")
         << QStringLiteral("abc") << QStringLiteral("<SRNT>a long message</SRNT><SRNT>") << false
         << QStringLiteral("<SRNT>") << 1;
@@ -214,7 +215,8 @@ void TestSimpleXmlParser::bufferLimit()
 
     QCOMPARE(errors.count(), full ? 1 : 0);
     if (full)
-        QCOMPARE(errors.first().first().value<SimpleXmlParser::ParseErrorEnumType>(), SimpleXmlParser::BufferFull);
+        QCOMPARE(errors.first().first().value<SimpleXmlParser::ParseErrorEnumType>(),
+                 SimpleXmlParser::BufferFull);
     QCOMPARE(m_parser->getCurrentBuffer(), bufferAfter);
     QCOMPARE(drain(*m_parser).size(), messages);
 }
@@ -252,10 +254,10 @@ void TestSimpleXmlParser::notifyMode_data()
     QTest::addColumn<QStringList>("events");
 
     const QString parsed = QStringLiteral("parsed <SRNT>m</SRNT>");
-    QTest::newRow("0") << 0 << true << QStringList{QStringLiteral("completed")};
-    QTest::newRow("1") << 1 << true << QStringList{parsed};
-    QTest::newRow("2") << 2 << false << QStringList{parsed};
-    QTest::newRow("3") << 3 << true << QStringList{QStringLiteral("completed"), parsed};
+    QTest::newRow("0") << 0 << true << QStringList {QStringLiteral("completed")};
+    QTest::newRow("1") << 1 << true << QStringList {parsed};
+    QTest::newRow("2") << 2 << false << QStringList {parsed};
+    QTest::newRow("3") << 3 << true << QStringList {QStringLiteral("completed"), parsed};
     QTest::newRow("4") << 4 << true << QStringList();
     QTest::newRow("-1") << -1 << true << QStringList();
 }
@@ -271,7 +273,7 @@ void TestSimpleXmlParser::notifyMode()
     SignalLog log(*m_parser);
     m_parser->addData(QStringLiteral("<SRNT>m</SRNT>"));
     QCOMPARE(log.events, events);
-    QCOMPARE(drain(*m_parser), queued ? QStringList{QStringLiteral("<SRNT>m</SRNT>")} : QStringList());
+    QCOMPARE(drain(*m_parser), queued ? QStringList {QStringLiteral("<SRNT>m</SRNT>")} : QStringList());
 }
 
 void TestSimpleXmlParser::emptyBufferKeepsQueuedMessages()
@@ -281,7 +283,8 @@ void TestSimpleXmlParser::emptyBufferKeepsQueuedMessages()
     QCOMPARE(m_parser->getCurrentBuffer(), QString());
     m_parser->addData(QStringLiteral("</SRNT><SRNT>2</SRNT>"));
     // The stray closing tag left by the emptied half is resynchronised away.
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>")}));
+    QCOMPARE(drain(*m_parser),
+             QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>")}));
 }
 
 void TestSimpleXmlParser::rootTagWithAttributesIsNotFraming()
@@ -308,8 +311,9 @@ void TestSimpleXmlParser::slotFeedingMoreTextWhileSignalled()
     });
     m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>2</SR"));
     QCOMPARE(calls, 3);
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>"),
-                                            QStringLiteral("<SRNT>3</SRNT>")}));
+    QCOMPARE(drain(*m_parser),
+             QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>"),
+                          QStringLiteral("<SRNT>3</SRNT>")}));
     QCOMPARE(m_parser->getCurrentBuffer(), QString());
 }
 
@@ -318,7 +322,7 @@ void TestSimpleXmlParser::consumerOnAnotherThread()
     const int count = 3000;
     m_parser->setNotifyMode(4);
     QStringList taken;
-    std::atomic<bool> stop{false};
+    std::atomic<bool> stop {false};
     std::unique_ptr<QThread> consumer(QThread::create([&] {
         while (taken.size() < count && !stop) {
             if (m_parser->hasPendingMessages()) {
@@ -355,29 +359,46 @@ void TestSimpleXmlParser::getTagValue_data()
     QTest::addColumn<int>("startPos");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("plain") << "<item>hello</item>" << "item" << 0 << "hello";
-    QTest::newRow("tag given in brackets") << "<item>hello</item>" << "<item>" << 0 << "hello";
-    QTest::newRow("longer name is another element") << "<item2>hello</item2>" << "item" << 0 << "none";
-    QTest::newRow("self-closed without blank is not found") << "<item/>" << "item" << 0 << "none";
-    QTest::newRow("self-closed with blanks is empty") << "<item   />" << "item" << 0 << "";
-    QTest::newRow("blanks in the start tag") << "<item  >hello</item>" << "item" << 0 << "hello";
-    QTest::newRow("attributes") << "<item p1='x' >hello</item>" << "item" << 0 << "hello";
-    QTest::newRow("bar after the name") << "<item|x>v</item>" << "item" << 0 << "v";
-    QTest::newRow("line feed after the name") << "<item\n>v</item>" << "item" << 0 << "v";
-    QTest::newRow("no-break space after the name") << QStringLiteral("<item\u00a0a='1'>v</item>") << "item" << 0
-                                                   << "v";
-    QTest::newRow("star after the name") << "<item*>v</item>" << "item" << 0 << "none";
-    QTest::newRow("case matters") << "<Item>v</Item>" << "item" << 0 << "none";
-    QTest::newRow("same name inside: inner closing tag wins") << "<item>a<item>b</item>c</item>" << "item" << 0
-                                                              << "a<item>b";
-    QTest::newRow("first in text order") << "<a><item>1</item></a><item>2</item>" << "item" << 0 << "1";
-    QTest::newRow("start position") << "<item>1</item><item>2</item>" << "item" << 1 << "2";
-    QTest::newRow("negative start position counts from the end") << "<item>1</item><item>2</item>" << "item"
-                                                                 << -14 << "2";
-    QTest::newRow("text kept as it is") << "<item> &amp; \n</item>" << "item" << 0 << " &amp; \n";
-    QTest::newRow("no closing tag") << "<item>x" << "item" << 0 << "none";
-    QTest::newRow("'>' in an attribute ends the tag") << "<item a='>'>x</item>" << "item" << 0 << "'>x";
-    QTest::newRow("closing tag inside the start tag") << "<item a=\"</item>\">rest" << "item" << 0 << "\">rest";
+    QTest::newRow("plain") << "<item>hello</item>"
+                           << "item" << 0 << "hello";
+    QTest::newRow("tag given in brackets") << "<item>hello</item>"
+                                           << "<item>" << 0 << "hello";
+    QTest::newRow("longer name is another element") << "<item2>hello</item2>"
+                                                    << "item" << 0 << "none";
+    QTest::newRow("self-closed without blank is not found") << "<item/>"
+                                                            << "item" << 0 << "none";
+    QTest::newRow("self-closed with blanks is empty") << "<item   />"
+                                                      << "item" << 0 << "";
+    QTest::newRow("blanks in the start tag") << "<item  >hello</item>"
+                                             << "item" << 0 << "hello";
+    QTest::newRow("attributes") << "<item p1='x' >hello</item>"
+                                << "item" << 0 << "hello";
+    QTest::newRow("bar after the name") << "<item|x>v</item>"
+                                        << "item" << 0 << "v";
+    QTest::newRow("line feed after the name") << "<item\n>v</item>"
+                                              << "item" << 0 << "v";
+    QTest::newRow("no-break space after the name")
+        << QStringLiteral("<item\u00a0a='1'>v</item>") << "item" << 0 << "v";
+    QTest::newRow("star after the name") << "<item*>v</item>"
+                                         << "item" << 0 << "none";
+    QTest::newRow("case matters") << "<Item>v</Item>"
+                                  << "item" << 0 << "none";
+    QTest::newRow("same name inside: inner closing tag wins") << "<item>a<item>b</item>c</item>"
+                                                              << "item" << 0 << "a<item>b";
+    QTest::newRow("first in text order") << "<a><item>1</item></a><item>2</item>"
+                                         << "item" << 0 << "1";
+    QTest::newRow("start position") << "<item>1</item><item>2</item>"
+                                    << "item" << 1 << "2";
+    QTest::newRow("negative start position counts from the end") << "<item>1</item><item>2</item>"
+                                                                 << "item" << -14 << "2";
+    QTest::newRow("text kept as it is") << "<item> &amp; \n</item>"
+                                        << "item" << 0 << " &amp; \n";
+    QTest::newRow("no closing tag") << "<item>x"
+                                    << "item" << 0 << "none";
+    QTest::newRow("'>' in an attribute ends the tag") << "<item a='>'>x</item>"
+                                                      << "item" << 0 << "'>x";
+    QTest::newRow("closing tag inside the start tag") << "<item a=\"</item>\">rest"
+                                                      << "item" << 0 << "\">rest";
 }
 
 void TestSimpleXmlParser::getTagValue()
@@ -396,17 +417,18 @@ void TestSimpleXmlParser::getTagsValues_data()
     QTest::addColumn<QStringList>("expected");
 
     QTest::newRow("list with blanks between")
-        << "<list>\n  <item>hello</item>\n\t<item>hello2</item>\n</list>" << "item"
-        << QStringList{"hello", "hello2"};
-    QTest::newRow("self-closed without blank not counted") << "<item/><item>a</item>" << "<item>"
-                                                           << QStringList{"a"};
-    QTest::newRow("self-closed with blank is empty") << "<item /><item>a</item>" << "item"
-                                                     << QStringList{"", "a"};
-    QTest::newRow("one entry per opening tag") << "<item>a<item>b</item>c</item>" << "item"
-                                               << QStringList{"a<item>b", "b"};
-    QTest::newRow("star counted, value from the next element") << "<item*>x</item><item>y</item>" << "item"
-                                                               << QStringList{"y", "y"};
-    QTest::newRow("none") << "<other>x</other>" << "item" << QStringList();
+        << "<list>\n  <item>hello</item>\n\t<item>hello2</item>\n</list>"
+        << "item" << QStringList {"hello", "hello2"};
+    QTest::newRow("self-closed without blank not counted") << "<item/><item>a</item>"
+                                                           << "<item>" << QStringList {"a"};
+    QTest::newRow("self-closed with blank is empty") << "<item /><item>a</item>"
+                                                     << "item" << QStringList {"", "a"};
+    QTest::newRow("one entry per opening tag") << "<item>a<item>b</item>c</item>"
+                                               << "item" << QStringList {"a<item>b", "b"};
+    QTest::newRow("star counted, value from the next element") << "<item*>x</item><item>y</item>"
+                                                               << "item" << QStringList {"y", "y"};
+    QTest::newRow("none") << "<other>x</other>"
+                          << "item" << QStringList();
 }
 
 void TestSimpleXmlParser::getTagsValues()
@@ -419,12 +441,14 @@ void TestSimpleXmlParser::getTagsValues()
 
 void TestSimpleXmlParser::getDecodedTagValue()
 {
-    const QString xml = QStringLiteral("<SRNT><Text>&lt;b&gt; Tom &amp; Jerry&#x2019;s caf&#233; &#224; 5&#8364;, "
-                                       "it's</Text></SRNT>");
+    const QString xml
+        = QStringLiteral("<SRNT><Text>&lt;b&gt; Tom &amp; Jerry&#x2019;s caf&#233; &#224; 5&#8364;, "
+                         "it's</Text></SRNT>");
     QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Text")),
              QStringLiteral("<b> Tom & Jerry\u2019s caf\u00e9 \u00e0 5\u20ac, it's"));
-    QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Missing"), 0, QStringLiteral("a&amp;b")),
-             QStringLiteral("a&b"));
+    QCOMPARE(
+        SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Missing"), 0, QStringLiteral("a&amp;b")),
+        QStringLiteral("a&b"));
 }
 
 void TestSimpleXmlParser::getDecodedTagsValuesKeepsOrder()
@@ -441,31 +465,39 @@ void TestSimpleXmlParser::getTagProperties_data()
     QTest::addColumn<int>("startPos");
     QTest::addColumn<Properties>("expected");
 
-    QTest::newRow("single quotes") << "<item p1='x' >hello</item>" << "item" << 0 << Properties{{"p1", "x"}};
+    QTest::newRow("single quotes") << "<item p1='x' >hello</item>"
+                                   << "item" << 0 << Properties {{"p1", "x"}};
     QTest::newRow("blanks around '=' go, blanks in the value stay")
-        << "<item p1  =  'two  words' >" << "item" << 0 << Properties{{"p1", "two  words"}};
+        << "<item p1  =  'two  words' >"
+        << "item" << 0 << Properties {{"p1", "two  words"}};
     QTest::newRow("quotes of the other kind inside")
-        << "<item p1=\"say 'this' \" p2='that'>" << "item" << 0
-        << Properties{{"p1", "say 'this' "}, {"p2", "that"}};
-    QTest::newRow("entities stay encoded") << "<item p='a &amp; b'>" << "item" << 0
-                                           << Properties{{"p", "a &amp; b"}};
-    QTest::newRow("hyphenated names") << "<item data-long-name=\"v\" x-y='w'>" << "<item>" << 0
-                                      << Properties{{"data-long-name", "v"}, {"x-y", "w"}};
-    QTest::newRow("value cut at '='") << "<item p=\"a=b\">" << "item" << 0 << Properties{{"p", "\"a"}};
-    QTest::newRow("blanks around '=' inside a value go too") << "<item p=\"a = b\">" << "item" << 0
-                                                             << Properties{{"p", "\"a"}};
-    QTest::newRow("unquoted value not seen") << "<item p=1 q='2'>" << "item" << 0 << Properties{{"q", "2"}};
-    QTest::newRow("single-quoted beats double-quoted") << "<item p='2' p=\"1\">" << "item" << 0
-                                                       << Properties{{"p", "2"}};
-    QTest::newRow("spurious entry from a value") << "<item p=\"x q='y'\">" << "item" << 0
-                                                 << Properties{{"p", "\"x q"}, {"q", "y"}};
-    QTest::newRow("self-closed") << "<item p='1'/>" << "item" << 0 << Properties{{"p", "1"}};
-    QTest::newRow("start position") << "<item a='1'><item a='2'>" << "item" << 1 << Properties{{"a", "2"}};
-    QTest::newRow("missing element reads text up to the last '>'") << "<other a='1'>" << "zz" << 0
-                                                                   << Properties{{"a", "1"}};
-    QTest::newRow("missing element, no '>' at the end: the rest") << "<other a='1'>x b='2'" << "zz" << 0
-                                                                  << Properties{{"a", "1"}, {"b", "2"}};
-    QTest::newRow("missing element in empty text") << "" << "zz" << 0 << Properties{};
+        << "<item p1=\"say 'this' \" p2='that'>"
+        << "item" << 0 << Properties {{"p1", "say 'this' "}, {"p2", "that"}};
+    QTest::newRow("entities stay encoded") << "<item p='a &amp; b'>"
+                                           << "item" << 0 << Properties {{"p", "a &amp; b"}};
+    QTest::newRow("hyphenated names") << "<item data-long-name=\"v\" x-y='w'>"
+                                      << "<item>" << 0 << Properties {{"data-long-name", "v"}, {"x-y", "w"}};
+    QTest::newRow("value cut at '='") << "<item p=\"a=b\">"
+                                      << "item" << 0 << Properties {{"p", "\"a"}};
+    QTest::newRow("blanks around '=' inside a value go too") << "<item p=\"a = b\">"
+                                                             << "item" << 0 << Properties {{"p", "\"a"}};
+    QTest::newRow("unquoted value not seen") << "<item p=1 q='2'>"
+                                             << "item" << 0 << Properties {{"q", "2"}};
+    QTest::newRow("single-quoted beats double-quoted") << "<item p='2' p=\"1\">"
+                                                       << "item" << 0 << Properties {{"p", "2"}};
+    QTest::newRow("spurious entry from a value") << "<item p=\"x q='y'\">"
+                                                 << "item" << 0 << Properties {{"p", "\"x q"}, {"q", "y"}};
+    QTest::newRow("self-closed") << "<item p='1'/>"
+                                 << "item" << 0 << Properties {{"p", "1"}};
+    QTest::newRow("start position") << "<item a='1'><item a='2'>"
+                                    << "item" << 1 << Properties {{"a", "2"}};
+    QTest::newRow("missing element reads text up to the last '>'") << "<other a='1'>"
+                                                                   << "zz" << 0 << Properties {{"a", "1"}};
+    QTest::newRow("missing element, no '>' at the end: the rest")
+        << "<other a='1'>x b='2'"
+        << "zz" << 0 << Properties {{"a", "1"}, {"b", "2"}};
+    QTest::newRow("missing element in empty text") << ""
+                                                   << "zz" << 0 << Properties {};
 }
 
 void TestSimpleXmlParser::getTagProperties()
@@ -479,42 +511,56 @@ void TestSimpleXmlParser::getTagProperties()
 
 void TestSimpleXmlParser::getTagsPropertiesInDocumentOrder()
 {
-    const QString xml = QStringLiteral("<list><item id=\"1\" kind='a'>x</item>\n<item id=\"2\"/><item >y</item>"
-                                       "<item/></list>");
-    const QList<Properties> expected = {Properties{{"id", "1"}, {"kind", "a"}}, Properties{{"id", "2"}},
-                                        Properties{}};
+    const QString xml
+        = QStringLiteral("<list><item id=\"1\" kind='a'>x</item>\n<item id=\"2\"/><item >y</item>"
+                         "<item/></list>");
+    const QList<Properties> expected
+        = {Properties {{"id", "1"}, {"kind", "a"}}, Properties {{"id", "2"}}, Properties {}};
     QCOMPARE(SimpleXmlParser::getTagsProperties(xml, QStringLiteral("item")), expected);
 }
 
 void TestSimpleXmlParser::findStartTagDelimiters_data()
 {
     QTest::addColumn<QString>("xml");
+    QTest::addColumn<QString>("tag");
     QTest::addColumn<int>("startPos");
     QTest::addColumn<bool>("selfClosed");
     QTest::addColumn<int>("start");
     QTest::addColumn<int>("end");
 
-    QTest::newRow("element") << "<item>x</item>" << 0 << false << 0 << 5;
-    QTest::newRow("attributes") << "ab<item a='1'>x</item>" << 0 << false << 2 << 13;
-    QTest::newRow("self-closed with blank") << "<item />" << 0 << true << 0 << 6;
-    QTest::newRow("self-closed without blank: last '>' from the end") << "<item/>" << 0 << false << -1 << 6;
-    QTest::newRow("empty text") << "" << 0 << false << -1 << -1;
-    QTest::newRow("missing, no '>' at the end") << "<a>b" << 0 << false << -1 << -1;
-    QTest::newRow("'>' in an attribute") << "<item a='>'>" << 0 << false << 0 << 9;
-    QTest::newRow("start position past the first") << "<item a/><item b/>" << 1 << true << 9 << 16;
-    QTest::newRow("start position past the end") << "<item >" << 8 << false << -1 << 6;
+    QTest::newRow("element") << "<item>x</item>"
+                             << "item" << 0 << false << 0 << 5;
+    QTest::newRow("attributes") << "ab<item a='1'>x</item>"
+                                << "item" << 0 << false << 2 << 13;
+    QTest::newRow("self-closed with blank") << "<item />"
+                                            << "item" << 0 << true << 0 << 6;
+    QTest::newRow("self-closed without blank: last '>' from the end") << "<item/>"
+                                                                      << "item" << 0 << false << -1 << 6;
+    QTest::newRow("empty text") << ""
+                                << "item" << 0 << false << -1 << -1;
+    QTest::newRow("missing, no '>' at the end") << "<a>b"
+                                                << "item" << 0 << false << -1 << -1;
+    QTest::newRow("'>' in an attribute") << "<item a='>'>"
+                                         << "item" << 0 << false << 0 << 9;
+    QTest::newRow("start position past the first") << "<item a/><item b/>"
+                                                   << "item" << 1 << true << 9 << 16;
+    QTest::newRow("start position past the end") << "<item >"
+                                                 << "item" << 8 << false << -1 << 6;
+    QTest::newRow("name given in brackets is taken as it is") << "<<item>>x"
+                                                              << "<item>" << 0 << false << 0 << 6;
 }
 
 void TestSimpleXmlParser::findStartTagDelimiters()
 {
     QFETCH(QString, xml);
+    QFETCH(QString, tag);
     QFETCH(int, startPos);
     QFETCH(bool, selfClosed);
     QFETCH(int, start);
     QFETCH(int, end);
     int s = 99;
     int e = 99;
-    QCOMPARE(SimpleXmlParser::findStartTagDelimiters(xml, QStringLiteral("item"), startPos, s, e), selfClosed);
+    QCOMPARE(SimpleXmlParser::findStartTagDelimiters(xml, tag, startPos, s, e), selfClosed);
     QCOMPARE(s, start);
     QCOMPARE(e, end);
 }
@@ -524,21 +570,29 @@ void TestSimpleXmlParser::decodeEntities_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("named") << "&lt;&gt;&amp;&quot;&apos;" << "<>&\"'";
-    QTest::newRow("&amp;lt; decoded twice") << "&amp;lt;" << "<";
-    QTest::newRow("&amp;amp; decoded once") << "&amp;amp;" << "&amp;";
-    QTest::newRow("uncovered reference stays") << "&amp;#233;" << "&#233;";
-    QTest::newRow("uncovered reference replaced when also in the text") << "&amp;#233;&#233;"
-                                                                        << QStringLiteral("\u00e9\u00e9");
-    QTest::newRow("decimal and hexadecimal") << "&#65;&#x42;&#x6a;" << "ABj";
+    QTest::newRow("named") << "&lt;&gt;&amp;&quot;&apos;"
+                           << "<>&\"'";
+    QTest::newRow("&amp;lt; decoded twice") << "&amp;lt;"
+                                            << "<";
+    QTest::newRow("&amp;amp; decoded once") << "&amp;amp;"
+                                            << "&amp;";
+    QTest::newRow("uncovered reference stays") << "&amp;#233;"
+                                               << "&#233;";
+    QTest::newRow("uncovered reference replaced when also in the text")
+        << "&amp;#233;&#233;" << QStringLiteral("\u00e9\u00e9");
+    QTest::newRow("decimal and hexadecimal") << "&#65;&#x42;&#x6a;"
+                                             << "ABj";
     QTest::newRow("&#X is decimal with nothing to read") << "&#X41;" << QString(QChar(0));
     QTest::newRow("beyond int reads 0") << "&#99999999999;" << QString(QChar(0));
     QTest::newRow("low 16 bits") << "&#x1F600;" << QStringLiteral("\uf600");
     QTest::newRow("replacement character to blank") << QStringLiteral("a\ufffdb") << "a b";
     QTest::newRow("replacement character by reference stays") << "&#65533;" << QStringLiteral("\ufffd");
-    QTest::newRow("decoded '&' builds nothing new") << "&#38;#65;" << "&#65;";
-    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#65;&#65;" << "AA";
-    QTest::newRow("incomplete") << "&#;&#x;&#12a;&" << "&#;&#x;&#12a;&";
+    QTest::newRow("decoded '&' builds nothing new") << "&#38;#65;"
+                                                    << "&#65;";
+    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#65;&#65;"
+                                                                << "AA";
+    QTest::newRow("incomplete") << "&#;&#x;&#12a;&"
+                                << "&#;&#x;&#12a;&";
 }
 
 void TestSimpleXmlParser::decodeEntities()
@@ -554,12 +608,14 @@ void TestSimpleXmlParser::encodeEntities_data()
     QTest::addColumn<bool>("nonAscii");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("markup") << "<a href=\"x\">'&'" << false << "&lt;a href=&quot;x&quot;&gt;&apos;&amp;&apos;";
+    QTest::newRow("markup") << "<a href=\"x\">'&'" << false
+                            << "&lt;a href=&quot;x&quot;&gt;&apos;&amp;&apos;";
     QTest::newRow("non-ASCII kept") << QStringLiteral("caf\u00e9") << false << QStringLiteral("caf\u00e9");
     QTest::newRow("non-ASCII escaped twice") << QStringLiteral("caf\u00e9") << true << "caf&amp;#xe9;";
     QTest::newRow("128 stays") << QStringLiteral("\u0080") << true << QStringLiteral("\u0080");
     QTest::newRow("129 escaped") << QStringLiteral("\u0081") << true << "&amp;#x81;";
-    QTest::newRow("surrogates one by one") << QStringLiteral("\U0001F600") << true << "&amp;#xd83d;&amp;#xde00;";
+    QTest::newRow("surrogates one by one")
+        << QStringLiteral("\U0001F600") << true << "&amp;#xd83d;&amp;#xde00;";
     QTest::newRow("four hex digits") << QStringLiteral("\u20ac<") << true << "&amp;#x20ac;&lt;";
 }
 
@@ -578,14 +634,22 @@ void TestSimpleXmlParser::unquoteString_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("double") << "\"a b\"" << "a b";
-    QTest::newRow("single") << "'a'" << "a";
-    QTest::newRow("mixed") << "\"a'" << "\"a'";
-    QTest::newRow("one quote") << "\"" << "";
-    QTest::newRow("one apostrophe") << "'" << "";
-    QTest::newRow("empty quotes") << "''" << "";
-    QTest::newRow("empty") << "" << "";
-    QTest::newRow("other characters") << "xax" << "xax";
+    QTest::newRow("double") << "\"a b\""
+                            << "a b";
+    QTest::newRow("single") << "'a'"
+                            << "a";
+    QTest::newRow("mixed") << "\"a'"
+                           << "\"a'";
+    QTest::newRow("one quote") << "\""
+                               << "";
+    QTest::newRow("one apostrophe") << "'"
+                                    << "";
+    QTest::newRow("empty quotes") << "''"
+                                  << "";
+    QTest::newRow("empty") << ""
+                           << "";
+    QTest::newRow("other characters") << "xax"
+                                      << "xax";
 }
 
 void TestSimpleXmlParser::unquoteString()

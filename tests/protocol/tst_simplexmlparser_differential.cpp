@@ -75,7 +75,7 @@ QString show(const QList<QMap<QString, QString>>& list)
         const auto fastResult_ = (fast);                                                                     \
         const auto referenceResult_ = (reference);                                                           \
         if (!(fastResult_ == referenceResult_)) {                                                            \
-            QFAIL(qPrintable(QStringLiteral("%1 differs\n  input:     %2\n  parser:    %3\n  reference: %4")  \
+            QFAIL(qPrintable(QStringLiteral("%1 differs\n  input:     %2\n  parser:    %3\n  reference: %4") \
                                  .arg(call, input, show(fastResult_), show(referenceResult_))));             \
         }                                                                                                    \
     } while (false)
@@ -102,40 +102,86 @@ private:
     QString mutate(const QString& s);
     QString pick(const QStringList& list) { return list.at(m_rng.bounded(list.size())); }
 
-    QRandomGenerator m_rng{20260514u};
+    QRandomGenerator m_rng {20260514u};
     int m_compared = 0;
 };
 
-static const QStringList kNames = {QStringLiteral("item"), QStringLiteral("item2"), QStringLiteral("it"),
-                                   QStringLiteral("Item"), QStringLiteral("a"),     QStringLiteral("a-b"),
-                                   QStringLiteral("x_y"),  QStringLiteral("User"),  QStringLiteral("Contact"),
-                                   QStringLiteral("e\u00e9")};
+static const QStringList kNames
+    = {QStringLiteral("item"),    QStringLiteral("item2"),  QStringLiteral("it"),  QStringLiteral("Item"),
+       QStringLiteral("a"),       QStringLiteral("a-b"),    QStringLiteral("x_y"), QStringLiteral("User"),
+       QStringLiteral("Contact"), QStringLiteral("e\u00e9")};
 
 // Pieces that sit at the edges of the scanning rules.
 static const QStringList kTextPieces = {
-    QStringLiteral("hello"),      QStringLiteral(" "),          QStringLiteral("\t"),
-    QStringLiteral("\n"),         QStringLiteral("\r\n"),       QStringLiteral("\u00a0"),
-    QStringLiteral("\u2028"),     QStringLiteral("\u3000"),     QStringLiteral("\u0085"),
-    QStringLiteral("x=y"),        QStringLiteral(" = "),        QStringLiteral("="),
-    QStringLiteral("\""),         QStringLiteral("'"),          QStringLiteral("&amp;"),
-    QStringLiteral("&lt;"),       QStringLiteral("&gt;"),       QStringLiteral("&quot;"),
-    QStringLiteral("&apos;"),     QStringLiteral("&amp;lt;"),   QStringLiteral("&amp;amp;gt;"),
-    QStringLiteral("&amp;#233;"), QStringLiteral("&#233;"),     QStringLiteral("&#x2019;"),
-    QStringLiteral("&#X41;"),     QStringLiteral("&#x41;"),     QStringLiteral("&#xe9;"),
-    QStringLiteral("&#99999999999;"), QStringLiteral("&#2147483647;"), QStringLiteral("&#2147483648;"),
-    QStringLiteral("&#x7FFFFFFF;"), QStringLiteral("&#x80000000;"), QStringLiteral("&#x1F600;"),
-    QStringLiteral("&#2147483713;"), QStringLiteral("&#x80000041;"), QStringLiteral("&#4294967361;"),
-    QStringLiteral("&#38;"),      QStringLiteral("&#x26;"),     QStringLiteral("&#59;"),
-    QStringLiteral("&#35;"),      QStringLiteral("&#54;"),      QStringLiteral("&#0;"),
-    QStringLiteral("&#;"),        QStringLiteral("&#x;"),       QStringLiteral("&#12a;"),
-    QStringLiteral("&"),          QStringLiteral("&#"),         QStringLiteral("#65;"),
-    QStringLiteral("\ufffd"),     QStringLiteral("&#65533;"),   QStringLiteral("\u00e9"),
-    QStringLiteral("\u20ac"),     QStringLiteral("\u65e5\u672c"), QStringLiteral("\U0001F600"),
-    QStringLiteral("\u0301"),     QStringLiteral("\u00aa"),     QStringLiteral("\u00b2"),
-    QStringLiteral("_"),          QStringLiteral("-"),          QStringLiteral("--"),
-    QStringLiteral("*"),          QStringLiteral("|"),          QStringLiteral(">"),
-    QStringLiteral("<"),          QStringLiteral("/>"),         QStringLiteral("\u0080"),
-    QStringLiteral("\u0081"),     QStringLiteral("'this'"),     QStringLiteral("p='x'"),
+    QStringLiteral("hello"),
+    QStringLiteral(" "),
+    QStringLiteral("\t"),
+    QStringLiteral("\n"),
+    QStringLiteral("\r\n"),
+    QStringLiteral("\u00a0"),
+    QStringLiteral("\u2028"),
+    QStringLiteral("\u3000"),
+    QStringLiteral("\u0085"),
+    QStringLiteral("x=y"),
+    QStringLiteral(" = "),
+    QStringLiteral("="),
+    QStringLiteral("\""),
+    QStringLiteral("'"),
+    QStringLiteral("&amp;"),
+    QStringLiteral("&lt;"),
+    QStringLiteral("&gt;"),
+    QStringLiteral("&quot;"),
+    QStringLiteral("&apos;"),
+    QStringLiteral("&amp;lt;"),
+    QStringLiteral("&amp;amp;gt;"),
+    QStringLiteral("&amp;#233;"),
+    QStringLiteral("&#233;"),
+    QStringLiteral("&#x2019;"),
+    QStringLiteral("&#X41;"),
+    QStringLiteral("&#x41;"),
+    QStringLiteral("&#xe9;"),
+    QStringLiteral("&#99999999999;"),
+    QStringLiteral("&#2147483647;"),
+    QStringLiteral("&#2147483648;"),
+    QStringLiteral("&#x7FFFFFFF;"),
+    QStringLiteral("&#x80000000;"),
+    QStringLiteral("&#x1F600;"),
+    QStringLiteral("&#2147483713;"),
+    QStringLiteral("&#x80000041;"),
+    QStringLiteral("&#4294967361;"),
+    QStringLiteral("&#38;"),
+    QStringLiteral("&#x26;"),
+    QStringLiteral("&#59;"),
+    QStringLiteral("&#35;"),
+    QStringLiteral("&#54;"),
+    QStringLiteral("&#0;"),
+    QStringLiteral("&#;"),
+    QStringLiteral("&#x;"),
+    QStringLiteral("&#12a;"),
+    QStringLiteral("&"),
+    QStringLiteral("&#"),
+    QStringLiteral("#65;"),
+    QStringLiteral("\ufffd"),
+    QStringLiteral("&#65533;"),
+    QStringLiteral("\u00e9"),
+    QStringLiteral("\u20ac"),
+    QStringLiteral("\u65e5\u672c"),
+    QStringLiteral("\U0001F600"),
+    QStringLiteral("\u0301"),
+    QStringLiteral("\u00aa"),
+    QStringLiteral("\u00b2"),
+    QStringLiteral("_"),
+    QStringLiteral("-"),
+    QStringLiteral("--"),
+    QStringLiteral("*"),
+    QStringLiteral("|"),
+    QStringLiteral(">"),
+    QStringLiteral("<"),
+    QStringLiteral("/>"),
+    QStringLiteral("\u0080"),
+    QStringLiteral("\u0081"),
+    QStringLiteral("'this'"),
+    QStringLiteral("p='x'"),
 };
 
 void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
@@ -143,7 +189,7 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
     // Every UTF-16 unit in the positions where a class decides: after a tag
     // name, inside an attribute name, around "=", in a numeric reference.
     for (uint u = 0; u <= 0xFFFF; ++u) {
-        const QString c{QChar(ushort(u))};
+        const QString c {QChar(ushort(u))};
         const QString inputs[] = {
             QStringLiteral("<a") + c + QStringLiteral("b=\"v\">t</a><a") + c + QStringLiteral("q=\"1\"/>"),
             QStringLiteral("<a x") + c + QStringLiteral("y='v' p") + c + QStringLiteral("=") + c
@@ -157,11 +203,12 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
                  show(r) + show(rs) + show(re), escaped(xml));
             SAME(QStringLiteral("getTagsValues"), SimpleXmlParser::getTagsValues(xml, QStringLiteral("a")),
                  ReferenceXmlParser::getTagsValues(xml, QStringLiteral("a")), escaped(xml));
-            SAME(QStringLiteral("getTagProperties"), SimpleXmlParser::getTagProperties(xml, QStringLiteral("a")),
+            SAME(QStringLiteral("getTagProperties"),
+                 SimpleXmlParser::getTagProperties(xml, QStringLiteral("a")),
                  ReferenceXmlParser::getTagProperties(xml, QStringLiteral("a")), escaped(xml));
         }
-        const QString references = QStringLiteral("&#") + c + QStringLiteral("41;&#x4") + c + QStringLiteral(";&#1")
-            + c + QStringLiteral(";") + c + QStringLiteral("#65;&") + c;
+        const QString references = QStringLiteral("&#") + c + QStringLiteral("41;&#x4") + c
+            + QStringLiteral(";&#1") + c + QStringLiteral(";") + c + QStringLiteral("#65;&") + c;
         SAME(QStringLiteral("decodeEntities"), SimpleXmlParser::decodeEntities(references),
              ReferenceXmlParser::decodeEntities(references), escaped(references));
         SAME(QStringLiteral("encodeEntities(true)"), SimpleXmlParser::encodeEntities(c, true),
@@ -181,18 +228,20 @@ QString TestSimpleXmlParserDifferential::randomText(int pieces)
 
 QString TestSimpleXmlParserDifferential::randomAttributes()
 {
-    static const QStringList attrNames = {QStringLiteral("p1"),  QStringLiteral("p2"),   QStringLiteral("a-b"),
-                                          QStringLiteral("a-b-c"), QStringLiteral("-x"), QStringLiteral("x-"),
-                                          QStringLiteral("a--b"), QStringLiteral("\u00e9t\u00e9"),
-                                          QStringLiteral("n_1"), QStringLiteral("")};
+    static const QStringList attrNames = {
+        QStringLiteral("p1"),  QStringLiteral("p2"), QStringLiteral("a-b"),  QStringLiteral("a-b-c"),
+        QStringLiteral("-x"),  QStringLiteral("x-"), QStringLiteral("a--b"), QStringLiteral("\u00e9t\u00e9"),
+        QStringLiteral("n_1"), QStringLiteral("")};
     static const QStringList blanks = {QString(), QStringLiteral(" "), QStringLiteral("  "),
                                        QStringLiteral("\n\t"), QStringLiteral("\u00a0")};
     QString s;
     const int count = m_rng.bounded(4);
     for (int i = 0; i < count; ++i) {
-        s += pick(blanks) + (m_rng.bounded(2) ? QStringLiteral(" ") : QString()) + pick(attrNames) + pick(blanks)
-            + QLatin1Char('=') + pick(blanks);
-        const QString quote = m_rng.bounded(6) == 0 ? QString() : (m_rng.bounded(2) ? QStringLiteral("\"") : QStringLiteral("'"));
+        s += pick(blanks) + (m_rng.bounded(2) ? QStringLiteral(" ") : QString()) + pick(attrNames)
+            + pick(blanks) + QLatin1Char('=') + pick(blanks);
+        const QString quote = m_rng.bounded(6) == 0
+            ? QString()
+            : (m_rng.bounded(2) ? QStringLiteral("\"") : QStringLiteral("'"));
         s += quote + randomText(m_rng.bounded(3)) + (m_rng.bounded(10) ? quote : QString());
     }
     if (m_rng.bounded(4) == 0)
@@ -238,10 +287,13 @@ QString TestSimpleXmlParserDifferential::randomDocument(int pieces)
             s += randomText(1 + m_rng.bounded(3));
             break;
         case 1:
-            s += QLatin1Char('<') + pick(kNames) + randomAttributes() + (m_rng.bounded(2) ? QStringLiteral(">") : QStringLiteral("/>"));
+            s += QLatin1Char('<') + pick(kNames) + randomAttributes()
+                + (m_rng.bounded(2) ? QStringLiteral(">") : QStringLiteral("/>"));
             break;
         case 2:
-            s += QStringLiteral("</") + pick(kNames) + QLatin1Char('>');
+            // "<<name>>" matters when the name is given in brackets.
+            s += (m_rng.bounded(3) ? QStringLiteral("</") : QStringLiteral("<<")) + pick(kNames)
+                + (m_rng.bounded(2) ? QStringLiteral(">") : QStringLiteral(">>"));
             break;
         default:
             s += randomElement(3);
@@ -257,10 +309,11 @@ QString TestSimpleXmlParserDifferential::realisticMessage()
                                "<Timestamp>2026-11-15T18:10:02.123</Timestamp><Response><PhoneBook>");
     const int users = 1 + m_rng.bounded(3);
     for (int i = 0; i < users; ++i) {
-        s += QStringLiteral("<User id=\"%1\" kind='person'><First>Ann&amp;%1</First><Last>O&apos;Neil</Last>"
-                            "<Company>Caf\u00e9 &#233; &#x2019;s</Company><Contact><Type>work</Type>"
-                            "<Number>+39 02 %1</Number><Primary>true</Primary></Contact><Contact type = \"x\">"
-                            "<Type>mobile</Type><Number/></Contact><Empty /></User>\n")
+        s += QStringLiteral(
+                 "<User id=\"%1\" kind='person'><First>Ann&amp;%1</First><Last>O&apos;Neil</Last>"
+                 "<Company>Caf\u00e9 &#233; &#x2019;s</Company><Contact><Type>work</Type>"
+                 "<Number>+39 02 %1</Number><Primary>true</Primary></Contact><Contact type = \"x\">"
+                 "<Type>mobile</Type><Number/></Contact><Empty /></User>\n")
                  .arg(i);
     }
     s += QStringLiteral("</PhoneBook></Response></SRNT>");
@@ -299,8 +352,10 @@ QString TestSimpleXmlParserDifferential::mutate(const QString& input)
 
 void TestSimpleXmlParserDifferential::compareLookups(const QString& xml, const QString& tag, int startPos)
 {
-    const QString input = QStringLiteral("xml=%1 tag=%2 startPos=%3").arg(escaped(xml), escaped(tag)).arg(startPos);
-    SAME(QStringLiteral("getTagValue"), SimpleXmlParser::getTagValue(xml, tag, startPos, QStringLiteral("none")),
+    const QString input
+        = QStringLiteral("xml=%1 tag=%2 startPos=%3").arg(escaped(xml), escaped(tag)).arg(startPos);
+    SAME(QStringLiteral("getTagValue"),
+         SimpleXmlParser::getTagValue(xml, tag, startPos, QStringLiteral("none")),
          ReferenceXmlParser::getTagValue(xml, tag, startPos, QStringLiteral("none")), input);
     SAME(QStringLiteral("getDecodedTagValue"),
          SimpleXmlParser::getDecodedTagValue(xml, tag, startPos, QStringLiteral("d&amp;ef")),
@@ -310,7 +365,8 @@ void TestSimpleXmlParserDifferential::compareLookups(const QString& xml, const Q
     int fs = 0, fe = 0, rs = 0, re = 0;
     const bool f = SimpleXmlParser::findStartTagDelimiters(xml, tag, startPos, fs, fe);
     const bool r = ReferenceXmlParser::findStartTagDelimiters(xml, tag, startPos, rs, re);
-    SAME(QStringLiteral("findStartTagDelimiters"), show(f) + QLatin1Char(' ') + show(fs) + QLatin1Char(' ') + show(fe),
+    SAME(QStringLiteral("findStartTagDelimiters"),
+         show(f) + QLatin1Char(' ') + show(fs) + QLatin1Char(' ') + show(fe),
          show(r) + QLatin1Char(' ') + show(rs) + QLatin1Char(' ') + show(re), input);
     if (startPos == 0) {
         SAME(QStringLiteral("getTagsValues"), SimpleXmlParser::getTagsValues(xml, tag),
@@ -357,10 +413,11 @@ void TestSimpleXmlParserDifferential::lookupsOnGeneratedDocuments()
 
 void TestSimpleXmlParserDifferential::lookupsOnMutatedMessages()
 {
-    static const QStringList fields = {QStringLiteral("User"),  QStringLiteral("First"),  QStringLiteral("Last"),
-                                       QStringLiteral("Company"), QStringLiteral("Contact"), QStringLiteral("Type"),
-                                       QStringLiteral("Number"), QStringLiteral("Empty"), QStringLiteral("SRNT"),
-                                       QStringLiteral("API")};
+    static const QStringList fields
+        = {QStringLiteral("User"),    QStringLiteral("First"),   QStringLiteral("Last"),
+           QStringLiteral("Company"), QStringLiteral("Contact"), QStringLiteral("Type"),
+           QStringLiteral("Number"),  QStringLiteral("Empty"),   QStringLiteral("SRNT"),
+           QStringLiteral("API")};
     for (int i = 0; i < 1500; ++i) {
         const QString message = i % 5 == 0 ? realisticMessage() : mutate(realisticMessage());
         for (int q = 0; q < 2; ++q) {
@@ -382,9 +439,9 @@ void TestSimpleXmlParserDifferential::entitiesOnGeneratedText()
 {
     // References whose decoded character builds or breaks another reference.
     static const QStringList dense = {
-        QStringLiteral("&#38;"), QStringLiteral("&#x26;"), QStringLiteral("&#35;"), QStringLiteral("&#59;"),
-        QStringLiteral("&#54;"), QStringLiteral("&#65;"), QStringLiteral("#65;"),  QStringLiteral("&amp;"),
-        QStringLiteral("&amp;#"), QStringLiteral("&"),    QStringLiteral("#"),     QStringLiteral("65;"),
+        QStringLiteral("&#38;"),  QStringLiteral("&#x26;"), QStringLiteral("&#35;"), QStringLiteral("&#59;"),
+        QStringLiteral("&#54;"),  QStringLiteral("&#65;"),  QStringLiteral("#65;"),  QStringLiteral("&amp;"),
+        QStringLiteral("&amp;#"), QStringLiteral("&"),      QStringLiteral("#"),     QStringLiteral("65;"),
         QStringLiteral("\ufffd")};
     for (int i = 0; i < 20000; ++i) {
         QString s;
@@ -398,15 +455,16 @@ void TestSimpleXmlParserDifferential::entitiesOnGeneratedText()
             s.truncate(m_rng.bounded(s.size()));
         if (m_rng.bounded(8) == 0)
             s += QChar(ushort(m_rng.bounded(0x10000)));
-        SAME(QStringLiteral("decodeEntities"), SimpleXmlParser::decodeEntities(s), ReferenceXmlParser::decodeEntities(s),
-             escaped(s));
+        SAME(QStringLiteral("decodeEntities"), SimpleXmlParser::decodeEntities(s),
+             ReferenceXmlParser::decodeEntities(s), escaped(s));
         SAME(QStringLiteral("encodeEntities(true)"), SimpleXmlParser::encodeEntities(s, true),
              ReferenceXmlParser::encodeEntities(s, true), escaped(s));
         SAME(QStringLiteral("encodeEntities(false)"), SimpleXmlParser::encodeEntities(s, false),
              ReferenceXmlParser::encodeEntities(s, false), escaped(s));
-        SAME(QStringLiteral("unquoteString"), SimpleXmlParser::unquoteString(s), ReferenceXmlParser::unquoteString(s),
-             escaped(s));
-        const QString decodedTwice = SimpleXmlParser::decodeEntities(SimpleXmlParser::encodeEntities(s, false));
+        SAME(QStringLiteral("unquoteString"), SimpleXmlParser::unquoteString(s),
+             ReferenceXmlParser::unquoteString(s), escaped(s));
+        const QString decodedTwice
+            = SimpleXmlParser::decodeEntities(SimpleXmlParser::encodeEntities(s, false));
         SAME(QStringLiteral("decodeEntities(encodeEntities)"), decodedTwice,
              ReferenceXmlParser::decodeEntities(ReferenceXmlParser::encodeEntities(s, false)), escaped(s));
     }
@@ -415,8 +473,7 @@ void TestSimpleXmlParserDifferential::entitiesOnGeneratedText()
 namespace {
 
 // What a parser did, in order: signals as text, plus buffer and queue probes.
-template <typename Parser>
-struct Recorder
+template <typename Parser> struct Recorder
 {
     Parser parser;
     QStringList events;
@@ -478,15 +535,16 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
                 stream += open + open + randomText(1) + close + close;
                 break;
             default:
-                stream += open + (m_rng.bounded(3) ? randomDocument(1 + m_rng.bounded(3)) : realisticMessage()) + close;
+                stream += open
+                    + (m_rng.bounded(3) ? randomDocument(1 + m_rng.bounded(3)) : realisticMessage()) + close;
                 break;
             }
         }
 
         Recorder<SimpleXmlParser> fast;
         Recorder<ReferenceXmlParser::Framer> reference;
-        const int mode = QList<int>{0, 0, 1, 2, 3, 4, -1}.at(m_rng.bounded(7));
-        const int limit = QList<int>{0, 0, 0, 5, 10, 40, 150}.at(m_rng.bounded(7));
+        const int mode = QList<int> {0, 0, 1, 2, 3, 4, -1}.at(m_rng.bounded(7));
+        const int limit = QList<int> {0, 0, 0, 5, 10, 40, 150}.at(m_rng.bounded(7));
         fast.parser.rootTag = reference.parser.rootTag = root;
         fast.parser.setNotifyMode(mode);
         reference.parser.setNotifyMode(mode);
@@ -573,8 +631,8 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
     fast.parser.addData(big);
     reference.parser.addData(big);
     SAME(QStringLiteral("signals"), fast.events, reference.events, QStringLiteral("large stream"));
-    SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(), reference.parser.getCurrentBuffer(),
-         QStringLiteral("large stream"));
+    SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(),
+         reference.parser.getCurrentBuffer(), QStringLiteral("large stream"));
     QCOMPARE(fast.events.size(), 602);
 }
 
@@ -589,16 +647,17 @@ void TestSimpleXmlParserDifferential::framingOfLargeChunks()
         Recorder<SimpleXmlParser> fast;
         Recorder<ReferenceXmlParser::Framer> reference;
         fast.parser.rootTag = reference.parser.rootTag = QStringLiteral("SRNT");
-        const QStringList chunks = {QStringLiteral("zz<SRNT>") + QString(9000, QLatin1Char('a')) + QStringLiteral("</SRN"),
-                                    QStringLiteral("T>tail")};
+        const QStringList chunks
+            = {QStringLiteral("zz<SRNT>") + QString(9000, QLatin1Char('a')) + QStringLiteral("</SRN"),
+               QStringLiteral("T>tail")};
         for (const QString& chunk : chunks) {
             fast.parser.addData(chunk);
             reference.parser.addData(chunk);
         }
-        SAME(QStringLiteral("getNextMessage"), fast.parser.getNextMessage(), reference.parser.getNextMessage(),
-             QStringLiteral("message as long as its first chunk"));
-        SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(), reference.parser.getCurrentBuffer(),
-             QStringLiteral("message as long as its first chunk"));
+        SAME(QStringLiteral("getNextMessage"), fast.parser.getNextMessage(),
+             reference.parser.getNextMessage(), QStringLiteral("message as long as its first chunk"));
+        SAME(QStringLiteral("getCurrentBuffer"), fast.parser.getCurrentBuffer(),
+             reference.parser.getCurrentBuffer(), QStringLiteral("message as long as its first chunk"));
     }
     for (int round = 0; round < 120; ++round) {
         QString stream;
