@@ -2,7 +2,7 @@
 
 CallTable::~CallTable()
 {
-    // clear();
+    clear();
 }
 
 CallInfo* CallTable::leg(const QString& uid, const QString& sipAccount) const

@@ -23,6 +23,22 @@ QString EMPTYTAG(const QString& name)
     return QLatin1Char('<') + name + QLatin1String("/>");
 }
 
+namespace {
+// The envelope's timestamp is UTC by convention. Reading it straight as UTC
+// keeps the local time zone (and its file lookups) out of every message.
+QDateTime parseUtcTimestamp(const QString& text)
+{
+    // "yyyy-MM-ddTHH:mm:ss.zzz"
+    if (text.size() < 12 || text.at(10) != QLatin1Char('T'))
+        return QDateTime(QDate(), QTime(), Qt::UTC);
+    const QDate date = QDate::fromString(text.left(10), QStringLiteral("yyyy-MM-dd"));
+    const QTime time = QTime::fromString(text.mid(11), QStringLiteral("HH:mm:ss.zzz"));
+    if (!date.isValid() || !time.isValid())
+        return QDateTime(QDate(), QTime(), Qt::UTC);
+    return QDateTime(date, time, Qt::UTC);
+}
+} // namespace
+
 SXmlMessage::SXmlMessage()
     : errorMessage(QStringLiteral("Unknown error"))
     , api(QStringLiteral("4.2"))
@@ -55,8 +71,7 @@ QString SXmlMessage::serializeToXml(const QString& apiVersion)
 void SXmlMessage::parseMessageMetadata(const QString& xml)
 {
     uuid = SimpleXmlParser::getDecodedTagValue(xml, S_XMLTAG_UUID);
-    timestamp = QDateTime::fromString(SimpleXmlParser::getDecodedTagValue(xml, S_XMLTAG_TIMESTAMP), S_ISO_DATE);
-    timestamp.setTimeSpec(Qt::UTC);
+    timestamp = parseUtcTimestamp(SimpleXmlParser::getDecodedTagValue(xml, S_XMLTAG_TIMESTAMP));
     api = SimpleXmlParser::getDecodedTagValue(xml, S_XMLTAG_API);
 }
 

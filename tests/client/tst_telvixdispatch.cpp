@@ -102,6 +102,7 @@ private Q_SLOTS:
     void voicemailListInOpenOrEmptyForm();
     void unknownMessageIsLoggedAndNotAcknowledged();
     void characterSplitBetweenTwoReadsArrivesWhole();
+    void everySignalCanCrossThreads();
 };
 
 void TestTelvixDispatch::everyMessageWithAnIdIsAcknowledged_data()
@@ -614,6 +615,24 @@ void TestTelvixDispatch::characterSplitBetweenTwoReadsArrivesWhole()
     QVERIFY(app.waitForAck(FakeCtiServer::uuidOf(xml)));
     QCOMPARE(mailbox.count(), 1);
     QCOMPARE(mailbox.at(0).at(0).value<MailboxStatus>().mailbox, QStringLiteral("Zo\u00eb-200"));
+}
+
+void TestTelvixDispatch::everySignalCanCrossThreads()
+{
+    // An application on its own thread gets the signals through queued
+    // connections, which need every argument type registered by name.
+    const QMetaObject& meta = Telvix::staticMetaObject;
+    QStringList unregistered;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        if (method.methodType() != QMetaMethod::Signal)
+            continue;
+        for (int p = 0; p < method.parameterCount(); ++p) {
+            if (method.parameterType(p) == QMetaType::UnknownType)
+                unregistered << QString::fromLatin1(method.methodSignature());
+        }
+    }
+    QVERIFY2(unregistered.isEmpty(), qPrintable(unregistered.join(QLatin1Char(' '))));
 }
 
 QTEST_GUILESS_MAIN(TestTelvixDispatch)

@@ -589,8 +589,10 @@ void TestSimpleXmlParser::decodeEntities_data()
     QTest::newRow("replacement character by reference stays") << "&#65533;" << QStringLiteral("\ufffd");
     QTest::newRow("decoded '&' builds nothing new") << "&#38;#65;"
                                                     << "&#65;";
-    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#65;&#65;"
-                                                                << "AA";
+    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#71;&#71;"
+                                                                << "GG";
+    QTest::newRow("decoded digit builds a reference found later") << "&#38;#&#55;1;&#71;"
+                                                                  << "GG";
     QTest::newRow("incomplete") << "&#;&#x;&#12a;&"
                                 << "&#;&#x;&#12a;&";
 }

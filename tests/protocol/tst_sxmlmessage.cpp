@@ -150,6 +150,32 @@ private Q_SLOTS:
         QVERIFY(!msg.timestamp.isValid());
     }
 
+    void timestampReadsAsTheFormatReadsIt_data()
+    {
+        QTest::addColumn<QString>("text");
+        for (const char* t : {"2026-11-15T18:10:02.123", "2026-11-15T18:10:02", "2026-11-15T18:10:02.1",
+                              "2026-11-15T18:10:02.1234", "2026-11-15 18:10:02.123", "2026-13-15T18:10:02.123",
+                              "2026-02-30T18:10:02.123", "2026-11-15T24:00:00.000", "2026-11-15T18:10", "",
+                              "garbage", "2026-11-15T18:10:02.123Z", " 2026-11-15T18:10:02.123",
+                              "2026-1-15T18:10:02.123", "2024-02-29T23:59:59.999"})
+            QTest::newRow(t) << QString::fromLatin1(t);
+    }
+
+    void timestampReadsAsTheFormatReadsIt()
+    {
+        // The envelope reader must agree with QDateTime::fromString on the
+        // S_ISO_DATE format, taken as UTC.
+        QFETCH(QString, text);
+        QDateTime expected = QDateTime::fromString(text, SARNET_XML::S_ISO_DATE);
+        expected.setTimeSpec(Qt::UTC);
+        KeepAliveReqMsg msg;
+        msg.parseMessageMetadata(QStringLiteral("<SRNT><Timestamp>%1</Timestamp></SRNT>").arg(text));
+        QCOMPARE(msg.timestamp.isValid(), expected.isValid());
+        if (expected.isValid())
+            QCOMPARE(msg.timestamp, expected);
+        QCOMPARE(msg.timestamp.timeSpec(), Qt::UTC);
+    }
+
     void envelopeNameWinsOverBodyName()
     {
         KeepAliveReqMsg msg;

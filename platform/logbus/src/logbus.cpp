@@ -296,12 +296,30 @@ public:
     std::shared_ptr<spdlog::logger> spd;
 };
 
+namespace {
+// Local time of a line's timestamp. Converting to local time makes glibc
+// look at the time-zone file on every call, which dominated busy logging;
+// the UTC offset is therefore looked up once a minute per thread.
+QDateTime localNow()
+{
+    thread_local qint64 offsetMinute = -1;
+    thread_local int offsetSeconds = 0;
+    const QDateTime utc = QDateTime::currentDateTimeUtc();
+    const qint64 minute = utc.toSecsSinceEpoch() / 60;
+    if (minute != offsetMinute) {
+        offsetSeconds = QDateTime::currentDateTime().offsetFromUtc();
+        offsetMinute = minute;
+    }
+    return utc.toOffsetFromUtc(offsetSeconds);
+}
+} // namespace
+
 void LoggerPrivate::write(int priority, const QString& text)
 {
     if (priority > level.load(std::memory_order_relaxed))
         return;
     const QString format = bus ? bus->timeStampFormat() : defaultTimeStampFormat();
-    const QString stamp = QDateTime::currentDateTime().toString(format);
+    const QString stamp = localNow().toString(format);
     QString module;
     {
         std::shared_lock<std::shared_mutex> locker(lock);
