@@ -480,6 +480,9 @@ private Q_SLOTS:
     void onThreadStarted();
 
 private:
+    void sendLineCommand(const QString& command, const QString& lineId);
+
+private:
     Q_DECLARE_PRIVATE(Telvix)
     QScopedPointer<TelvixPrivate> d_ptr;
     friend class TelvixPrivate;

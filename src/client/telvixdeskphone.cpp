@@ -87,22 +87,24 @@ void Telvix::phoneCommandMakeCall(const QString& number, const QString& peer)
                      + CLOSETAG(QStringLiteral("makeCall")) + PhoneCommandClose);
 }
 
-void Telvix::phoneCommandPutOnHold(const QString& lineId)
+// The commands that name a line and nothing else.
+void Telvix::sendLineCommand(const QString& command, const QString& lineId)
 {
     if (lineId.isEmpty()) {
         TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
         return;
     }
-    sendPlainRequest(lineCommand(QStringLiteral("putOnHold"), lineId));
+    sendPlainRequest(lineCommand(command, lineId));
+}
+
+void Telvix::phoneCommandPutOnHold(const QString& lineId)
+{
+    sendLineCommand(QStringLiteral("putOnHold"), lineId);
 }
 
 void Telvix::phoneCommandResumeFromHold(const QString& lineId)
 {
-    if (lineId.isEmpty()) {
-        TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
-        return;
-    }
-    sendPlainRequest(lineCommand(QStringLiteral("resumeFromHold"), lineId));
+    sendLineCommand(QStringLiteral("resumeFromHold"), lineId);
 }
 
 void Telvix::phoneCommandUfwdSet(const QString& number, const QString& peer)
@@ -124,20 +126,12 @@ void Telvix::phoneCommandUfwdUnset(const QString& peer)
 
 void Telvix::phoneCommandAnswerIncomingCall(const QString& lineId)
 {
-    if (lineId.isEmpty()) {
-        TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
-        return;
-    }
-    sendPlainRequest(lineCommand(QStringLiteral("answerIncomingCall"), lineId));
+    sendLineCommand(QStringLiteral("answerIncomingCall"), lineId);
 }
 
 void Telvix::phoneCommandHangupCall(const QString& lineId)
 {
-    if (lineId.isEmpty()) {
-        TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
-        return;
-    }
-    sendPlainRequest(lineCommand(QStringLiteral("hangupCall"), lineId));
+    sendLineCommand(QStringLiteral("hangupCall"), lineId);
 }
 
 void Telvix::phoneCommandUnattendedTransfer(const QString& lineId, const QString& number)

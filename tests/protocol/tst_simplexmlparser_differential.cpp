@@ -442,9 +442,26 @@ void TestSimpleXmlParserDifferential::entitiesOnGeneratedText()
         = {QStringLiteral("&#38;"),  QStringLiteral("&#x26;"), QStringLiteral("&#35;"),
            QStringLiteral("&#71;"),  QStringLiteral("#71;"),   QStringLiteral("71;"),
            QStringLiteral("&amp;#"), QStringLiteral("&"),      QStringLiteral("\ufffd")};
+    // A reference whose character completes another one: prefix, maker,
+    // rest, and the completed reference again later or not.
+    static const QStringList prefixes
+        = {QStringLiteral("&#38;"), QStringLiteral("&#"),   QStringLiteral("&#3"),
+           QStringLiteral("&"),     QStringLiteral("&#x2"), QString()};
+    static const QStringList makers
+        = {QStringLiteral("&#55;"),  QStringLiteral("&#49;"), QStringLiteral("&#35;"),
+           QStringLiteral("&#59;"),  QStringLiteral("&#38;"), QStringLiteral("&#x26;"),
+           QStringLiteral("&#x37;"), QStringLiteral("&#120;")};
+    static const QStringList rests
+        = {QStringLiteral("1;"),    QStringLiteral("#71;"), QStringLiteral("71;"), QStringLiteral(";"),
+           QStringLiteral("#x47;"), QStringLiteral("47;"),  QStringLiteral("8;")};
+    static const QStringList laters
+        = {QStringLiteral("&#71;"), QStringLiteral("&#x47;"), QStringLiteral("&#8;"),
+           QStringLiteral("&#1;"),  QStringLiteral("&#17;"),  QString()};
     for (int i = 0; i < 20000; ++i) {
         QString s;
-        if (i % 2) {
+        if (i % 3 == 1) {
+            s = pick(prefixes) + pick(makers) + pick(rests) + pick(laters);
+        } else if (i % 3 == 2) {
             for (int k = m_rng.bounded(2, 7); k > 0; --k)
                 s += pick(dense);
         } else {

@@ -3,6 +3,7 @@
 #include "telvix.h"
 
 #include <QSignalSpy>
+#include <QTest>
 
 LoggedInClient::LoggedInClient(TELVIX::AppMode mode, const QString& api, const QString& exten)
     : m_mode(mode)
@@ -36,7 +37,9 @@ bool LoggedInClient::start()
     QSignalSpy logged(m_client.data(), &Telvix::loggedToServer);
     m_client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"),
                               m_mode, FakeCtiServer::host(), m_server.port());
-    if (!logged.wait(10000))
+    // The spy counts from another thread: poll it rather than wait() for a
+    // signal that may already have arrived.
+    if (!QTest::qWaitFor([&logged] { return logged.count() > 0; }, 10000))
         return false;
     m_conn = m_server.lastConnection();
     // The requests of the login are not what a test looks at.
