@@ -74,10 +74,8 @@ private Q_SLOTS:
     void shortcutsForHangup_data();
     void shortcutsForHangup();
     void hangupChannelNeedsNoCall();
-    void redirectCallSendsTheNumberAsTyped();
-    void redirectCallToMobile();
-    void parkCall();
-    void bridgeCalls();
+    void operationSendsItsFrame_data();
+    void operationSendsItsFrame();
     void refusedOperationsSendNothing_data();
     void refusedOperationsSendNothing();
     void refusalsStillAnswerTrueFromAnotherThread();
@@ -218,51 +216,52 @@ void TestCallControl::hangupChannelNeedsNoCall()
     QVERIFY(log.waitFor("Hangup sent on channel SIP/elsewhere-7"));
 }
 
-void TestCallControl::redirectCallSendsTheNumberAsTyped()
+void TestCallControl::operationSendsItsFrame_data()
 {
-    LogbusCapture log;
-    QVERIFY(client()->redirectCall("u3", "+39 333 1234567"));
-    const QString frame = nextFrame("RedirectCall");
-    QCOMPARE(field(frame, "Channel"), QStringLiteral("SIP/trunk-3"));
-    QCOMPARE(field(frame, "ToNumber"), QStringLiteral("+39 333 1234567"));
-    // The line names its fourth marker twice: the account never shows.
-    QVERIFY(log.waitFor(
-        "Redirect to number +39 333 1234567 sent for call with UID u3 from 0533333333 to 200 on SIP "
-        "account 200"));
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QStringList>("fields"); // tag, value, tag, value...
+    QTest::addColumn<QString>("words");
+    // The redirect line names its fourth marker twice: the account never shows.
+    QTest::newRow("redirect, number as typed")
+        << "redirect"
+        << "RedirectCall" << QStringList {"Channel", "SIP/trunk-3", "ToNumber", "+39 333 1234567"}
+        << "Redirect to number +39 333 1234567 sent for call with UID u3 from 0533333333 to 200 on SIP "
+           "account 200";
+    QTest::newRow("redirect to mobile")
+        << "redirectToMobile"
+        << "RedirectCallToMobile" << QStringList {"Channel", "SIP/trunk-5"}
+        << "Transfer to mobile sent for call with UID u5 from 0555555555 to 200 on SIP account 200-soft";
+    QTest::newRow("park")
+        << "park"
+        << "ParkCall" << QStringList {"parkedChannel", "SIP/200-desk-3", "parkingChannel", "SIP/trunk-3"}
+        << "Park call sent for call with UID u3 from 0533333333 to 200 on SIP account 200-desk";
+    QTest::newRow("bridge")
+        << "bridge"
+        << "BridgeChannels" << QStringList {"channel1", "SIP/trunk-3", "channel2", "SIP/trunk-5"}
+        << "Bridge calls sent for call1 with UID u3 and channel SIP/trunk-3 (from 0533333333 "
+           "to 200 on SIP account 200-desk) and call2 with UID u5 and channel SIP/trunk-5 "
+           "(from 0555555555 to 200 on SIP account 200-soft)";
 }
 
-void TestCallControl::redirectCallToMobile()
+void TestCallControl::operationSendsItsFrame()
 {
+    QFETCH(QString, operation);
+    QFETCH(QString, element);
+    QFETCH(QStringList, fields);
+    QFETCH(QString, words);
     LogbusCapture log;
-    QVERIFY(client()->redirectCallToMobile("u5"));
-    const QString frame = nextFrame("RedirectCallToMobile");
-    QCOMPARE(field(frame, "Channel"), QStringLiteral("SIP/trunk-5"));
-    QVERIFY(log.waitFor(
-        "Transfer to mobile sent for call with UID u5 from 0555555555 to 200 on SIP account 200-soft"));
-}
-
-void TestCallControl::parkCall()
-{
-    LogbusCapture log;
-    QVERIFY(client()->parkCall("u3"));
-    const QString frame = nextFrame("ParkCall");
-    QCOMPARE(field(frame, "parkedChannel"), QStringLiteral("SIP/200-desk-3"));
-    QCOMPARE(field(frame, "parkingChannel"), QStringLiteral("SIP/trunk-3"));
-    QVERIFY(
-        log.waitFor("Park call sent for call with UID u3 from 0533333333 to 200 on SIP account 200-desk"));
-}
-
-void TestCallControl::bridgeCalls()
-{
-    LogbusCapture log;
-    QVERIFY(client()->bridgeCalls("u3", "u5"));
-    const QString frame = nextFrame("BridgeChannels");
-    QCOMPARE(field(frame, "channel1"), QStringLiteral("SIP/trunk-3"));
-    QCOMPARE(field(frame, "channel2"), QStringLiteral("SIP/trunk-5"));
-    QVERIFY(log.waitFor(
-        "Bridge calls sent for call1 with UID u3 and channel SIP/trunk-3 (from 0533333333 to 200 on "
-        "SIP account 200-desk) and call2 with UID u5 and channel SIP/trunk-5 (from 0555555555 to 200 "
-        "on SIP account 200-soft)"));
+    const QMap<QString, std::function<bool()>> run = {
+        {"redirect", [this] { return client()->redirectCall("u3", "+39 333 1234567"); }},
+        {"redirectToMobile", [this] { return client()->redirectCallToMobile("u5"); }},
+        {"park", [this] { return client()->parkCall("u3"); }},
+        {"bridge", [this] { return client()->bridgeCalls("u3", "u5"); }},
+    };
+    QVERIFY(run.value(operation)());
+    const QString frame = nextFrame(qPrintable(element));
+    for (int i = 0; i + 1 < fields.size(); i += 2)
+        QCOMPARE(field(frame, qPrintable(fields.at(i))), fields.at(i + 1));
+    QVERIFY(log.waitFor(words));
 }
 
 void TestCallControl::refusedOperationsSendNothing_data()

@@ -193,10 +193,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("emptied");
         QTest::newRow("srnt_pro") << int(TELVIX::AppModeSrntPro) << true;
-        QTest::newRow("attendant") << int(TELVIX::AppModeAtndCti) << true;
         QTest::newRow("logger") << int(TELVIX::AppModeSrntLog) << false;
         QTest::newRow("mobile") << int(TELVIX::AppModeSrntMobile) << false;
-        QTest::newRow("mobile phone") << int(TELVIX::AppModeSrntMobilePhone) << false;
     }
 
     void loginEmptiesTheBookInDesktopModes()
@@ -375,18 +373,17 @@ private Q_SLOTS:
         const QString named = R"({"firstName":"Ivy","lastName":"Ray","company":"Acme",)"
                               R"("contacts":[{"type":"phone","label":"work","value":"0611"}]})";
         QTest::newRow("add") << "add" << named << true << "AddPhoneBookContact" << QString();
-        QTest::newRow("add company only") << "add"
-                                          << R"({"company":"Acme"})" << false << QString()
-                                          << "Could not parse the contact to be added from json string: ";
+        const QString unparsed = QStringLiteral("Could not parse the contact to be %1 from json string: ");
+        QTest::newRow("add company only")
+            << "add"
+            << R"({"company":"Acme"})" << false << QString() << unparsed.arg("added");
         QTest::newRow("update names, no uuid")
             << "update" << named << true << QString()
             << "The contact uuid of the contact to be updated is empty, cannot complete operation";
-        QTest::newRow("update not an object")
-            << "update"
-            << "[1]" << false << QString() << "Could not parse the contact to be updated from json string: ";
+        QTest::newRow("update not an object") << "update"
+                                              << "[1]" << false << QString() << unparsed.arg("updated");
         QTest::newRow("delete bad text") << "delete"
-                                         << "{oops" << false << QString()
-                                         << "Could not parse the contact to be deleted from json string: ";
+                                         << "{oops" << false << QString() << unparsed.arg("deleted");
     }
 
     void contactsFromJson()

@@ -209,8 +209,6 @@ private Q_SLOTS:
                                       << "999" << QStringList();
         QTest::newRow("old, own by default") << "5.1"
                                              << "" << QStringList {"200-desk", "200-soft"};
-        QTest::newRow("old, own by number") << "5.1"
-                                            << "200" << QStringList {"200-desk", "200-soft"};
         QTest::newRow("old, colleague") << "5.10"
                                         << "201" << QStringList {"201-desk", "201-soft"};
     }
@@ -242,7 +240,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         QTest::newRow("no penalty") << -1 << "";
         QTest::newRow("zero") << 0 << "<Penalty>0</Penalty>";
-        QTest::newRow("five") << 5 << "<Penalty>5</Penalty>";
     }
 
     void dynamicMembers()
@@ -261,7 +258,7 @@ private Q_SLOTS:
                                 "</QueueDynamicMemberRemove>"));
     }
 
-    void membersAreNamedByExtension()
+    void membersAndOperatorStatisticsAreNamedByExtension()
     {
         LoggedInClient session(TELVIX::AppModeSrntPro);
         QVERIFY(session.start());
@@ -270,6 +267,8 @@ private Q_SLOTS:
         QSignalSpy added(client, &Telvix::sigQueueMemberAdded);
         QSignalSpy removed(client, &Telvix::sigQueueMemberRemoved);
         QSignalSpy paused(client, &Telvix::sigQueueMemberPauseChanged);
+        QSignalSpy all(client, &Telvix::sigAllQueueOperatorsPeriodicStatsReceived);
+        QSignalSpy one(client, &Telvix::sigQueueOperatorPeriodicStatsReceived);
 
         QueueMemberAddedEventMsg add;
         add.member.account = QStringLiteral("201-soft");
@@ -297,15 +296,6 @@ private Q_SLOTS:
         QCOMPARE(removed.first().at(0).value<QueueMember>().exten, QString());
         QCOMPARE(paused.first().at(0).value<QueueMember>().exten, QStringLiteral("200"));
         QCOMPARE(paused.first().at(1).toBool(), true);
-    }
-
-    void operatorStatisticsAreNamedByExtension()
-    {
-        LoggedInClient session(TELVIX::AppModeSrntPro);
-        QVERIFY(session.start());
-        QVERIFY(session.deliver(peerListBody()));
-        QSignalSpy all(session.client(), &Telvix::sigAllQueueOperatorsPeriodicStatsReceived);
-        QSignalSpy one(session.client(), &Telvix::sigQueueOperatorPeriodicStatsReceived);
 
         QueueOperatorPeriodicStats stats;
         stats.queueId = QStringLiteral("q1");

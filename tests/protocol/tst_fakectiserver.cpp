@@ -48,6 +48,8 @@ public:
         return QTest::qWaitFor([this] { return socket.isEncrypted(); }, 5000);
     }
 
+    void send(const QString& frame) { socket.write(frame.toUtf8()); }
+
     SimpleXmlParser parser;
     std::unique_ptr<QTextDecoder> decoder;
     QStringList frames;
@@ -61,6 +63,25 @@ QString keepAliveFrame()
     return KeepAliveReqMsg().serializeToXml(QStringLiteral("5.7"));
 }
 
+QString loginFrame(const QString& user, const QString& api)
+{
+    return PlainRequestMessage(QStringLiteral("<Login><User>%1</User></Login>").arg(user))
+        .serializeToXml(api);
+}
+
+QString tag(const QString& doc, const char* name)
+{
+    return SimpleXmlParser::getTagValue(doc, QString::fromLatin1(name));
+}
+
+// Turns -1000 into the cut inside the two-byte character at `accent`, and
+// negative cuts into offsets from the end.
+void resolveCuts(QList<int>& cuts, const QByteArray& bytes, int accent)
+{
+    for (int& cut : cuts)
+        cut = cut == -1000 ? accent + 1 : cut < 0 ? cut + bytes.size() : cut;
+}
+
 } // namespace
 
 class TestFakeCtiServer : public QObject
@@ -72,7 +93,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void recordsKeepAliveFromClient();
+    void recordsAndWaitsForFrames();
     void clientWritesSplitFrame_data();
     void clientWritesSplitFrame();
     void severalFramesInOneWrite();
@@ -81,10 +102,7 @@ private Q_SLOTS:
     void sendAfterSplitKeepsByteOrder();
     void responderAnswersLogin();
     void autoLoginAnswerCarriesConfiguredFields();
-    void autoKeepAliveAck();
-    void waitForFrameTakesEachFrameOnce();
-    void waitForFrameTimesOut();
-    void bannerOnConnect();
+    void autoKeepAliveAckAndBanner();
     void connectionsAreNumberedAndKept();
     void disconnectClientWaitsForQueuedPieces();
     void abortClient();
@@ -95,6 +113,8 @@ private Q_SLOTS:
     void documentEnvelope();
 
 private:
+    // A client connected and encrypted, as the server sees it too.
+    std::unique_ptr<TestClient> encryptedClient();
     std::unique_ptr<FakeCtiServer> m_server;
 };
 
@@ -116,17 +136,28 @@ void TestFakeCtiServer::cleanup()
     m_server.reset();
 }
 
-void TestFakeCtiServer::recordsKeepAliveFromClient()
+std::unique_ptr<TestClient> TestFakeCtiServer::encryptedClient()
+{
+    const int before = m_server->encryptedConnectionCount();
+    std::unique_ptr<TestClient> client(new TestClient);
+    client->connectTo(*m_server);
+    if (!client->waitForEncrypted()
+        || !QTest::qWaitFor([&] { return m_server->encryptedConnectionCount() > before; }, 5000))
+        return nullptr;
+    return client;
+}
+
+void TestFakeCtiServer::recordsAndWaitsForFrames()
 {
     QSignalSpy frameSpy(m_server.get(), &FakeCtiServer::frameReceived);
     QSignalSpy encryptedSpy(m_server.get(), &FakeCtiServer::clientEncrypted);
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
+    auto client = encryptedClient();
+    QVERIFY(client);
+    QCOMPARE(encryptedSpy.count(), 1);
+    QVERIFY(m_server->isEncrypted(0));
 
     const QString frame = keepAliveFrame();
-    client.socket.write(frame.toUtf8());
-
+    client->send(frame);
     QTRY_COMPARE(frameSpy.count(), 1);
     QCOMPARE(frameSpy.at(0).at(0).toInt(), 0);
     QCOMPARE(frameSpy.at(0).at(1).toString(), frame);
@@ -134,20 +165,30 @@ void TestFakeCtiServer::recordsKeepAliveFromClient()
     QCOMPARE(m_server->receivedBytes(0), frame.toUtf8());
     QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive")), QStringList {frame});
     QVERIFY(m_server->framesContaining(QStringLiteral("Login")).isEmpty());
-    QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 1000), frame);
-    QCOMPARE(encryptedSpy.count(), 1);
-    QVERIFY(m_server->isEncrypted(0));
+    int conn = -1;
+    QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 1000, &conn), frame);
+    QCOMPARE(conn, 0);
+
+    // Each frame is taken once; a fresh UUID each time.
+    const QString second = keepAliveFrame();
+    QVERIFY(second != frame);
+    client->send(second);
+    QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 5000), second);
+    QVERIFY(m_server->waitForFrame(QStringLiteral("Login"), 100).isEmpty());
+    // An element name is matched whole: "KeepAliv" is not "KeepAlive".
+    client->send(keepAliveFrame());
+    QTRY_COMPARE(m_server->receivedFrames(0).size(), 3);
+    QVERIFY(m_server->waitForFrame(QStringLiteral("KeepAliv"), 50).isEmpty());
 }
 
 void TestFakeCtiServer::clientWritesSplitFrame_data()
 {
     QTest::addColumn<QList<int>>("cuts");
 
-    // The body holds U+00E9 (two bytes in UTF-8) at a known place; see the test.
-    QTest::newRow("inside the root tag") << QList<int> {3};
+    // The body holds U+00E9 (two bytes in UTF-8): -1000 cuts between them.
     QTest::newRow("inside the closing root tag") << QList<int> {-3};
     QTest::newRow("between the bytes of one character") << QList<int> {-1000};
-    QTest::newRow("every few bytes") << QList<int> {5, 17, 40, 41, 90};
+    QTest::newRow("every few bytes, from inside the root tag") << QList<int> {3, 17, 40, 41, 90};
 }
 
 void TestFakeCtiServer::clientWritesSplitFrame()
@@ -156,30 +197,21 @@ void TestFakeCtiServer::clientWritesSplitFrame()
 
     const QString frame = PlainRequestMessage(QStringLiteral("<Note>caf\u00e9</Note>")).serializeToXml("6.1");
     const QByteArray bytes = frame.toUtf8();
-    const int accent = bytes.indexOf("\xc3\xa9");
-    QVERIFY(accent > 0);
-    for (int& cut : cuts) {
-        if (cut == -1000)
-            cut = accent + 1;
-        else if (cut < 0)
-            cut += bytes.size();
-    }
+    resolveCuts(cuts, bytes, bytes.indexOf("\xc3\xa9"));
 
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
+    auto client = encryptedClient();
+    QVERIFY(client);
     QSignalSpy frameSpy(m_server.get(), &FakeCtiServer::frameReceived);
-
     int from = 0;
     for (int cut : qAsConst(cuts)) {
-        client.socket.write(bytes.mid(from, cut - from));
-        client.socket.flush();
+        client->socket.write(bytes.mid(from, cut - from));
+        client->socket.flush();
         from = cut;
         // Each piece must have reached the server before the next is written.
         QTRY_COMPARE(m_server->receivedBytes(0).size(), cut);
         QCOMPARE(frameSpy.count(), 0);
     }
-    client.socket.write(bytes.mid(from));
+    client->socket.write(bytes.mid(from));
 
     QTRY_COMPARE(frameSpy.count(), 1);
     QCOMPARE(m_server->receivedFrames(0), QStringList {frame});
@@ -188,19 +220,15 @@ void TestFakeCtiServer::clientWritesSplitFrame()
 
 void TestFakeCtiServer::severalFramesInOneWrite()
 {
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-
+    auto client = encryptedClient();
+    QVERIFY(client);
     const QString first = keepAliveFrame();
     const QString second
         = AckMsg(QStringLiteral("{67c8770b-44f1-410a-ab9a-f9b5446f13ee}")).serializeToXml("5.7");
     const QString partial = QStringLiteral("<SRNT><API>5.7</API>");
-    client.socket.write((first + QLatin1Char('\n') + second + partial).toUtf8());
+    client->send(first + QLatin1Char('\n') + second + partial);
 
-    QTRY_COMPARE(m_server->receivedFrames(0).size(), 2);
-    QCOMPARE(m_server->receivedFrames(0).at(0), first);
-    QCOMPARE(m_server->receivedFrames(0).at(1), second);
+    QTRY_COMPARE(m_server->receivedFrames(0), (QStringList {first, second}));
     QCOMPARE(m_server->pendingText(0), partial);
     QCOMPARE(m_server->framesContaining(QStringLiteral("MsgAck")), QStringList {second});
 }
@@ -210,11 +238,8 @@ void TestFakeCtiServer::serverSplitFrameIsReassembledByClient_data()
     QTest::addColumn<QList<int>>("cuts");
     QTest::addColumn<int>("chunkSize");
 
-    QTest::newRow("one cut inside <SRNT>") << QList<int> {2} << 0;
-    QTest::newRow("cut just before </SRNT>") << QList<int> {-7} << 0;
     QTest::newRow("cut inside </SRNT>") << QList<int> {-2} << 0;
     QTest::newRow("cut inside a character") << QList<int> {-1000} << 0;
-    QTest::newRow("chunks of 1 byte") << QList<int>() << 1;
     QTest::newRow("chunks of 16 bytes") << QList<int>() << 16;
 }
 
@@ -223,31 +248,20 @@ void TestFakeCtiServer::serverSplitFrameIsReassembledByClient()
     QFETCH(QList<int>, cuts);
     QFETCH(int, chunkSize);
 
-    TestClient client;
-    QSignalSpy encryptedSpy(m_server.get(), &FakeCtiServer::clientEncrypted);
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    QTRY_COMPARE(encryptedSpy.count(), 1);
-
+    auto client = encryptedClient();
+    QVERIFY(client);
     const QString frame = FakeCtiServer::document(
         QStringLiteral("<ExtenStatus><Exten>201</Exten><Name>J\u00fcrgen</Name></ExtenStatus>"));
     const QByteArray bytes = frame.toUtf8();
-    for (int& cut : cuts) {
-        if (cut == -1000)
-            cut = bytes.indexOf("\xc3\xbc") + 1;
-        else if (cut < 0)
-            cut += bytes.size();
-    }
+    resolveCuts(cuts, bytes, bytes.indexOf("\xc3\xbc"));
 
     // A pause long enough for the client to read each piece on its own.
     if (chunkSize == 0)
         m_server->setChunkInterval(10);
     QSignalSpy chunkSpy(m_server.get(), &FakeCtiServer::chunkWritten);
     QSignalSpy doneSpy(m_server.get(), &FakeCtiServer::sendQueueEmpty);
-    if (chunkSize > 0)
-        QVERIFY(m_server->sendInChunks(0, frame, chunkSize));
-    else
-        QVERIFY(m_server->sendSplit(0, frame, cuts));
+    QVERIFY(chunkSize > 0 ? m_server->sendInChunks(0, frame, chunkSize)
+                          : m_server->sendSplit(0, frame, cuts));
 
     // QSignalSpy::wait runs a real event loop; QTRY_* would pause 10 ms between turns.
     if (doneSpy.isEmpty())
@@ -264,19 +278,15 @@ void TestFakeCtiServer::serverSplitFrameIsReassembledByClient()
     QCOMPARE(written, bytes);
     QVERIFY(!m_server->isSending(0));
 
-    QTRY_COMPARE(client.frames.size(), 1);
-    QCOMPARE(client.frames.first(), frame);
-    QVERIFY(client.parser.getCurrentBuffer().isEmpty());
-    QVERIFY(client.readSizes.size() >= 2); // the pieces did arrive apart
+    QTRY_COMPARE(client->frames, QStringList {frame});
+    QVERIFY(client->parser.getCurrentBuffer().isEmpty());
+    QVERIFY(client->readSizes.size() >= 2); // the pieces did arrive apart
 }
 
 void TestFakeCtiServer::sendAfterSplitKeepsByteOrder()
 {
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
-
+    auto client = encryptedClient();
+    QVERIFY(client);
     const QString first
         = FakeCtiServer::document(QStringLiteral("<ExtenStatus><Exten>201</Exten></ExtenStatus>"));
     const QString second = FakeCtiServer::keepAliveAckDocument();
@@ -284,8 +294,7 @@ void TestFakeCtiServer::sendAfterSplitKeepsByteOrder()
     QVERIFY(m_server->isSending(0));
     QVERIFY(m_server->send(0, second)); // must queue behind the pieces
 
-    QTRY_COMPARE(client.frames.size(), 2);
-    QCOMPARE(client.frames, (QStringList {first, second}));
+    QTRY_COMPARE(client->frames, (QStringList {first, second}));
 }
 
 void TestFakeCtiServer::responderAnswersLogin()
@@ -298,30 +307,23 @@ void TestFakeCtiServer::responderAnswersLogin()
                                                    QStringLiteral("BadUser-") + user + QString::number(conn));
     });
 
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    client.socket.write(keepAliveFrame().toUtf8());
-    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>"))
-                            .serializeToXml("6.1")
-                            .toUtf8());
-
-    QTRY_COMPARE(client.frames.size(), 1);
+    auto client = encryptedClient();
+    QVERIFY(client);
+    client->send(keepAliveFrame());
+    client->send(loginFrame(QStringLiteral("bob"), QStringLiteral("6.1")));
+    QTRY_COMPARE(client->frames.size(), 1);
     QCOMPARE(calls, 1); // the keep-alive did not wake the Login responder
-    const QString answer = client.frames.first();
-    QCOMPARE(SimpleXmlParser::getTagValue(answer, QStringLiteral("ExitCode")), QStringLiteral("3"));
-    QCOMPARE(SimpleXmlParser::getTagValue(answer, QStringLiteral("Reason")), QStringLiteral("BadUser-bob0"));
+    QCOMPARE(tag(client->frames.first(), "ExitCode"), QStringLiteral("3"));
+    QCOMPARE(tag(client->frames.first(), "Reason"), QStringLiteral("BadUser-bob0"));
 
     QVERIFY(!m_server->waitForFrame(QStringLiteral("Login")).isEmpty());
     m_server->removeResponder(QStringLiteral("Login"));
-    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>bob</User></Login>"))
-                            .serializeToXml("6.1")
-                            .toUtf8());
+    client->send(loginFrame(QStringLiteral("bob"), QStringLiteral("6.1")));
     QVERIFY(!m_server->waitForFrame(QStringLiteral("Login")).isEmpty());
     // Any answer to the second login would have gone out ahead of this marker.
     QVERIFY(m_server->send(0, FakeCtiServer::probeDocument()));
-    QTRY_COMPARE(client.frames.size(), 2);
-    QVERIFY(client.frames.at(1).contains(QStringLiteral("<Probe>")));
+    QTRY_COMPARE(client->frames.size(), 2);
+    QVERIFY(client->frames.at(1).contains(QStringLiteral("<Probe>")));
     QCOMPARE(calls, 1);
 }
 
@@ -335,124 +337,73 @@ void TestFakeCtiServer::autoLoginAnswerCarriesConfiguredFields()
     m_server->setApiVersion(QStringLiteral("5.7"));
     m_server->setAutoLogin(true);
 
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>"))
-                            .serializeToXml("5.7")
-                            .toUtf8());
-
-    QTRY_COMPARE(client.frames.size(), 1);
-    const QString doc = client.frames.first();
+    auto client = encryptedClient();
+    QVERIFY(client);
+    client->send(loginFrame(QStringLiteral("alice"), QStringLiteral("5.7")));
+    QTRY_COMPARE(client->frames.size(), 1);
+    const QString doc = client->frames.first();
     QVERIFY(doc.contains(QStringLiteral("<Response><Authenticated>")));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("API")), QStringLiteral("5.7"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("ExitCode")), QStringLiteral("0"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Exten")), QStringLiteral("305"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Capabilities")), QStringLiteral("srnt_pro"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("Features")), QStringLiteral("SMS,MSGACK"));
-    QCOMPARE(SimpleXmlParser::getTagValue(doc, QStringLiteral("FirstName")),
-             QStringLiteral("Ren\u00e9e &amp; Co"));
+    QCOMPARE(tag(doc, "API"), QStringLiteral("5.7"));
+    QCOMPARE(tag(doc, "ExitCode"), QStringLiteral("0"));
+    QCOMPARE(tag(doc, "Exten"), QStringLiteral("305"));
+    QCOMPARE(tag(doc, "Capabilities"), QStringLiteral("srnt_pro"));
+    QCOMPARE(tag(doc, "Features"), QStringLiteral("SMS,MSGACK"));
+    QCOMPARE(tag(doc, "FirstName"), QStringLiteral("Ren\u00e9e &amp; Co"));
     QVERIFY(!doc.contains(QStringLiteral("<LoggedOff>")));
     QVERIFY(!FakeCtiServer::uuidOf(doc).isEmpty());
 
     m_server->setAutoLogin(false);
-    client.socket.write(PlainRequestMessage(QStringLiteral("<Login><User>alice</User></Login>"))
-                            .serializeToXml("5.7")
-                            .toUtf8());
+    client->send(loginFrame(QStringLiteral("alice"), QStringLiteral("5.7")));
     QTRY_COMPARE(m_server->receivedFrames(0).size(), 2);
     // Any answer to the second login would have gone out ahead of this marker.
     QVERIFY(m_server->send(0, FakeCtiServer::probeDocument()));
-    QTRY_COMPARE(client.frames.size(), 2);
-    QVERIFY(client.frames.at(1).contains(QStringLiteral("<Probe>")));
+    QTRY_COMPARE(client->frames.size(), 2);
+    QVERIFY(client->frames.at(1).contains(QStringLiteral("<Probe>")));
 }
 
-void TestFakeCtiServer::autoKeepAliveAck()
+void TestFakeCtiServer::autoKeepAliveAckAndBanner()
 {
     m_server->setAutoKeepAliveAck(true);
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    client.socket.write(keepAliveFrame().toUtf8());
-
-    QTRY_COMPARE(client.frames.size(), 1);
-    // Recognised by "<KAACK>": a self-closed element would not be.
-    QVERIFY(client.frames.first().contains(QStringLiteral("<KAACK>")));
-}
-
-void TestFakeCtiServer::waitForFrameTakesEachFrameOnce()
-{
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-
-    const QString first = keepAliveFrame();
-    client.socket.write(first.toUtf8());
-    int conn = -1;
-    QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 5000, &conn), first);
-    QCOMPARE(conn, 0);
-
-    const QString second = keepAliveFrame();
-    QVERIFY(second != first); // a fresh UUID each time
-    client.socket.write(second.toUtf8());
-    QCOMPARE(m_server->waitForFrame(QStringLiteral("KeepAlive"), 5000), second);
-}
-
-void TestFakeCtiServer::waitForFrameTimesOut()
-{
-    TestClient client;
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    client.socket.write(keepAliveFrame().toUtf8());
-    QTRY_COMPARE(m_server->receivedFrames(0).size(), 1);
-
-    QVERIFY(m_server->waitForFrame(QStringLiteral("Login"), 100).isEmpty());
-    // An element name is matched whole: "KeepAliv" is not "KeepAlive".
-    QVERIFY(m_server->waitForFrame(QStringLiteral("KeepAliv"), 50).isEmpty());
-}
-
-void TestFakeCtiServer::bannerOnConnect()
-{
     m_server->setBannerOnConnect(QStringLiteral("5.7"), QStringLiteral("4.2"));
     TestClient client;
     client.connectTo(*m_server);
-
     QTRY_COMPARE(client.frames.size(), 1);
-    const QString banner = client.frames.first();
-    QCOMPARE(SimpleXmlParser::getTagValue(banner, QStringLiteral("API")), QStringLiteral("5.7"));
-    QCOMPARE(SimpleXmlParser::getTagValue(banner, QStringLiteral("MinAPI")), QStringLiteral("4.2"));
     QVERIFY(client.socket.isEncrypted());
+    QCOMPARE(tag(client.frames.first(), "API"), QStringLiteral("5.7"));
+    QCOMPARE(tag(client.frames.first(), "MinAPI"), QStringLiteral("4.2"));
+
+    client.send(keepAliveFrame());
+    QTRY_COMPARE(client.frames.size(), 2);
+    // Recognised by "<KAACK>": a self-closed element would not be.
+    QVERIFY(client.frames.at(1).contains(QStringLiteral("<KAACK>")));
 }
 
 void TestFakeCtiServer::connectionsAreNumberedAndKept()
 {
     QSignalSpy connectedSpy(m_server.get(), &FakeCtiServer::clientConnected);
     QSignalSpy disconnectedSpy(m_server.get(), &FakeCtiServer::clientDisconnected);
-
-    TestClient a;
-    a.connectTo(*m_server);
-    QVERIFY(a.waitForEncrypted());
-    QTRY_COMPARE(connectedSpy.count(), 1);
-    TestClient b;
-    b.connectTo(*m_server);
-    QVERIFY(b.waitForEncrypted());
-    QTRY_COMPARE(m_server->connectionCount(), 2);
+    auto a = encryptedClient();
+    auto b = encryptedClient();
+    QVERIFY(a && b);
+    QCOMPARE(m_server->connectionCount(), 2);
+    QCOMPARE(connectedSpy.count(), 2);
     QCOMPARE(connectedSpy.at(1).at(0).toInt(), 1);
 
     const QString fromB = keepAliveFrame();
-    b.socket.write(fromB.toUtf8());
+    b->send(fromB);
     QTRY_COMPARE(m_server->receivedFrames(1), QStringList {fromB});
     QVERIFY(m_server->receivedFrames(0).isEmpty());
     QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive"), 0), QStringList());
     QCOMPARE(m_server->framesContaining(QStringLiteral("KeepAlive"), 1), QStringList {fromB});
 
-    a.socket.disconnectFromHost();
+    a->socket.disconnectFromHost();
     QTRY_COMPARE(disconnectedSpy.count(), 1);
     QCOMPARE(disconnectedSpy.at(0).at(0).toInt(), 0);
     QCOMPARE(m_server->openConnectionCount(), 1);
     QVERIFY(!m_server->isConnected(0));
     QVERIFY(!m_server->send(0, FakeCtiServer::probeDocument()));
     QVERIFY(m_server->send(1, FakeCtiServer::probeDocument()));
-    QTRY_COMPARE(b.frames.size(), 1);
+    QTRY_COMPARE(b->frames.size(), 1);
     QCOMPARE(m_server->receivedFrames(1), QStringList {fromB}); // kept after other closes
 
     m_server->clearFrames();
@@ -462,38 +413,32 @@ void TestFakeCtiServer::connectionsAreNumberedAndKept()
 
 void TestFakeCtiServer::disconnectClientWaitsForQueuedPieces()
 {
-    TestClient client;
-    QSignalSpy clientGone(&client.socket, &QSslSocket::disconnected);
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
-
+    auto client = encryptedClient();
+    QVERIFY(client);
+    QSignalSpy clientGone(&client->socket, &QSslSocket::disconnected);
     const QString frame = FakeCtiServer::loggedOffDocument(QStringLiteral("Kicked"));
     QVERIFY(m_server->sendInChunks(0, frame, 8));
     m_server->disconnectClient(0);
     QVERIFY(m_server->isConnected(0));
 
     QTRY_COMPARE(clientGone.count(), 1);
-    QTRY_COMPARE(client.frames, QStringList {frame});
+    QTRY_COMPARE(client->frames, QStringList {frame});
     QTRY_VERIFY(!m_server->isConnected(0));
 }
 
 void TestFakeCtiServer::abortClient()
 {
     QSignalSpy disconnectedSpy(m_server.get(), &FakeCtiServer::clientDisconnected);
-    TestClient client;
-    QSignalSpy clientGone(&client.socket, &QSslSocket::disconnected);
-    client.connectTo(*m_server);
-    QVERIFY(client.waitForEncrypted());
-    QTRY_COMPARE(m_server->encryptedConnectionCount(), 1);
-
+    auto client = encryptedClient();
+    QVERIFY(client);
+    QSignalSpy clientGone(&client->socket, &QSslSocket::disconnected);
     QVERIFY(m_server->sendInChunks(0, FakeCtiServer::probeDocument(), 4));
     m_server->abortClient(0);
     QCOMPARE(disconnectedSpy.count(), 1);
     QVERIFY(!m_server->isSending(0));
     QVERIFY(!m_server->isConnected(0));
     QTRY_COMPARE(clientGone.count(), 1);
-    QVERIFY(client.frames.isEmpty());
+    QVERIFY(client->frames.isEmpty());
 }
 
 void TestFakeCtiServer::clientVerifyingPeerRefusesSelfSignedCertificate()
@@ -501,21 +446,18 @@ void TestFakeCtiServer::clientVerifyingPeerRefusesSelfSignedCertificate()
     TestClient client(false);
     client.socket.setPeerVerifyMode(QSslSocket::VerifyPeer);
     QSignalSpy sslErrorsSpy(&client.socket, qOverload<const QList<QSslError>&>(&QSslSocket::sslErrors));
-    QSignalSpy encryptedSpy(&client.socket, &QSslSocket::encrypted);
     QSignalSpy errorSpy(&client.socket, &QSslSocket::errorOccurred);
     client.connectTo(*m_server);
 
     QTRY_COMPARE(sslErrorsSpy.count(), 1);
     const auto errors = sslErrorsSpy.at(0).at(0).value<QList<QSslError>>();
-    QVERIFY(!errors.isEmpty());
     bool selfSigned = false;
     for (const QSslError& e : errors)
         selfSigned |= e.error() == QSslError::SelfSignedCertificate;
-    QVERIFY2(selfSigned, qPrintable(errors.first().errorString()));
+    QVERIFY2(selfSigned, qPrintable(errors.isEmpty() ? QString() : errors.first().errorString()));
     QTRY_VERIFY(!errorSpy.isEmpty());
     QCOMPARE(errorSpy.first().at(0).value<QAbstractSocket::SocketError>(),
              QAbstractSocket::SslHandshakeFailedError);
-    QCOMPARE(encryptedSpy.count(), 0);
     QVERIFY(!client.socket.isEncrypted());
 }
 
@@ -570,7 +512,6 @@ void TestFakeCtiServer::silentHandshakeNeverEncrypts()
     QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
     QVERIFY(m_server->isConnected(0));
     QVERIFY(!m_server->isEncrypted(0));
-    QVERIFY(m_server->receivedFrames(0).isEmpty());
 
     QSignalSpy disconnectedSpy(m_server.get(), &FakeCtiServer::clientDisconnected);
     client.socket.abort();
@@ -586,22 +527,18 @@ void TestFakeCtiServer::documentEnvelope()
                            + QStringLiteral("</UUID><Timestamp>")));
     QVERIFY(doc.endsWith(QStringLiteral("</Timestamp><Info><X/></Info></SRNT>")));
     QCOMPARE(FakeCtiServer::uuidOf(doc), uuid);
-    const QDateTime stamp
-        = QDateTime::fromString(SimpleXmlParser::getTagValue(doc, QStringLiteral("Timestamp")),
-                                QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
-    QVERIFY(stamp.isValid());
+    QVERIFY(
+        QDateTime::fromString(tag(doc, "Timestamp"), QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz")).isValid());
+    QVERIFY(FakeCtiServer::uuidOf(FakeCtiServer::document(QStringLiteral("<X/>")))
+            != FakeCtiServer::uuidOf(FakeCtiServer::document(QStringLiteral("<X/>"))));
 
-    const QString a = FakeCtiServer::document(QStringLiteral("<X/>"));
-    const QString b = FakeCtiServer::document(QStringLiteral("<X/>"));
-    QVERIFY(FakeCtiServer::uuidOf(a) != FakeCtiServer::uuidOf(b));
-
-    const QString failed = FakeCtiServer::failedDocument(QStringLiteral("a<b"));
-    QCOMPARE(SimpleXmlParser::getTagValue(failed, QStringLiteral("RequestFailed")), QStringLiteral("a&lt;b"));
-    const QString error = FakeCtiServer::errorDocument(QStringLiteral("Bad"), QStringLiteral("<Foo/>"));
-    QCOMPARE(SimpleXmlParser::getTagValue(error, QStringLiteral("OriginalMessage")),
-             QStringLiteral("&lt;Foo/&gt;"));
-    const QString redirect = FakeCtiServer::redirectDocument(QStringLiteral("10.0.0.9"), 5040);
-    QCOMPARE(SimpleXmlParser::getTagValue(redirect, QStringLiteral("ServerPort")), QStringLiteral("5040"));
+    QCOMPARE(tag(FakeCtiServer::failedDocument(QStringLiteral("a<b")), "RequestFailed"),
+             QStringLiteral("a&lt;b"));
+    QCOMPARE(
+        tag(FakeCtiServer::errorDocument(QStringLiteral("Bad"), QStringLiteral("<Foo/>")), "OriginalMessage"),
+        QStringLiteral("&lt;Foo/&gt;"));
+    QCOMPARE(tag(FakeCtiServer::redirectDocument(QStringLiteral("10.0.0.9"), 5040), "ServerPort"),
+             QStringLiteral("5040"));
 }
 
 QTEST_GUILESS_MAIN(TestFakeCtiServer)

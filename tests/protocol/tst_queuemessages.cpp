@@ -99,7 +99,6 @@ class TestQueueMessages : public QObject
 private Q_SLOTS:
     void memberEvents_data();
     void memberEvents();
-    void memberEventsRoundTrip_data();
     void memberEventsRoundTrip();
 
     void queueEvent_data();
@@ -109,7 +108,6 @@ private Q_SLOTS:
 
     void queueStatsList();
     void queueStatsSkipsInvalidAmongThousands();
-    void queueStatsRoundTrip();
 
     void failedRequests_data();
     void failedRequests();
@@ -135,8 +133,6 @@ private Q_SLOTS:
     void ccReportResponse();
     void ccReportRoundTrip();
 
-    void recordFieldOrder_data();
-    void recordFieldOrder();
     void metaTypesRegistered();
 };
 
@@ -160,71 +156,42 @@ void TestQueueMessages::memberEvents_data()
         return m;
     };
     const QueueMember none;
+    const QString op = QStringLiteral("<Operator>201</Operator>");
 
-    QTest::newRow("added-dynamic-mixed-case")
-        << "added"
-        << "6.1"
-        << "<QueueMemberAdded><Operator>a&amp;201</Operator><Queue>sales</Queue><Membership>Dynamic</"
-           "Membership>"
-           "<Penalty>3</Penalty></QueueMemberAdded>"
-        << true << member("a&201", "sales", 1, 3, false);
-    QTest::newRow("added-static-old-server")
-        << "added"
-        << "4.2"
-        << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>static</Membership>"
-           "</QueueMemberAdded>"
-        << true << member("201", "q1", 0, 0, false);
+    // Bodies go inside the event element of their kind.
+    QTest::newRow("added-dynamic-mixed-case") << "added"
+                                              << "6.1"
+                                              << "<Operator>a&amp;201</Operator><Queue>sales</"
+                                                 "Queue><Membership>Dynamic</Membership><Penalty>3</Penalty>"
+                                              << true << member("a&201", "sales", 1, 3, false);
     QTest::newRow("added-pause-state-not-read")
         << "added"
         << "5.10"
-        << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>STATIC</Membership>"
-           "<Penalty>x</Penalty><Paused>1</Paused></QueueMemberAdded>"
+        << op + "<Queue>q1</Queue><Membership>STATIC</Membership><Penalty>x</Penalty><Paused>1</Paused>"
         << true << member("201", "q1", 0, 0, false);
     QTest::newRow("added-unknown-membership")
         << "added"
-        << "6.1"
-        << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue><Membership>foo</Membership>"
-           "</QueueMemberAdded>"
-        << false << none;
-    QTest::newRow("added-no-membership")
-        << "added"
-        << "6.1"
-        << "<QueueMemberAdded><Operator>201</Operator><Queue>q1</Queue></QueueMemberAdded>" << false << none;
-    QTest::newRow("added-no-queue")
-        << "added"
-        << "6.1"
-        << "<QueueMemberAdded><Operator>201</Operator><Membership>dynamic</Membership></QueueMemberAdded>"
-        << false << none;
+        << "6.1" << op + "<Queue>q1</Queue><Membership>foo</Membership>" << false << none;
+    QTest::newRow("added-no-membership") << "added"
+                                         << "6.1" << op + "<Queue>q1</Queue>" << false << none;
+    QTest::newRow("added-no-queue") << "added"
+                                    << "6.1" << op + "<Membership>dynamic</Membership>" << false << none;
     QTest::newRow("removed")
         << "removed"
         << "5.4"
-        << "<QueueMemberRemoved><Operator>202</Operator><Queue>support</Queue><Membership>foo</Membership>"
-           "<Penalty>9</Penalty></QueueMemberRemoved>"
+        << "<Operator>202</Operator><Queue>support</Queue><Membership>foo</Membership><Penalty>9</Penalty>"
         << true << member("202", "support", -1, 0, false);
-    QTest::newRow("removed-no-operator")
-        << "removed"
-        << "5.4"
-        << "<QueueMemberRemoved><Queue>support</Queue></QueueMemberRemoved>" << false << none;
-    QTest::newRow("paused")
-        << "paused"
-        << "4.9"
-        << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>1</Paused></QueueMemberPause>"
-        << true << member("203", "q2", -1, 0, true);
-    QTest::newRow("unpaused")
-        << "paused"
-        << "6.1"
-        << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>0</Paused></QueueMemberPause>"
-        << true << member("203", "q2", -1, 0, false);
+    QTest::newRow("removed-no-operator") << "removed"
+                                         << "5.4"
+                                         << "<Queue>support</Queue>" << false << none;
+    QTest::newRow("paused") << "paused"
+                            << "4.9" << op + "<Queue>q2</Queue><Paused>1</Paused>" << true
+                            << member("201", "q2", -1, 0, true);
     QTest::newRow("paused-2-is-false")
         << "paused"
-        << "6.1"
-        << "<QueueMemberPause><Operator>203</Operator><Queue>q2</Queue><Paused>2</Paused></QueueMemberPause>"
-        << true << member("203", "q2", -1, 0, false);
-    QTest::newRow("paused-empty-queue")
-        << "paused"
-        << "6.1"
-        << "<QueueMemberPause><Operator>203</Operator><Queue></Queue><Paused>1</Paused></QueueMemberPause>"
-        << false << none;
+        << "6.1" << op + "<Queue>q2</Queue><Paused>2</Paused>" << true << member("201", "q2", -1, 0, false);
+    QTest::newRow("paused-empty-queue") << "paused"
+                                        << "6.1" << op + "<Queue></Queue><Paused>1</Paused>" << false << none;
 }
 
 void TestQueueMessages::memberEvents()
@@ -237,7 +204,11 @@ void TestQueueMessages::memberEvents()
 
     const QString word = QStringLiteral("queuemember") + kind;
     QtLogCapture log;
-    const MemberResult result = parseMemberEvent(kind, serverDocument(body, api));
+    const QString tag = kind == QLatin1String("added") ? QStringLiteral("QueueMemberAdded")
+        : kind == QLatin1String("removed")             ? QStringLiteral("QueueMemberRemoved")
+                                                       : QStringLiteral("QueueMemberPause");
+    const MemberResult result
+        = parseMemberEvent(kind, serverDocument(QStringLiteral("<%1>%2</%1>").arg(tag, body), api));
     QCOMPARE(result.success, valid);
     QCOMPARE(result.member, expected);
     QVERIFY(log.contains(QStringLiteral("API version ") + api));
@@ -247,23 +218,8 @@ void TestQueueMessages::memberEvents()
     QCOMPARE(result.api, valid ? api : QStringLiteral("4.2"));
 }
 
-void TestQueueMessages::memberEventsRoundTrip_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("eventTag");
-    QTest::newRow("added") << "added"
-                           << "QueueMemberAdded";
-    QTest::newRow("removed") << "removed"
-                             << "QueueMemberRemoved";
-    QTest::newRow("paused") << "paused"
-                            << "QueueMemberPause";
-}
-
 void TestQueueMessages::memberEventsRoundTrip()
 {
-    QFETCH(QString, kind);
-    QFETCH(QString, eventTag);
-
     QueueMember member;
     member.account = QStringLiteral("SIP<201>&co");
     member.exten = QStringLiteral("201");
@@ -272,32 +228,30 @@ void TestQueueMessages::memberEventsRoundTrip()
     member.penalty = 4;
     member.paused = true;
 
-    QString xml;
-    QueueMember expected;
-    expected.account = member.account;
-    expected.queueId = member.queueId;
-    if (kind == QLatin1String("added")) {
-        QueueMemberAddedEventMsg out;
-        out.member = member;
-        xml = out.serializeToXml(QStringLiteral("6.1"));
-        expected.membership = member.membership;
-        expected.penalty = member.penalty;
-    } else if (kind == QLatin1String("removed")) {
-        QueueMemberRemovedEventMsg out;
-        out.member = member;
-        xml = out.serializeToXml(QStringLiteral("6.1"));
-    } else {
-        QueueMemberPausedEventMsg out;
-        out.member = member;
-        xml = out.serializeToXml(QStringLiteral("6.1"));
-        expected.paused = true;
+    QueueMemberAddedEventMsg added;
+    QueueMemberRemovedEventMsg removed;
+    QueueMemberPausedEventMsg paused;
+    added.member = removed.member = paused.member = member;
+    // Each event carries only its own fields; the extension is local knowledge and never travels.
+    const QList<std::tuple<QString, QString, QString>> cases {
+        {"added", "QueueMemberAdded", added.serializeToXml(QStringLiteral("6.1"))},
+        {"removed", "QueueMemberRemoved", removed.serializeToXml(QStringLiteral("6.1"))},
+        {"paused", "QueueMemberPause", paused.serializeToXml(QStringLiteral("6.1"))}};
+    for (const auto& [kind, tag, xml] : cases) {
+        QVERIFY(xml.contains(QStringLiteral("<Response><") + tag + QStringLiteral("><Operator>")));
+        QVERIFY(!xml.contains(QStringLiteral(">201<")));
+        QueueMember expected;
+        expected.account = member.account;
+        expected.queueId = member.queueId;
+        if (kind == QLatin1String("added")) {
+            expected.membership = member.membership;
+            expected.penalty = member.penalty;
+        }
+        expected.paused = kind == QLatin1String("paused");
+        const MemberResult result = parseMemberEvent(kind, xml);
+        QVERIFY(result.success);
+        QCOMPARE(result.member, expected);
     }
-    QVERIFY(xml.contains(QStringLiteral("<Response><") + eventTag + QStringLiteral("><Operator>")));
-    // The extension is local knowledge and never travels.
-    QVERIFY(!xml.contains(QStringLiteral(">201<")));
-    const MemberResult result = parseMemberEvent(kind, xml);
-    QVERIFY(result.success);
-    QCOMPARE(result.member, expected);
 }
 
 // ---- queue event ------------------------------------------------------------------
@@ -349,12 +303,8 @@ void TestQueueMessages::queueEvent_data()
     QTest::newRow("4.2-unreadable-age")
         << "4.2" << head + "<EventType>enter</EventType><Count>x</Count><MaxHoldTime>soon</MaxHoldTime>"
         << true << 1 << 0 << none << -1;
-    QTest::newRow("4.2-no-age") << "4.2" << head + "<EventType>enter</EventType>" << true << 1 << 0 << none
-                                << -1;
     QTest::newRow("upper-case-type") << "6.1" << head + "<EventType>ENTER</EventType>" << false << 0 << 0
                                      << none << -1;
-    QTest::newRow("unknown-type") << "6.1" << head + "<EventType>abandon</EventType>" << false << 0 << 0
-                                  << none << -1;
     QTest::newRow("no-queue") << "6.1"
                               << "<EventType>enter</EventType><Uid>1</Uid><CurrentCalls>1</CurrentCalls>"
                               << false << 0 << 0 << none << -1;
@@ -492,6 +442,15 @@ void TestQueueMessages::queueStatsList()
     // The second entry's operator stays with its invalid queue.
     QCOMPARE(msg.stats.at(1).queueId, QStringLiteral("q2"));
     QVERIFY(msg.stats.at(1).operators.isEmpty());
+
+    // What was read goes back out and reads the same, absent dates and markup included.
+    QueueStatsListRespMsg out = msg;
+    out.stats[1].longestHoldTime = QDateTime();
+    out.stats[0].operators[1].statusAge = QDateTime();
+    out.stats[0].name = QStringLiteral("Queue <1> & co");
+    const QueueStatsListRespMsg in = roundTrip(out, QStringLiteral("5.10"));
+    QVERIFY(in.success);
+    QCOMPARE(in.stats, out.stats);
 }
 
 void TestQueueMessages::queueStatsSkipsInvalidAmongThousands()
@@ -531,34 +490,6 @@ void TestQueueMessages::queueStatsSkipsInvalidAmongThousands()
     QCOMPARE(operatorCount, expectedIds.size() * 3 - badOperators);
     QCOMPARE(log.count(QStringLiteral("parsed an invalid QueueStats msg")), badQueues);
     QCOMPARE(log.count(QStringLiteral("parsed an invalid QueueOperatorStats msg")), badOperators);
-}
-
-void TestQueueMessages::queueStatsRoundTrip()
-{
-    QueueStatsListRespMsg out;
-    for (int i = 0; i < 3; ++i) {
-        QueueStats q;
-        q.queueId = QStringLiteral("q&%1").arg(i);
-        q.name = QStringLiteral("Queue <%1>").arg(i);
-        q.currentCalls = i * 2;
-        q.longestHoldTime = i == 1 ? QDateTime() : local(15, 10, i, 0, 120 + i);
-        for (int j = 0; j < i; ++j) {
-            QueueOperatorStats op;
-            op.member = QStringLiteral("SIP/%1%2").arg(i).arg(j);
-            op.dynamicMember = j % 2 == 0;
-            op.penalty = j;
-            op.lastServedCall = QStringLiteral("17000%1").arg(j);
-            op.lastCall = local(14, 23, 0, j);
-            op.lastPauseChange = QStringLiteral("never");
-            op.statusAge = j == 0 ? QDateTime() : local(13, 1, 2, 3);
-            op.paused = j % 2 == 1;
-            q.operators << op;
-        }
-        out.stats << q;
-    }
-    const QueueStatsListRespMsg in = roundTrip(out, QStringLiteral("5.10"));
-    QVERIFY(in.success);
-    QCOMPARE(in.stats, out.stats);
 }
 
 // ---- failures and empty lists ---------------------------------------------------------------
@@ -654,11 +585,6 @@ void TestQueueMessages::emptyLists_data()
     QTest::newRow("stats-empty") << "QueueStatsListRespMsg"
                                  << serverDocument("<QueuesStatsList></QueuesStatsList>")
                                  << "parsed an empty QueueStatsList msg";
-    QTest::newRow("stats-all-invalid")
-        << "QueueStatsListRespMsg"
-        << serverDocument("<QueuesStatsList>" + queueStatusXml(QString(), QString()) + "</QueuesStatsList>",
-                          "4.5")
-        << "parsed an empty QueueStatsList msg";
     QTest::newRow("periodic-self-closed")
         << "QueuePeriodicStatsListRespMsg" << serverDocument("<QueuePeriodicStatsList/>")
         << "parsed an empty QueuePeriodicStatsList msg";
@@ -751,7 +677,6 @@ void TestQueueMessages::periodicStatsSingle_data()
     QTest::addColumn<bool>("valid");
     QTest::newRow("valid") << periodicXml("q9", "PREVMONTH") << true;
     QTest::newRow("no-queue") << periodicXml(QString(), "PREVMONTH") << false;
-    QTest::newRow("nothing") << QString("<QueuePeriodicStats/>") << false;
 }
 
 void TestQueueMessages::periodicStatsSingle()
@@ -944,8 +869,6 @@ void TestQueueMessages::ccReportRequest_data()
                          "<LostThreshold>5</LostThreshold><Locale>it_IT</Locale></GetCDRCallCenterReport>");
     QTest::newRow("today-ignores-dates")
         << 1 << start << end << "<GetCDRCallCenterReport><Period>TODAY</Period>" + tail;
-    QTest::newRow("last-hour") << 0 << QDateTime() << QDateTime()
-                               << "<GetCDRCallCenterReport><Period>LASTHOUR</Period>" + tail;
     QTest::newRow("custom-both-dates")
         << 10 << start << end
         << "<GetCDRCallCenterReport><StartDate>2026-11-01T08:00:00.000</StartDate>"
@@ -995,11 +918,6 @@ void TestQueueMessages::ccReportResponse_data()
                                << "Invalid CCReport: MD5 check failed!";
     QTest::newRow("upper-case-md5") << ccReportDocument(report, md5.toUpper()) << false
                                     << "Invalid CCReport: MD5 check failed!";
-    QTest::newRow("no-md5") << ccReportDocument(report, QString()) << false
-                            << "Invalid CCReport: MD5 check failed!";
-    QTest::newRow("no-data") << serverDocument("<CDRCallCenterReport><Md5>" + md5
-                                               + "</Md5></CDRCallCenterReport>")
-                             << false << "parsed an empty CCReport msg";
     QTest::newRow("empty-data") << serverDocument(
         "<CDRCallCenterReport><Data/><Md5>x</Md5></CDRCallCenterReport>")
                                 << false << "parsed an empty CCReport msg";
@@ -1046,52 +964,6 @@ void TestQueueMessages::ccReportRoundTrip()
 }
 
 // ---- records ----------------------------------------------------------------------------------------
-
-void TestQueueMessages::recordFieldOrder_data()
-{
-    QTest::addColumn<const QMetaObject*>("meta");
-    QTest::addColumn<QStringList>("fields");
-    QTest::newRow("QueueMember") << &QueueMember::staticMetaObject
-                                 << QStringList {"account",    "exten",   "queueId",
-                                                 "membership", "penalty", "paused"};
-    QTest::newRow("QueueEvent") << &QueueEvent::staticMetaObject
-                                << QStringList {"queueId",        "eventType",     "uid",
-                                                "callerNum",      "callerChannel", "currentCalls",
-                                                "longestHoldTime"};
-    QTest::newRow("QueueStats") << &QueueStats::staticMetaObject
-                                << QStringList {"queueId", "name", "currentCalls", "longestHoldTime",
-                                                "operators"};
-    QTest::newRow("QueueOperatorStats")
-        << &QueueOperatorStats::staticMetaObject
-        << QStringList {"member",   "dynamicMember",   "penalty",   "lastServedCall",
-                        "lastCall", "lastPauseChange", "statusAge", "paused"};
-    QTest::newRow("QueuePeriodicStats") << &QueuePeriodicStats::staticMetaObject
-                                        << QStringList {"queueId",
-                                                        "period",
-                                                        "startDate",
-                                                        "endDate",
-                                                        "servedCalls",
-                                                        "servedAverageWaitingTime",
-                                                        "servedAverageConversationTime",
-                                                        "missedCalls",
-                                                        "missedAverageWaitingTime"};
-    QTest::newRow("QueueOperatorPeriodicStats")
-        << &QueueOperatorPeriodicStats::staticMetaObject
-        << QStringList {"operatorAccount", "exten",       "queueId",          "period",        "startDate",
-                        "endDate",         "servedCalls", "conversationTime", "lastServedCall"};
-    QTest::newRow("CallCenterReport")
-        << &CallCenterReport::staticMetaObject << QStringList {"data", "format"};
-}
-
-void TestQueueMessages::recordFieldOrder()
-{
-    QFETCH(const QMetaObject*, meta);
-    QFETCH(QStringList, fields);
-    QStringList names;
-    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i)
-        names << QString::fromLatin1(meta->property(i).name());
-    QCOMPARE(names, fields);
-}
 
 void TestQueueMessages::metaTypesRegistered()
 {

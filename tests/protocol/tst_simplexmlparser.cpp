@@ -40,6 +40,35 @@ QStringList drain(SimpleXmlParser& parser)
     return messages;
 }
 
+QStringList words(const QString& s)
+{
+    return s.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+// One row per line in the lookup tables.
+void valueRow(const char* name, const QString& xml, const QString& tag, int startPos, const QString& expected)
+{
+    QTest::newRow(name) << xml << tag << startPos << expected;
+}
+void valuesRow(const char* name, const QString& xml, const QString& tag, const QStringList& expected)
+{
+    QTest::newRow(name) << xml << tag << expected;
+}
+void propertiesRow(const char* name, const QString& xml, const QString& tag, int startPos,
+                   const Properties& expected)
+{
+    QTest::newRow(name) << xml << tag << startPos << expected;
+}
+void delimitersRow(const char* name, const QString& xml, const QString& tag, int startPos, bool selfClosed,
+                   int start, int end)
+{
+    QTest::newRow(name) << xml << tag << startPos << selfClosed << start << end;
+}
+void textRow(const char* name, const QString& text, const QString& expected)
+{
+    QTest::newRow(name) << text << expected;
+}
+
 } // namespace
 
 class TestSimpleXmlParser : public QObject
@@ -49,20 +78,15 @@ class TestSimpleXmlParser : public QObject
 private Q_SLOTS:
     void init();
 
-    void twoMessagesInOneChunk();
+    void framing_data();
+    void framing();
     void splitAtEveryPosition();
-    void textAheadOfRootIsDropped();
-    void strayClosingTagWaitsForOpeningTag();
-    void getNextMessageOnEmptyQueue();
+    void emptyBufferKeepsQueuedMessages();
     void bufferLimit_data();
     void bufferLimit();
     void bufferFullRepeatsUntilEmptied();
-    void negativeBufferLimitIsIgnored();
     void notifyMode_data();
     void notifyMode();
-    void emptyBufferKeepsQueuedMessages();
-    void rootTagWithAttributesIsNotFraming();
-    void innerRootTagCutsMessageShort();
     void slotFeedingMoreTextWhileSignalled();
     void consumerOnAnotherThread();
 
@@ -70,11 +94,9 @@ private Q_SLOTS:
     void getTagValue();
     void getTagsValues_data();
     void getTagsValues();
-    void getDecodedTagValue();
-    void getDecodedTagsValuesKeepsOrder();
+    void decodedAndListLookups();
     void getTagProperties_data();
     void getTagProperties();
-    void getTagsPropertiesInDocumentOrder();
     void findStartTagDelimiters_data();
     void findStartTagDelimiters();
     void decodeEntities_data();
@@ -94,17 +116,46 @@ void TestSimpleXmlParser::init()
     m_parser->rootTag = QStringLiteral("SRNT");
 }
 
-void TestSimpleXmlParser::twoMessagesInOneChunk()
+void TestSimpleXmlParser::framing_data()
 {
-    SignalLog log(*m_parser);
-    QSignalSpy completed(m_parser.get(), &SimpleXmlParser::messageCompleted);
-    m_parser->addData(QStringLiteral("<SRNT><A>1</A></SRNT><SRNT><B>2</B></SRNT>"));
+    QTest::addColumn<QStringList>("chunks");
+    QTest::addColumn<QStringList>("buffers"); // after each chunk
+    QTest::addColumn<QString>("events"); // "|" closes each chunk
+    QTest::addColumn<QStringList>("messages");
 
-    QCOMPARE(completed.count(), 2);
-    QCOMPARE(log.events, QStringList({QStringLiteral("completed"), QStringLiteral("completed")}));
-    QCOMPARE(drain(*m_parser),
-             QStringList({QStringLiteral("<SRNT><A>1</A></SRNT>"), QStringLiteral("<SRNT><B>2</B></SRNT>")}));
-    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+    QTest::newRow("two messages in one chunk")
+        << QStringList {"<SRNT><A>1</A></SRNT><SRNT><B>2</B></SRNT>"} << QStringList {""}
+        << "completed completed |" << QStringList {"<SRNT><A>1</A></SRNT>", "<SRNT><B>2</B></SRNT>"};
+    QTest::newRow("text ahead of the root is dropped")
+        << QStringList {"leftover of an old connection\n<SRNT><A/>", "</SRNT>tail"}
+        << QStringList {"leftover of an old connection\n<SRNT><A/>", "tail"} << "| completed |"
+        << QStringList {"<SRNT><A/></SRNT>"};
+    QTest::newRow("stray closing tag waits for an opening tag")
+        << QStringList {"x</SRNT>", "y", "<SRNT>ok</SRNT>"} << QStringList {"x</SRNT>", "x</SRNT>y", ""}
+        << "| | malformed completed |" << QStringList {"<SRNT>ok</SRNT>"};
+    QTest::newRow("root tag with attributes is not framing")
+        << QStringList {"<SRNT a='1'>x</SRNT>"} << QStringList {"<SRNT a='1'>x</SRNT>"} << "|"
+        << QStringList();
+    QTest::newRow("inner root tag cuts the message short")
+        << QStringList {"<SRNT><SRNT>x</SRNT></SRNT>"} << QStringList {"</SRNT>"} << "completed |"
+        << QStringList {"<SRNT><SRNT>x</SRNT>"};
+}
+
+void TestSimpleXmlParser::framing()
+{
+    QFETCH(QStringList, chunks);
+    QFETCH(QStringList, buffers);
+    QFETCH(QString, events);
+    QFETCH(QStringList, messages);
+
+    SignalLog log(*m_parser);
+    for (int i = 0; i < chunks.size(); ++i) {
+        m_parser->addData(chunks.at(i));
+        log.events << QStringLiteral("|");
+        QCOMPARE(m_parser->getCurrentBuffer(), buffers.at(i));
+    }
+    QCOMPARE(log.events, words(events));
+    QCOMPARE(drain(*m_parser), messages);
 }
 
 void TestSimpleXmlParser::splitAtEveryPosition()
@@ -113,16 +164,15 @@ void TestSimpleXmlParser::splitAtEveryPosition()
     const QString second = QStringLiteral("<SRNT><KeepAlive/></SRNT>");
     const QString stream = first + QStringLiteral("\r\n") + second;
 
-    // Two chunks, cut at every position; then three chunks, cut at every pair.
+    // Three chunks, cut at every pair of positions.
     for (int i = 0; i <= stream.size(); ++i) {
         for (int j = i; j <= stream.size(); ++j) {
             SimpleXmlParser parser;
             parser.rootTag = QStringLiteral("SRNT");
             QSignalSpy completed(&parser, &SimpleXmlParser::messageCompleted);
             QSignalSpy errors(&parser, &SimpleXmlParser::parseErrorFound);
-            const QStringList chunks = {stream.left(i), stream.mid(i, j - i), stream.mid(j)};
             int done = 0;
-            for (const QString& chunk : chunks) {
+            for (const QString& chunk : {stream.left(i), stream.mid(i, j - i), stream.mid(j)}) {
                 done += chunk.size();
                 parser.addData(chunk);
                 const int expected = (done >= first.size() ? 1 : 0) + (done == stream.size() ? 1 : 0);
@@ -140,41 +190,16 @@ void TestSimpleXmlParser::splitAtEveryPosition()
     }
 }
 
-void TestSimpleXmlParser::textAheadOfRootIsDropped()
+void TestSimpleXmlParser::emptyBufferKeepsQueuedMessages()
 {
-    QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
-    m_parser->addData(QStringLiteral("leftover of an old connection\n<SRNT><A/>"));
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("leftover of an old connection\n<SRNT><A/>"));
-    m_parser->addData(QStringLiteral("</SRNT>tail"));
-
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><A/></SRNT>")}));
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("tail"));
-    QCOMPARE(errors.count(), 0);
-}
-
-void TestSimpleXmlParser::strayClosingTagWaitsForOpeningTag()
-{
-    SignalLog log(*m_parser);
-    m_parser->addData(QStringLiteral("x</SRNT>"));
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("x</SRNT>"));
-    QVERIFY(log.events.isEmpty());
-    m_parser->addData(QStringLiteral("y"));
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("x</SRNT>y"));
-    QVERIFY(log.events.isEmpty());
-
-    m_parser->addData(QStringLiteral("<SRNT>ok</SRNT>"));
-    QCOMPARE(log.events, QStringList({QStringLiteral("malformed"), QStringLiteral("completed")}));
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>ok</SRNT>")}));
+    QCOMPARE(m_parser->getNextMessage(), QString()); // empty queue
+    m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>half"));
+    m_parser->emptyBuffer();
     QCOMPARE(m_parser->getCurrentBuffer(), QString());
-}
-
-void TestSimpleXmlParser::getNextMessageOnEmptyQueue()
-{
-    QVERIFY(!m_parser->hasPendingMessages());
-    QCOMPARE(m_parser->getNextMessage(), QString());
-    m_parser->addData(QStringLiteral("<SRNT>1</SRNT>"));
-    QVERIFY(m_parser->hasPendingMessages());
-    QCOMPARE(m_parser->getNextMessage(), QStringLiteral("<SRNT>1</SRNT>"));
+    m_parser->addData(QStringLiteral("</SRNT><SRNT>2</SRNT>"));
+    // The stray closing tag left by the emptied half is resynchronised away.
+    QCOMPARE(drain(*m_parser),
+             QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>")}));
     QCOMPARE(m_parser->getNextMessage(), QString());
 }
 
@@ -186,17 +211,13 @@ void TestSimpleXmlParser::bufferLimit_data()
     QTest::addColumn<QString>("bufferAfter");
     QTest::addColumn<int>("messages");
 
-    QTest::newRow("11 of 10: dropped") << QStringLiteral("<SRNT>12345") << QStringLiteral("</SRNT>") << true
-                                       << QStringLiteral("<SRNT>12345") << 0;
-    QTest::newRow("10 of 10: appended")
-        << QStringLiteral("<SRNT>1234") << QStringLiteral("</SRNT>") << false << QString() << 1;
+    QTest::newRow("11 of 10: dropped") << "<SRNT>12345" << QString("</SRNT>") << true << "<SRNT>12345" << 0;
+    QTest::newRow("10 of 10: appended") << "<SRNT>1234" << QString("</SRNT>") << false << QString() << 1;
     QTest::newRow("chunk taking it past the limit is cut")
-        << QStringLiteral("abc") << QStringLiteral("<SRNT>a long message</SRNT><SRNT>") << false
-        << QStringLiteral("<SRNT>") << 1;
+        << "abc" << QString("<SRNT>a long message</SRNT><SRNT>") << false << "<SRNT>" << 1;
     // The re-run after a cut tests the limit again: the rest stays uncut.
     QTest::newRow("rest over the limit after a cut")
-        << QStringLiteral("<SRNT>") << QStringLiteral("</SRNT><SRNT>second</SRNT>") << true
-        << QStringLiteral("<SRNT>second</SRNT>") << 1;
+        << "<SRNT>" << QString("</SRNT><SRNT>second</SRNT>") << true << "<SRNT>second</SRNT>" << 1;
 }
 
 void TestSimpleXmlParser::bufferLimit()
@@ -209,7 +230,6 @@ void TestSimpleXmlParser::bufferLimit()
 
     m_parser->addData(held);
     m_parser->setMaxBufferSize(10);
-    QCOMPARE(m_parser->maxBufferSize(), 10);
     QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
     m_parser->addData(chunk);
 
@@ -223,7 +243,10 @@ void TestSimpleXmlParser::bufferLimit()
 
 void TestSimpleXmlParser::bufferFullRepeatsUntilEmptied()
 {
+    QCOMPARE(m_parser->maxBufferSize(), 0);
     m_parser->setMaxBufferSize(3);
+    m_parser->setMaxBufferSize(-1); // ignored
+    QCOMPARE(m_parser->maxBufferSize(), 3);
     m_parser->addData(QStringLiteral("<SRNT>"));
     QSignalSpy errors(m_parser.get(), &SimpleXmlParser::parseErrorFound);
     m_parser->addData(QStringLiteral("</SRNT>"));
@@ -235,14 +258,6 @@ void TestSimpleXmlParser::bufferFullRepeatsUntilEmptied()
     m_parser->addData(QStringLiteral("<SRNT>1</SRNT>"));
     QCOMPARE(errors.count(), 2);
     QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT>1</SRNT>")}));
-}
-
-void TestSimpleXmlParser::negativeBufferLimitIsIgnored()
-{
-    QCOMPARE(m_parser->maxBufferSize(), 0);
-    m_parser->setMaxBufferSize(10);
-    m_parser->setMaxBufferSize(-1);
-    QCOMPARE(m_parser->maxBufferSize(), 10);
     m_parser->setMaxBufferSize(0);
     QCOMPARE(m_parser->maxBufferSize(), 0);
 }
@@ -276,32 +291,6 @@ void TestSimpleXmlParser::notifyMode()
     QCOMPARE(drain(*m_parser), queued ? QStringList {QStringLiteral("<SRNT>m</SRNT>")} : QStringList());
 }
 
-void TestSimpleXmlParser::emptyBufferKeepsQueuedMessages()
-{
-    m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>half"));
-    m_parser->emptyBuffer();
-    QCOMPARE(m_parser->getCurrentBuffer(), QString());
-    m_parser->addData(QStringLiteral("</SRNT><SRNT>2</SRNT>"));
-    // The stray closing tag left by the emptied half is resynchronised away.
-    QCOMPARE(drain(*m_parser),
-             QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>")}));
-}
-
-void TestSimpleXmlParser::rootTagWithAttributesIsNotFraming()
-{
-    SignalLog log(*m_parser);
-    m_parser->addData(QStringLiteral("<SRNT a='1'>x</SRNT>"));
-    QVERIFY(log.events.isEmpty());
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("<SRNT a='1'>x</SRNT>"));
-}
-
-void TestSimpleXmlParser::innerRootTagCutsMessageShort()
-{
-    m_parser->addData(QStringLiteral("<SRNT><SRNT>x</SRNT></SRNT>"));
-    QCOMPARE(drain(*m_parser), QStringList({QStringLiteral("<SRNT><SRNT>x</SRNT>")}));
-    QCOMPARE(m_parser->getCurrentBuffer(), QStringLiteral("</SRNT>"));
-}
-
 void TestSimpleXmlParser::slotFeedingMoreTextWhileSignalled()
 {
     int calls = 0;
@@ -311,9 +300,7 @@ void TestSimpleXmlParser::slotFeedingMoreTextWhileSignalled()
     });
     m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>2</SR"));
     QCOMPARE(calls, 3);
-    QCOMPARE(drain(*m_parser),
-             QStringList({QStringLiteral("<SRNT>1</SRNT>"), QStringLiteral("<SRNT>2</SRNT>"),
-                          QStringLiteral("<SRNT>3</SRNT>")}));
+    QCOMPARE(drain(*m_parser), words(QStringLiteral("<SRNT>1</SRNT> <SRNT>2</SRNT> <SRNT>3</SRNT>")));
     QCOMPARE(m_parser->getCurrentBuffer(), QString());
 }
 
@@ -359,46 +346,27 @@ void TestSimpleXmlParser::getTagValue_data()
     QTest::addColumn<int>("startPos");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("plain") << "<item>hello</item>"
-                           << "item" << 0 << "hello";
-    QTest::newRow("tag given in brackets") << "<item>hello</item>"
-                                           << "<item>" << 0 << "hello";
-    QTest::newRow("longer name is another element") << "<item2>hello</item2>"
-                                                    << "item" << 0 << "none";
-    QTest::newRow("self-closed without blank is not found") << "<item/>"
-                                                            << "item" << 0 << "none";
-    QTest::newRow("self-closed with blanks is empty") << "<item   />"
-                                                      << "item" << 0 << "";
-    QTest::newRow("blanks in the start tag") << "<item  >hello</item>"
-                                             << "item" << 0 << "hello";
-    QTest::newRow("attributes") << "<item p1='x' >hello</item>"
-                                << "item" << 0 << "hello";
-    QTest::newRow("bar after the name") << "<item|x>v</item>"
-                                        << "item" << 0 << "v";
-    QTest::newRow("line feed after the name") << "<item\n>v</item>"
-                                              << "item" << 0 << "v";
-    QTest::newRow("no-break space after the name")
-        << QStringLiteral("<item\u00a0a='1'>v</item>") << "item" << 0 << "v";
-    QTest::newRow("star after the name") << "<item*>v</item>"
-                                         << "item" << 0 << "none";
-    QTest::newRow("case matters") << "<Item>v</Item>"
-                                  << "item" << 0 << "none";
-    QTest::newRow("same name inside: inner closing tag wins") << "<item>a<item>b</item>c</item>"
-                                                              << "item" << 0 << "a<item>b";
-    QTest::newRow("first in text order") << "<a><item>1</item></a><item>2</item>"
-                                         << "item" << 0 << "1";
-    QTest::newRow("start position") << "<item>1</item><item>2</item>"
-                                    << "item" << 1 << "2";
-    QTest::newRow("negative start position counts from the end") << "<item>1</item><item>2</item>"
-                                                                 << "item" << -14 << "2";
-    QTest::newRow("text kept as it is") << "<item> &amp; \n</item>"
-                                        << "item" << 0 << " &amp; \n";
-    QTest::newRow("no closing tag") << "<item>x"
-                                    << "item" << 0 << "none";
-    QTest::newRow("'>' in an attribute ends the tag") << "<item a='>'>x</item>"
-                                                      << "item" << 0 << "'>x";
-    QTest::newRow("closing tag inside the start tag") << "<item a=\"</item>\">rest"
-                                                      << "item" << 0 << "\">rest";
+    valueRow("plain", "<item>hello</item>", "item", 0, "hello");
+    valueRow("tag given in brackets", "<item>hello</item>", "<item>", 0, "hello");
+    valueRow("longer name is another element", "<item2>hello</item2>", "item", 0, "none");
+    valueRow("self-closed without blank is not found", "<item/>", "item", 0, "none");
+    valueRow("self-closed with blanks is empty", "<item   />", "item", 0, "");
+    valueRow("blanks in the start tag", "<item  >hello</item>", "item", 0, "hello");
+    valueRow("attributes", "<item p1='x' >hello</item>", "item", 0, "hello");
+    valueRow("bar after the name", "<item|x>v</item>", "item", 0, "v");
+    valueRow("line feed after the name", "<item\n>v</item>", "item", 0, "v");
+    valueRow("no-break space after the name", QStringLiteral("<item\u00a0a='1'>v</item>"), "item", 0, "v");
+    valueRow("star after the name", "<item*>v</item>", "item", 0, "none");
+    valueRow("case matters", "<Item>v</Item>", "item", 0, "none");
+    valueRow("same name inside: inner closing tag wins", "<item>a<item>b</item>c</item>", "item", 0,
+             "a<item>b");
+    valueRow("first in text order", "<a><item>1</item></a><item>2</item>", "item", 0, "1");
+    valueRow("start position", "<item>1</item><item>2</item>", "item", 1, "2");
+    valueRow("negative start position counts from the end", "<item>1</item><item>2</item>", "item", -14, "2");
+    valueRow("text kept as it is", "<item> &amp; \n</item>", "item", 0, " &amp; \n");
+    valueRow("no closing tag", "<item>x", "item", 0, "none");
+    valueRow("'>' in an attribute ends the tag", "<item a='>'>x</item>", "item", 0, "'>x");
+    valueRow("closing tag inside the start tag", "<item a=\"</item>\">rest", "item", 0, "\">rest");
 }
 
 void TestSimpleXmlParser::getTagValue()
@@ -416,19 +384,14 @@ void TestSimpleXmlParser::getTagsValues_data()
     QTest::addColumn<QString>("tag");
     QTest::addColumn<QStringList>("expected");
 
-    QTest::newRow("list with blanks between")
-        << "<list>\n  <item>hello</item>\n\t<item>hello2</item>\n</list>"
-        << "item" << QStringList {"hello", "hello2"};
-    QTest::newRow("self-closed without blank not counted") << "<item/><item>a</item>"
-                                                           << "<item>" << QStringList {"a"};
-    QTest::newRow("self-closed with blank is empty") << "<item /><item>a</item>"
-                                                     << "item" << QStringList {"", "a"};
-    QTest::newRow("one entry per opening tag") << "<item>a<item>b</item>c</item>"
-                                               << "item" << QStringList {"a<item>b", "b"};
-    QTest::newRow("star counted, value from the next element") << "<item*>x</item><item>y</item>"
-                                                               << "item" << QStringList {"y", "y"};
-    QTest::newRow("none") << "<other>x</other>"
-                          << "item" << QStringList();
+    valuesRow("list with blanks between", "<list>\n  <item>hello</item>\n\t<item>hello2</item>\n</list>",
+              "item", {"hello", "hello2"});
+    valuesRow("self-closed without blank not counted", "<item/><item>a</item>", "<item>", {"a"});
+    valuesRow("self-closed with blank is empty", "<item /><item>a</item>", "item", {"", "a"});
+    valuesRow("one entry per opening tag", "<item>a<item>b</item>c</item>", "item", {"a<item>b", "b"});
+    valuesRow("star counted, value from the next element", "<item*>x</item><item>y</item>", "item",
+              {"y", "y"});
+    valuesRow("none", "<other>x</other>", "item", {});
 }
 
 void TestSimpleXmlParser::getTagsValues()
@@ -439,23 +402,28 @@ void TestSimpleXmlParser::getTagsValues()
     QCOMPARE(SimpleXmlParser::getTagsValues(xml, tag), expected);
 }
 
-void TestSimpleXmlParser::getDecodedTagValue()
+void TestSimpleXmlParser::decodedAndListLookups()
 {
-    const QString xml
+    const QString text
         = QStringLiteral("<SRNT><Text>&lt;b&gt; Tom &amp; Jerry&#x2019;s caf&#233; &#224; 5&#8364;, "
                          "it's</Text></SRNT>");
-    QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Text")),
+    QCOMPARE(SimpleXmlParser::getDecodedTagValue(text, QStringLiteral("Text")),
              QStringLiteral("<b> Tom & Jerry\u2019s caf\u00e9 \u00e0 5\u20ac, it's"));
+    // The default is decoded too.
     QCOMPARE(
-        SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("Missing"), 0, QStringLiteral("a&amp;b")),
+        SimpleXmlParser::getDecodedTagValue(text, QStringLiteral("Missing"), 0, QStringLiteral("a&amp;b")),
         QStringLiteral("a&b"));
-}
 
-void TestSimpleXmlParser::getDecodedTagsValuesKeepsOrder()
-{
-    const QString xml = QStringLiteral("<l><v>&lt;1</v><v>2&gt;</v><v>&#51;</v></l>");
-    QCOMPARE(SimpleXmlParser::getDecodedTagsValues(xml, QStringLiteral("v")),
-             QStringList({QStringLiteral("<1"), QStringLiteral("2>"), QStringLiteral("3")}));
+    const QString list = QStringLiteral("<l><v>&lt;1</v><v>2&gt;</v><v>&#51;</v></l>");
+    QCOMPARE(SimpleXmlParser::getDecodedTagsValues(list, QStringLiteral("v")),
+             words(QStringLiteral("<1 2> 3")));
+
+    const QString items
+        = QStringLiteral("<list><item id=\"1\" kind='a'>x</item>\n<item id=\"2\"/><item >y</item>"
+                         "<item/></list>");
+    const QList<Properties> expected
+        = {Properties {{"id", "1"}, {"kind", "a"}}, Properties {{"id", "2"}}, Properties {}};
+    QCOMPARE(SimpleXmlParser::getTagsProperties(items, QStringLiteral("item")), expected);
 }
 
 void TestSimpleXmlParser::getTagProperties_data()
@@ -465,39 +433,26 @@ void TestSimpleXmlParser::getTagProperties_data()
     QTest::addColumn<int>("startPos");
     QTest::addColumn<Properties>("expected");
 
-    QTest::newRow("single quotes") << "<item p1='x' >hello</item>"
-                                   << "item" << 0 << Properties {{"p1", "x"}};
-    QTest::newRow("blanks around '=' go, blanks in the value stay")
-        << "<item p1  =  'two  words' >"
-        << "item" << 0 << Properties {{"p1", "two  words"}};
-    QTest::newRow("quotes of the other kind inside")
-        << "<item p1=\"say 'this' \" p2='that'>"
-        << "item" << 0 << Properties {{"p1", "say 'this' "}, {"p2", "that"}};
-    QTest::newRow("entities stay encoded") << "<item p='a &amp; b'>"
-                                           << "item" << 0 << Properties {{"p", "a &amp; b"}};
-    QTest::newRow("hyphenated names") << "<item data-long-name=\"v\" x-y='w'>"
-                                      << "<item>" << 0 << Properties {{"data-long-name", "v"}, {"x-y", "w"}};
-    QTest::newRow("value cut at '='") << "<item p=\"a=b\">"
-                                      << "item" << 0 << Properties {{"p", "\"a"}};
-    QTest::newRow("blanks around '=' inside a value go too") << "<item p=\"a = b\">"
-                                                             << "item" << 0 << Properties {{"p", "\"a"}};
-    QTest::newRow("unquoted value not seen") << "<item p=1 q='2'>"
-                                             << "item" << 0 << Properties {{"q", "2"}};
-    QTest::newRow("single-quoted beats double-quoted") << "<item p='2' p=\"1\">"
-                                                       << "item" << 0 << Properties {{"p", "2"}};
-    QTest::newRow("spurious entry from a value") << "<item p=\"x q='y'\">"
-                                                 << "item" << 0 << Properties {{"p", "\"x q"}, {"q", "y"}};
-    QTest::newRow("self-closed") << "<item p='1'/>"
-                                 << "item" << 0 << Properties {{"p", "1"}};
-    QTest::newRow("start position") << "<item a='1'><item a='2'>"
-                                    << "item" << 1 << Properties {{"a", "2"}};
-    QTest::newRow("missing element reads text up to the last '>'") << "<other a='1'>"
-                                                                   << "zz" << 0 << Properties {{"a", "1"}};
-    QTest::newRow("missing element, no '>' at the end: the rest")
-        << "<other a='1'>x b='2'"
-        << "zz" << 0 << Properties {{"a", "1"}, {"b", "2"}};
-    QTest::newRow("missing element in empty text") << ""
-                                                   << "zz" << 0 << Properties {};
+    propertiesRow("single quotes", "<item p1='x' >hello</item>", "item", 0, {{"p1", "x"}});
+    propertiesRow("blanks around '=' go, blanks in the value stay", "<item p1  =  'two  words' >", "item", 0,
+                  {{"p1", "two  words"}});
+    propertiesRow("quotes of the other kind inside", "<item p1=\"say 'this' \" p2='that'>", "item", 0,
+                  {{"p1", "say 'this' "}, {"p2", "that"}});
+    propertiesRow("entities stay encoded", "<item p='a &amp; b'>", "item", 0, {{"p", "a &amp; b"}});
+    propertiesRow("hyphenated names", "<item data-long-name=\"v\" x-y='w'>", "<item>", 0,
+                  {{"data-long-name", "v"}, {"x-y", "w"}});
+    propertiesRow("value cut at '='", "<item p=\"a=b\">", "item", 0, {{"p", "\"a"}});
+    propertiesRow("blanks around '=' inside a value go too", "<item p=\"a = b\">", "item", 0, {{"p", "\"a"}});
+    propertiesRow("unquoted value not seen", "<item p=1 q='2'>", "item", 0, {{"q", "2"}});
+    propertiesRow("single-quoted beats double-quoted", "<item p='2' p=\"1\">", "item", 0, {{"p", "2"}});
+    propertiesRow("spurious entry from a value", "<item p=\"x q='y'\">", "item", 0,
+                  {{"p", "\"x q"}, {"q", "y"}});
+    propertiesRow("self-closed", "<item p='1'/>", "item", 0, {{"p", "1"}});
+    propertiesRow("start position", "<item a='1'><item a='2'>", "item", 1, {{"a", "2"}});
+    propertiesRow("missing element reads text up to the last '>'", "<other a='1'>", "zz", 0, {{"a", "1"}});
+    propertiesRow("missing element, no '>' at the end: the rest", "<other a='1'>x b='2'", "zz", 0,
+                  {{"a", "1"}, {"b", "2"}});
+    propertiesRow("missing element in empty text", "", "zz", 0, {});
 }
 
 void TestSimpleXmlParser::getTagProperties()
@@ -509,16 +464,6 @@ void TestSimpleXmlParser::getTagProperties()
     QCOMPARE(SimpleXmlParser::getTagProperties(xml, tag, startPos), expected);
 }
 
-void TestSimpleXmlParser::getTagsPropertiesInDocumentOrder()
-{
-    const QString xml
-        = QStringLiteral("<list><item id=\"1\" kind='a'>x</item>\n<item id=\"2\"/><item >y</item>"
-                         "<item/></list>");
-    const QList<Properties> expected
-        = {Properties {{"id", "1"}, {"kind", "a"}}, Properties {{"id", "2"}}, Properties {}};
-    QCOMPARE(SimpleXmlParser::getTagsProperties(xml, QStringLiteral("item")), expected);
-}
-
 void TestSimpleXmlParser::findStartTagDelimiters_data()
 {
     QTest::addColumn<QString>("xml");
@@ -528,26 +473,16 @@ void TestSimpleXmlParser::findStartTagDelimiters_data()
     QTest::addColumn<int>("start");
     QTest::addColumn<int>("end");
 
-    QTest::newRow("element") << "<item>x</item>"
-                             << "item" << 0 << false << 0 << 5;
-    QTest::newRow("attributes") << "ab<item a='1'>x</item>"
-                                << "item" << 0 << false << 2 << 13;
-    QTest::newRow("self-closed with blank") << "<item />"
-                                            << "item" << 0 << true << 0 << 6;
-    QTest::newRow("self-closed without blank: last '>' from the end") << "<item/>"
-                                                                      << "item" << 0 << false << -1 << 6;
-    QTest::newRow("empty text") << ""
-                                << "item" << 0 << false << -1 << -1;
-    QTest::newRow("missing, no '>' at the end") << "<a>b"
-                                                << "item" << 0 << false << -1 << -1;
-    QTest::newRow("'>' in an attribute") << "<item a='>'>"
-                                         << "item" << 0 << false << 0 << 9;
-    QTest::newRow("start position past the first") << "<item a/><item b/>"
-                                                   << "item" << 1 << true << 9 << 16;
-    QTest::newRow("start position past the end") << "<item >"
-                                                 << "item" << 8 << false << -1 << 6;
-    QTest::newRow("name given in brackets is taken as it is") << "<<item>>x"
-                                                              << "<item>" << 0 << false << 0 << 6;
+    delimitersRow("element", "<item>x</item>", "item", 0, false, 0, 5);
+    delimitersRow("attributes", "ab<item a='1'>x</item>", "item", 0, false, 2, 13);
+    delimitersRow("self-closed with blank", "<item />", "item", 0, true, 0, 6);
+    delimitersRow("self-closed without blank: last '>' from the end", "<item/>", "item", 0, false, -1, 6);
+    delimitersRow("empty text", "", "item", 0, false, -1, -1);
+    delimitersRow("missing, no '>' at the end", "<a>b", "item", 0, false, -1, -1);
+    delimitersRow("'>' in an attribute", "<item a='>'>", "item", 0, false, 0, 9);
+    delimitersRow("start position past the first", "<item a/><item b/>", "item", 1, true, 9, 16);
+    delimitersRow("start position past the end", "<item >", "item", 8, false, -1, 6);
+    delimitersRow("name given in brackets is taken as it is", "<<item>>x", "<item>", 0, false, 0, 6);
 }
 
 void TestSimpleXmlParser::findStartTagDelimiters()
@@ -570,31 +505,22 @@ void TestSimpleXmlParser::decodeEntities_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("named") << "&lt;&gt;&amp;&quot;&apos;"
-                           << "<>&\"'";
-    QTest::newRow("&amp;lt; decoded twice") << "&amp;lt;"
-                                            << "<";
-    QTest::newRow("&amp;amp; decoded once") << "&amp;amp;"
-                                            << "&amp;";
-    QTest::newRow("uncovered reference stays") << "&amp;#233;"
-                                               << "&#233;";
-    QTest::newRow("uncovered reference replaced when also in the text")
-        << "&amp;#233;&#233;" << QStringLiteral("\u00e9\u00e9");
-    QTest::newRow("decimal and hexadecimal") << "&#65;&#x42;&#x6a;"
-                                             << "ABj";
-    QTest::newRow("&#X is decimal with nothing to read") << "&#X41;" << QString(QChar(0));
-    QTest::newRow("beyond int reads 0") << "&#99999999999;" << QString(QChar(0));
-    QTest::newRow("low 16 bits") << "&#x1F600;" << QStringLiteral("\uf600");
-    QTest::newRow("replacement character to blank") << QStringLiteral("a\ufffdb") << "a b";
-    QTest::newRow("replacement character by reference stays") << "&#65533;" << QStringLiteral("\ufffd");
-    QTest::newRow("decoded '&' builds nothing new") << "&#38;#65;"
-                                                    << "&#65;";
-    QTest::newRow("decoded '&' builds a reference found later") << "&#38;#71;&#71;"
-                                                                << "GG";
-    QTest::newRow("decoded digit builds a reference found later") << "&#&#55;1;&#71;"
-                                                                  << "GG";
-    QTest::newRow("incomplete") << "&#;&#x;&#12a;&"
-                                << "&#;&#x;&#12a;&";
+    textRow("named", "&lt;&gt;&amp;&quot;&apos;", "<>&\"'");
+    textRow("&amp;lt; decoded twice", "&amp;lt;", "<");
+    textRow("&amp;amp; decoded once", "&amp;amp;", "&amp;");
+    textRow("uncovered reference stays", "&amp;#233;", "&#233;");
+    textRow("uncovered reference replaced when also in the text", "&amp;#233;&#233;",
+            QStringLiteral("\u00e9\u00e9"));
+    textRow("decimal and hexadecimal", "&#65;&#x42;&#x6a;", "ABj");
+    textRow("&#X is decimal with nothing to read", "&#X41;", QString(QChar(0)));
+    textRow("beyond int reads 0", "&#99999999999;", QString(QChar(0)));
+    textRow("low 16 bits", "&#x1F600;", QStringLiteral("\uf600"));
+    textRow("replacement character to blank", QStringLiteral("a\ufffdb"), "a b");
+    textRow("replacement character by reference stays", "&#65533;", QStringLiteral("\ufffd"));
+    textRow("decoded '&' builds nothing new", "&#38;#65;", "&#65;");
+    textRow("decoded '&' builds a reference found later", "&#38;#71;&#71;", "GG");
+    textRow("decoded digit builds a reference found later", "&#&#55;1;&#71;", "GG");
+    textRow("incomplete", "&#;&#x;&#12a;&", "&#;&#x;&#12a;&");
 }
 
 void TestSimpleXmlParser::decodeEntities()
@@ -636,22 +562,14 @@ void TestSimpleXmlParser::unquoteString_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("double") << "\"a b\""
-                            << "a b";
-    QTest::newRow("single") << "'a'"
-                            << "a";
-    QTest::newRow("mixed") << "\"a'"
-                           << "\"a'";
-    QTest::newRow("one quote") << "\""
-                               << "";
-    QTest::newRow("one apostrophe") << "'"
-                                    << "";
-    QTest::newRow("empty quotes") << "''"
-                                  << "";
-    QTest::newRow("empty") << ""
-                           << "";
-    QTest::newRow("other characters") << "xax"
-                                      << "xax";
+    textRow("double", "\"a b\"", "a b");
+    textRow("single", "'a'", "a");
+    textRow("mixed", "\"a'", "\"a'");
+    textRow("one quote", "\"", "");
+    textRow("one apostrophe", "'", "");
+    textRow("empty quotes", "''", "");
+    textRow("empty", "", "");
+    textRow("other characters", "xax", "xax");
 }
 
 void TestSimpleXmlParser::unquoteString()

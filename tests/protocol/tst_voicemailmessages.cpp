@@ -46,8 +46,7 @@ private Q_SLOTS:
 
     void listRequest_data();
     void listRequest();
-    void deleteAndMarkRequests();
-    void mailboxStatusRequest();
+    void deleteMarkAndStatusRequests();
 
     void mailboxStatus_data();
     void mailboxStatus();
@@ -128,37 +127,30 @@ void TestVoicemailMessages::voicemailEntryValidity()
 
 void TestVoicemailMessages::voicemailFlags_data()
 {
-    QTest::addColumn<QString>("isNew");
-    QTest::addColumn<QString>("isUrgent");
-    QTest::addColumn<bool>("expectedNew");
-    QTest::addColumn<bool>("expectedUrgent");
-    QTest::newRow("1-1") << "1"
-                         << "1" << true << true;
-    QTest::newRow("0-1") << "0"
-                         << "1" << false << true;
-    QTest::newRow("2-reads-false") << "2"
-                                   << "2" << false << false;
-    QTest::newRow("true-reads-false") << "true"
-                                      << "yes" << false << false;
-    QTest::newRow("missing") << QString() << QString() << false << false;
+    QTest::addColumn<QString>("flags");
+    QTest::addColumn<QString>("expected"); // isNew|isUrgent
+    QTest::newRow("1-0") << "<isNew>1</isNew><isUrgent>0</isUrgent>"
+                         << "1|0";
+    QTest::newRow("0-1") << "<isNew>0</isNew><isUrgent>1</isUrgent>"
+                         << "0|1";
+    QTest::newRow("2-reads-false") << "<isNew>2</isNew><isUrgent>2</isUrgent>"
+                                   << "0|0";
+    QTest::newRow("true-reads-false") << "<isNew>true</isNew><isUrgent>yes</isUrgent>"
+                                      << "0|0";
+    QTest::newRow("missing") << ""
+                             << "0|0";
 }
 
 void TestVoicemailMessages::voicemailFlags()
 {
-    QFETCH(QString, isNew);
-    QFETCH(QString, isUrgent);
-    QFETCH(bool, expectedNew);
-    QFETCH(bool, expectedUrgent);
-    QString extra;
-    if (!isNew.isNull())
-        extra += QStringLiteral("<isNew>%1</isNew>").arg(isNew);
-    if (!isUrgent.isNull())
-        extra += QStringLiteral("<isUrgent>%1</isUrgent>").arg(isUrgent);
+    QFETCH(QString, flags);
+    QFETCH(QString, expected);
     const VoiceMailListResMsg msg = VoiceMailListResMsg::parseMessage(
-        vmListDocument(vmXml(QStringLiteral("9"), QStringLiteral("2026-11-15T12:00:00.000"), extra)));
+        vmListDocument(vmXml(QStringLiteral("9"), QStringLiteral("2026-11-15T12:00:00.000"), flags)));
     QCOMPARE(msg.messages.size(), 1);
-    QCOMPARE(msg.messages.first().isNew, expectedNew);
-    QCOMPARE(msg.messages.first().isUrgent, expectedUrgent);
+    QCOMPARE(
+        QStringLiteral("%1|%2").arg(int(msg.messages.first().isNew)).arg(int(msg.messages.first().isUrgent)),
+        expected);
 }
 
 void TestVoicemailMessages::voicemailSkipsInvalidAmongThousands()
@@ -249,7 +241,7 @@ void TestVoicemailMessages::listRequest()
     QCOMPARE(requestBody(request.serializeToXml(QStringLiteral("6.1"))), expectedBody);
 }
 
-void TestVoicemailMessages::deleteAndMarkRequests()
+void TestVoicemailMessages::deleteMarkAndStatusRequests()
 {
     VoicemailDeleteReqMsg del;
     del.id = QStringLiteral("12<3");
@@ -267,64 +259,54 @@ void TestVoicemailMessages::deleteAndMarkRequests()
     VoicemailMarkReqMsg blank;
     QCOMPARE(requestBody(blank.serializeToXml(QStringLiteral("6.1"))),
              QStringLiteral("<MarkVoicemailMsg><ID></ID><MarkAs></MarkAs></MarkVoicemailMsg>"));
-}
 
-void TestVoicemailMessages::mailboxStatusRequest()
-{
-    MailboxStatusReqMsg request;
-    const QString xml = request.serializeToXml(QStringLiteral("4.2"));
-    QCOMPARE(requestBody(xml), QStringLiteral("<GetMailboxStatus/>"));
-    QVERIFY(xml.startsWith(QStringLiteral("<SRNT><API>4.2</API>")));
+    const QString status = MailboxStatusReqMsg().serializeToXml(QStringLiteral("4.2"));
+    QCOMPARE(requestBody(status), QStringLiteral("<GetMailboxStatus/>"));
+    QVERIFY(status.startsWith(QStringLiteral("<SRNT><API>4.2</API>")));
 }
 
 void TestVoicemailMessages::mailboxStatus_data()
 {
     QTest::addColumn<QString>("api");
     QTest::addColumn<QString>("body");
-    QTest::addColumn<QString>("mailbox");
-    QTest::addColumn<bool>("waiting");
-    QTest::addColumn<int>("newCount");
-    QTest::addColumn<int>("oldCount");
-    QTest::addColumn<int>("urgentCount");
+    QTest::addColumn<QString>("expected"); // mailbox|waiting|new|old|urgent
 
     QTest::newRow("current") << "6.1"
                              << "<MailboxStatus><Mailbox>201@def&amp;ault</Mailbox><Waiting>1</Waiting>"
                                 "<NewMsgCount>3</NewMsgCount><OldMsgCount>12</OldMsgCount>"
                                 "<UrgentMsgCount>1</UrgentMsgCount></MailboxStatus>"
-                             << "201@def&ault" << true << 3 << 12 << 1;
+                             << "201@def&ault|1|3|12|1";
     QTest::newRow("old-server-nothing-waiting")
         << "4.2"
         << "<MailboxStatus><Mailbox>201</Mailbox><Waiting>0</Waiting><NewMsgCount>0</NewMsgCount>"
            "<OldMsgCount>4</OldMsgCount></MailboxStatus>"
-        << "201" << false << 0 << 4 << 0;
-    QTest::newRow("waiting-2-is-false") << "5.10"
-                                        << "<MailboxStatus><Waiting>2</Waiting><NewMsgCount>x</NewMsgCount>"
-                                           "</MailboxStatus>"
-                                        << "" << false << 0 << 0 << 0;
+        << "201|0|0|4|0";
+    QTest::newRow("waiting-2-is-false")
+        << "5.10"
+        << "<MailboxStatus><Waiting>2</Waiting><NewMsgCount>x</NewMsgCount></MailboxStatus>"
+        << "|0|0|0|0";
     QTest::newRow("empty-still-valid") << "5.4"
                                        << "<MailboxStatus/>"
-                                       << "" << false << 0 << 0 << 0;
+                                       << "|0|0|0|0";
 }
 
 void TestVoicemailMessages::mailboxStatus()
 {
     QFETCH(QString, api);
     QFETCH(QString, body);
-    QFETCH(QString, mailbox);
-    QFETCH(bool, waiting);
-    QFETCH(int, newCount);
-    QFETCH(int, oldCount);
-    QFETCH(int, urgentCount);
+    QFETCH(QString, expected);
 
     QtLogCapture log;
     const MailboxStatusResMsg msg = MailboxStatusResMsg::parseMessage(serverDocument(body, api));
     QVERIFY(msg.success);
     QCOMPARE(msg.api, api);
-    QCOMPARE(msg.mailbox, mailbox);
-    QCOMPARE(msg.waiting, waiting);
-    QCOMPARE(msg.newCount, newCount);
-    QCOMPARE(msg.oldCount, oldCount);
-    QCOMPARE(msg.urgentCount, urgentCount);
+    QCOMPARE(QStringLiteral("%1|%2|%3|%4|%5")
+                 .arg(msg.mailbox)
+                 .arg(int(msg.waiting))
+                 .arg(msg.newCount)
+                 .arg(msg.oldCount)
+                 .arg(msg.urgentCount),
+             expected);
     QVERIFY(log.contains(QStringLiteral("Mailbox Status resp msg parsed ok")));
 }
 
@@ -349,13 +331,8 @@ void TestVoicemailMessages::mailboxStatusRoundTrip()
 
 void TestVoicemailMessages::metaTypesRegistered()
 {
-    QVERIFY(QMetaType::type("VoicemailMessage") != QMetaType::UnknownType);
-    QVERIFY(QMetaType::type("QList<VoicemailMessage>") != QMetaType::UnknownType);
-    QVERIFY(QMetaType::type("MailboxStatus") != QMetaType::UnknownType);
-    VoicemailMessage vm;
-    vm.isUrgent = true;
-    const QMetaObject& meta = VoicemailMessage::staticMetaObject;
-    QCOMPARE(meta.property(meta.indexOfProperty("isUrgent")).readOnGadget(&vm).toBool(), true);
+    for (const char* name : {"VoicemailMessage", "QList<VoicemailMessage>", "MailboxStatus"})
+        QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
 }
 
 QTEST_APPLESS_MAIN(TestVoicemailMessages)

@@ -5,7 +5,6 @@
 #include <QFile>
 #include <QPointer>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -50,24 +49,25 @@ LGBS::LogMessagePriorityType p(int n)
 }
 
 std::unique_ptr<Logger> fileLogger(const QString& name, const QString& path,
-                                   const WriterConfig& config = WriterConfig())
+                                   const WriterConfig& config = WriterConfig(), Logbus* bus = freshBus())
 {
     int result = -1;
-    std::unique_ptr<Logger> logger(freshBus()->createFileLogger(name, path, config, result));
+    std::unique_ptr<Logger> logger(bus->createFileLogger(name, path, config, result));
     if (result != Logbus::DEFAULT_OK)
         logger.reset();
     return logger;
 }
 
-/// Collects tap records; removes its tap when destroyed.
+/// Collects tap records of one logger; removes its tap when destroyed.
 class Recorder
 {
 public:
-    Recorder()
+    explicit Recorder(const QString& loggerName)
     {
-        m_id = Logbus::addTap([this](const LogRecord& r) {
+        m_id = Logbus::addTap([this, loggerName](const LogRecord& r) {
             std::lock_guard<std::mutex> lock(m_mutex);
-            m_records.append(r);
+            if (r.loggerName == loggerName)
+                m_records.append(r);
         });
     }
     ~Recorder() { Logbus::removeTap(m_id); }
@@ -75,15 +75,6 @@ public:
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_records;
-    }
-    QList<LogRecord> of(const QString& loggerName) const
-    {
-        QList<LogRecord> out;
-        const QList<LogRecord> all = records();
-        for (const LogRecord& r : all)
-            if (r.loggerName == loggerName)
-                out << r;
-        return out;
     }
 
 private:
@@ -99,6 +90,7 @@ class tst_Logbus : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void init();
     void priorityFilter_data();
     void priorityFilter();
     void lineLayout_data();
@@ -110,7 +102,6 @@ private Q_SLOTS:
     void rotationKeepsConfiguredCount();
     void failedOpen_data();
     void failedOpen();
-    void createsMissingDirectories();
     void tapsSeeAcceptedRecordsOfAllLoggers();
     void tapMayLogAndRemoveAnotherTap();
     void callbackWriterGetsFormattedLines();
@@ -118,7 +109,17 @@ private Q_SLOTS:
     void consoleWriterWritesToStandardError();
     void deleteLaterReleasesLogger();
     void instanceIsOnePerName();
+
+private:
+    QString path(const char* name) const { return m_dir->filePath(QString::fromLatin1(name)); }
+    std::unique_ptr<QTemporaryDir> m_dir;
 };
+
+void tst_Logbus::init()
+{
+    m_dir.reset(new QTemporaryDir);
+    QVERIFY(m_dir->isValid());
+}
 
 void tst_Logbus::priorityFilter_data()
 {
@@ -127,12 +128,8 @@ void tst_Logbus::priorityFilter_data()
     QTest::addColumn<bool>("accepted");
 
     QTest::newRow("raw data at 10000") << 10000 << -1 << true;
-    QTest::newRow("error at 10000") << 10000 << 10 << true;
-    QTest::newRow("warning at 10000") << 10000 << 100 << true;
-    QTest::newRow("notable at 10000") << 10000 << 1000 << true;
     QTest::newRow("detail at 10000") << 10000 << 10000 << true;
     QTest::newRow("one above 10000") << 10000 << 10001 << false;
-    QTest::newRow("traffic at 10000") << 10000 << 100000 << false;
     QTest::newRow("error at 10") << 10 << 10 << true;
     QTest::newRow("warning at 10") << 10 << 50 << false;
     QTest::newRow("raw data below it") << -2 << -1 << false;
@@ -144,19 +141,16 @@ void tst_Logbus::priorityFilter()
     QFETCH(int, priority);
     QFETCH(bool, accepted);
 
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("log.txt"));
-    Recorder recorder;
-    auto logger = fileLogger(QStringLiteral("filter"), path);
+    Recorder recorder(QStringLiteral("filter"));
+    auto logger = fileLogger(QStringLiteral("filter"), path("log.txt"));
     QVERIFY(logger);
     logger->setVerbosityAcceptedLevel(level);
 
-    *logger << LGBS::LogMessagePriorityType(priority) << "streamed" << QVariant(5) << LGBS::endl;
+    *logger << p(priority) << "streamed" << QVariant(5) << LGBS::endl;
     logger->log(priority, QStringLiteral("whole"));
 
-    const QStringList lines = fileLines(path);
-    const QList<LogRecord> records = recorder.of(QStringLiteral("filter"));
+    const QStringList lines = fileLines(path("log.txt"));
+    const QList<LogRecord> records = recorder.records();
     if (!accepted) {
         QVERIFY2(lines.isEmpty(), qPrintable(lines.join(QLatin1Char('\n'))));
         QVERIFY(records.isEmpty());
@@ -177,7 +171,6 @@ void tst_Logbus::lineLayout_data()
     QTest::addColumn<QString>("stampPattern");
 
     QTest::newRow("date and milliseconds") << QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz") << kStamp;
-    QTest::newRow("time only") << QStringLiteral("hh:mm:ss") << QStringLiteral(R"(\d{2}:\d{2}:\d{2})");
     QTest::newRow("compact with literal")
         << QStringLiteral("yyyyMMdd'T'hhmmss") << QStringLiteral(R"(\d{8}T\d{6})");
 }
@@ -187,26 +180,19 @@ void tst_Logbus::lineLayout()
     QFETCH(QString, format);
     QFETCH(QString, stampPattern);
 
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("telvixLog.txt"));
+    const QString file = path("telvixLog.txt");
     Logbus* bus = freshBus();
     bus->setTimeStampFormat(format);
     QCOMPARE(bus->timeStampFormat(), format);
-
-    int result = -1;
-    std::unique_ptr<Logger> named(
-        bus->createFileLogger(QStringLiteral("Telvix"), path, WriterConfig(), result));
-    QCOMPARE(result, Logbus::DEFAULT_OK);
+    auto named = fileLogger(QStringLiteral("Telvix"), file, WriterConfig(), bus);
+    auto plain = fileLogger(QStringLiteral("Plain"), file, WriterConfig(), bus);
+    QVERIFY(named && plain);
     named->setModuleName(QStringLiteral("TELVIX"));
-    std::unique_ptr<Logger> plain(
-        bus->createFileLogger(QStringLiteral("Plain"), path, WriterConfig(), result));
-    QCOMPARE(result, Logbus::DEFAULT_OK);
 
-    *named << LGBS::LogMessagePriorityType(1000) << "Thread started" << QVariant(5) << LGBS::endl;
-    *plain << LGBS::LogMessagePriorityType(-1) << "<raw/>" << LGBS::endl;
+    *named << p(1000) << "Thread started" << QVariant(5) << LGBS::endl;
+    *plain << p(-1) << "<raw/>" << LGBS::endl;
 
-    const QStringList lines = fileLines(path);
+    const QStringList lines = fileLines(file);
     QCOMPARE(lines.size(), 2);
     const QRegularExpression first(
         QStringLiteral("^(%1) \\[TELVIX\\] 1000 Thread started 5$").arg(stampPattern));
@@ -224,15 +210,13 @@ void tst_Logbus::streamItems_data()
     QTest::addColumn<int>("priority");
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("text and variant") << Streamer([](Logger& l) { l << p(1000) << "text" << QVariant(5); })
-                                      << 1000 << QStringLiteral("text 5");
     QTest::newRow("numbers") << Streamer([](Logger& l) {
         l << p(10) << 7 << -3L << 42UL << 1234567890123LL << 3u << 18446744073709551615ULL << 2.5;
     }) << 10 << QStringLiteral("7 -3 42 1234567890123 3 18446744073709551615 2.5");
     QTest::newRow("text types") << Streamer([](Logger& l) {
         l << p(100) << QStringLiteral("str") << QLatin1String("lat") << QByteArray("bytes") << 'c'
-          << QChar(0x00e9) << true << false;
-    }) << 100 << QStringLiteral("str lat bytes c \u00e9 true false");
+          << QChar(0x00e9) << true << false << "Grüße";
+    }) << 100 << QStringLiteral("str lat bytes c \u00e9 true false Grüße");
     QTest::newRow("variants") << Streamer([](Logger& l) {
         l << p(1000) << QVariant(QStringList {QStringLiteral("x"), QStringLiteral("y")}) << QVariant()
           << QVariant(QStringLiteral("s")) << QVariant(2.25) << QVariant(QByteArray("raw"));
@@ -255,9 +239,6 @@ void tst_Logbus::streamItems_data()
     QTest::newRow("flush leaves the line open")
         << Streamer([](Logger& l) { l << p(1000) << "before" << LGBS::flush << "after"; }) << 1000
         << QStringLiteral("before after");
-    QTest::newRow("non-latin text") << Streamer([](Logger& l) {
-        l << p(1000) << "Grüße" << QStringLiteral("ğ");
-    }) << 1000 << QStringLiteral("Grüße ğ");
 }
 
 void tst_Logbus::streamItems()
@@ -266,23 +247,20 @@ void tst_Logbus::streamItems()
     QFETCH(int, priority);
     QFETCH(QString, text);
 
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("items.log"));
-    Recorder recorder;
-    auto logger = fileLogger(QStringLiteral("items"), path);
+    Recorder recorder(QStringLiteral("items"));
+    auto logger = fileLogger(QStringLiteral("items"), path("items.log"));
     QVERIFY(logger);
 
     *logger << LGBS::endl; // nothing started: writes nothing
     stream(*logger);
-    QVERIFY(recorder.of(QStringLiteral("items")).isEmpty());
+    QVERIFY(recorder.records().isEmpty());
     *logger << LGBS::endl;
 
-    const QList<LogRecord> records = recorder.of(QStringLiteral("items"));
+    const QList<LogRecord> records = recorder.records();
     QCOMPARE(records.size(), 1);
     QCOMPARE(records.at(0).priority, priority);
     QCOMPARE(records.at(0).text, text);
-    const QStringList lines = fileLines(path);
+    const QStringList lines = fileLines(path("items.log"));
     QCOMPARE(lines.size(), 1);
     QVERIFY2(lines.at(0).endsWith(QStringLiteral("[items] %1 %2").arg(priority).arg(text)),
              qPrintable(lines.at(0)));
@@ -290,23 +268,19 @@ void tst_Logbus::streamItems()
 
 void tst_Logbus::halfLinesStayWithTheirThread()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    Recorder recorder;
-    auto logger = fileLogger(QStringLiteral("halves"), dir.filePath(QStringLiteral("h.log")));
+    Recorder recorder(QStringLiteral("halves"));
+    auto logger = fileLogger(QStringLiteral("halves"), path("h.log"));
     QVERIFY(logger);
 
-    *logger << LGBS::LogMessagePriorityType(1000) << "main"
-            << "first";
+    *logger << p(1000) << "main" << QStringLiteral("first");
     std::thread worker([&logger] {
-        *logger << LGBS::LogMessagePriorityType(10) << "worker"
-                << "whole" << LGBS::endl;
-        *logger << LGBS::LogMessagePriorityType(10) << "worker left open";
+        *logger << p(10) << "worker" << QStringLiteral("whole") << LGBS::endl;
+        *logger << p(10) << "worker left open";
     });
     worker.join();
     *logger << "second" << LGBS::endl;
 
-    const QList<LogRecord> records = recorder.of(QStringLiteral("halves"));
+    const QList<LogRecord> records = recorder.records();
     QCOMPARE(records.size(), 2);
     QCOMPARE(records.at(0).text, QStringLiteral("worker whole"));
     QCOMPARE(records.at(0).priority, 10);
@@ -316,13 +290,9 @@ void tst_Logbus::halfLinesStayWithTheirThread()
 
 void tst_Logbus::sharedFileFromSeveralThreads()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    // Two spellings of one path must still give one shared writer.
-    const QString path = dir.filePath(QStringLiteral("logs/shared.log"));
-    const QString otherSpelling = dir.filePath(QStringLiteral("logs/./shared.log"));
-    auto alpha = fileLogger(QStringLiteral("alpha"), path);
-    auto beta = fileLogger(QStringLiteral("beta"), otherSpelling);
+    // Missing directories are created; two spellings of one path give one shared writer.
+    auto alpha = fileLogger(QStringLiteral("alpha"), path("logs/deeper/shared.log"));
+    auto beta = fileLogger(QStringLiteral("beta"), path("logs/./deeper/shared.log"));
     QVERIFY(alpha && beta);
     alpha->setModuleName(QStringLiteral("ALPHA"));
     beta->setModuleName(QStringLiteral("BETA"));
@@ -335,14 +305,14 @@ void tst_Logbus::sharedFileFromSeveralThreads()
         threads.emplace_back([logger, t] {
             const QString payload(40, QLatin1Char(char('a' + t)));
             for (int i = 0; i < kLines; ++i)
-                *logger << LGBS::LogMessagePriorityType(1000) << "thread" << t << "line" << i << "payload"
-                        << payload << "end" << LGBS::endl;
+                *logger << p(1000) << "thread" << t << "line" << i << "payload" << payload << "end"
+                        << LGBS::endl;
         });
     }
     for (auto& thread : threads)
         thread.join();
 
-    const QStringList lines = fileLines(path);
+    const QStringList lines = fileLines(path("logs/deeper/shared.log"));
     QCOMPARE(lines.size(), kThreads * kLines);
     const QRegularExpression re(
         QStringLiteral("^%1 \\[(ALPHA|BETA)\\] 1000 thread (\\d) line (\\d+) payload ([a-z]{40}) end$")
@@ -356,8 +326,7 @@ void tst_Logbus::sharedFileFromSeveralThreads()
         QCOMPARE(m.captured(1), QString::fromLatin1(t % 2 ? "BETA" : "ALPHA"));
         QCOMPARE(m.captured(4), QString(40, QLatin1Char(char('a' + t))));
         // Each thread's lines arrive whole and in the order it wrote them.
-        QCOMPARE(m.captured(3).toInt(), next[t]);
-        ++next[t];
+        QCOMPARE(m.captured(3).toInt(), next[t]++);
     }
     for (int t = 0; t < kThreads; ++t)
         QCOMPARE(next[t], kLines);
@@ -365,31 +334,23 @@ void tst_Logbus::sharedFileFromSeveralThreads()
 
 void tst_Logbus::rotationKeepsConfiguredCount()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     constexpr qint64 kLimit = 2048;
-    constexpr int kKept = 3;
     constexpr int kLines = 400;
-    const QString path = dir.filePath(QStringLiteral("rot.log"));
     // Two loggers on one path: rotation must see the size of both.
-    auto first = fileLogger(QStringLiteral("first"), path, WriterConfig(kLimit, kKept));
-    auto second = fileLogger(QStringLiteral("second"), path, WriterConfig(kLimit, kKept));
+    auto first = fileLogger(QStringLiteral("first"), path("rot.log"), WriterConfig(kLimit, 3));
+    auto second = fileLogger(QStringLiteral("second"), path("rot.log"), WriterConfig(kLimit, 3));
     QVERIFY(first && second);
     for (int i = 0; i < kLines; ++i)
-        *(i % 2 ? second : first) << LGBS::LogMessagePriorityType(1000) << "seq" << i
-                                  << QString(30, QLatin1Char('.')) << LGBS::endl;
+        *(i % 2 ? second : first) << p(1000) << "seq" << i << QString(30, QLatin1Char('.')) << LGBS::endl;
 
-    const QStringList files = QDir(dir.path()).entryList(QDir::Files, QDir::Name);
-    QCOMPARE(files,
-             (QStringList {QStringLiteral("rot.1.log"), QStringLiteral("rot.2.log"),
-                           QStringLiteral("rot.3.log"), QStringLiteral("rot.log")}));
-
-    // Oldest first: the kept files hold the last lines without a gap.
+    const QStringList oldestFirst = {QStringLiteral("rot.3.log"), QStringLiteral("rot.2.log"),
+                                     QStringLiteral("rot.1.log"), QStringLiteral("rot.log")};
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files, QDir::Name).size(), 4);
+    // The kept files hold the last lines without a gap.
     QList<int> seqs;
     const QRegularExpression re(QStringLiteral("\\] 1000 seq (\\d+) \\.{30}$"));
-    for (const QString& name : {QStringLiteral("rot.3.log"), QStringLiteral("rot.2.log"),
-                                QStringLiteral("rot.1.log"), QStringLiteral("rot.log")}) {
-        const QString file = dir.filePath(name);
+    for (const QString& name : oldestFirst) {
+        const QString file = m_dir->filePath(name);
         QVERIFY2(QFileInfo(file).size() <= kLimit, qPrintable(name));
         const QStringList lines = fileLines(file);
         QVERIFY2(!lines.isEmpty(), qPrintable(name));
@@ -412,17 +373,14 @@ void tst_Logbus::failedOpen_data()
     QTest::addColumn<int>("maxFiles");
     QTest::addColumn<int>("expected");
 
+    const int open = Logbus::ERROR_OPEN_FILE;
+    const int bad = Logbus::ERROR_BAD_ARGUMENT;
     QTest::newRow("below a regular file")
-        << QStringLiteral("blocker/sub/log.txt") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("file is a regular file's child")
-        << QStringLiteral("blocker/log.txt") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("path is a directory")
-        << QStringLiteral("adir") << qint64(1024) << 2 << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("directory without size limit")
-        << QStringLiteral("adir") << qint64(0) << 2 << Logbus::ERROR_OPEN_FILE;
-    QTest::newRow("empty path") << QString() << qint64(1024) << 2 << Logbus::ERROR_BAD_ARGUMENT;
-    QTest::newRow("negative rotation count")
-        << QStringLiteral("ok.log") << qint64(1024) << -1 << Logbus::ERROR_BAD_ARGUMENT;
+        << QStringLiteral("blocker/sub/log.txt") << qint64(1024) << 2 << open;
+    QTest::newRow("path is a directory") << QStringLiteral("adir") << qint64(1024) << 2 << open;
+    QTest::newRow("directory without size limit") << QStringLiteral("adir") << qint64(0) << 2 << open;
+    QTest::newRow("empty path") << QString() << qint64(1024) << 2 << bad;
+    QTest::newRow("negative rotation count") << QStringLiteral("ok.log") << qint64(1024) << -1 << bad;
 }
 
 void tst_Logbus::failedOpen()
@@ -432,41 +390,24 @@ void tst_Logbus::failedOpen()
     QFETCH(int, maxFiles);
     QFETCH(int, expected);
 
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    QFile blocker(dir.filePath(QStringLiteral("blocker")));
+    QFile blocker(path("blocker"));
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("adir")));
+    QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("adir")));
 
-    const QString path = relativePath.isEmpty() ? QString() : dir.filePath(relativePath);
+    const QString file = relativePath.isEmpty() ? QString() : m_dir->filePath(relativePath);
     int result = Logbus::DEFAULT_OK;
     std::unique_ptr<Logger> logger(
-        freshBus()->createFileLogger(QStringLiteral("bad"), path, WriterConfig(maxSize, maxFiles), result));
+        freshBus()->createFileLogger(QStringLiteral("bad"), file, WriterConfig(maxSize, maxFiles), result));
     QVERIFY(!logger);
     QCOMPARE(result, expected);
     QVERIFY(QFileInfo(blocker.fileName()).isFile());
 }
 
-void tst_Logbus::createsMissingDirectories()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("msgDump/deeper/telvixMsg.log"));
-    auto logger = fileLogger(QStringLiteral("deep"), path);
-    QVERIFY(logger);
-    logger->log(1000, QStringLiteral("hello"));
-    const QStringList lines = fileLines(path);
-    QCOMPARE(lines.size(), 1);
-    QVERIFY(lines.at(0).endsWith(QStringLiteral("[deep] 1000 hello")));
-}
-
 void tst_Logbus::tapsSeeAcceptedRecordsOfAllLoggers()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    auto one = fileLogger(QStringLiteral("tap one"), dir.filePath(QStringLiteral("one.log")));
-    auto two = fileLogger(QStringLiteral("tap two"), dir.filePath(QStringLiteral("two.log")));
+    auto one = fileLogger(QStringLiteral("tap one"), path("one.log"));
+    auto two = fileLogger(QStringLiteral("tap two"), path("two.log"));
     QVERIFY(one && two);
     one->setModuleName(QStringLiteral("ONE"));
     one->setVerbosityAcceptedLevel(10000);
@@ -486,8 +427,8 @@ void tst_Logbus::tapsSeeAcceptedRecordsOfAllLoggers()
     });
     QVERIFY(id != counter);
 
-    *one << LGBS::LogMessagePriorityType(10) << "from one" << LGBS::endl;
-    *one << LGBS::LogMessagePriorityType(100000) << "dropped" << LGBS::endl;
+    *one << p(10) << "from one" << LGBS::endl;
+    *one << p(100000) << "dropped" << LGBS::endl;
     std::thread worker([&two] { two->log(-1, QStringLiteral("<from two/>")); });
     worker.join();
 
@@ -510,9 +451,7 @@ void tst_Logbus::tapsSeeAcceptedRecordsOfAllLoggers()
 
 void tst_Logbus::tapMayLogAndRemoveAnotherTap()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    auto logger = fileLogger(QStringLiteral("tap inner"), dir.filePath(QStringLiteral("inner.log")));
+    auto logger = fileLogger(QStringLiteral("tap inner"), path("inner.log"));
     QVERIFY(logger);
 
     QStringList firstSeen;
@@ -533,28 +472,22 @@ void tst_Logbus::tapMayLogAndRemoveAnotherTap()
             secondSeen << r.text;
     });
 
-    logger->log(1000, QStringLiteral("plain"));
-    logger->log(1000, QStringLiteral("trigger"));
-    logger->log(1000, QStringLiteral("after"));
+    for (const char* text : {"plain", "trigger", "after"})
+        logger->log(1000, QString::fromLatin1(text));
     Logbus::removeTap(first);
 
     QCOMPARE(firstSeen,
              (QStringList {QStringLiteral("plain"), QStringLiteral("trigger"),
                            QStringLiteral("logged from a tap"), QStringLiteral("after")}));
     QCOMPARE(secondSeen, QStringList {QStringLiteral("plain")});
-    QCOMPARE(fileLines(dir.filePath(QStringLiteral("inner.log"))).size(), 4);
+    QCOMPARE(fileLines(path("inner.log")).size(), 4);
 }
 
 void tst_Logbus::callbackWriterGetsFormattedLines()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("cb.log"));
     Logbus* bus = freshBus();
-    int result = -1;
-    std::unique_ptr<Logger> first(bus->createFileLogger(QStringLiteral("cb1"), path, WriterConfig(), result));
-    std::unique_ptr<Logger> second(
-        bus->createFileLogger(QStringLiteral("cb2"), path, WriterConfig(), result));
+    auto first = fileLogger(QStringLiteral("cb1"), path("cb.log"), WriterConfig(), bus);
+    auto second = fileLogger(QStringLiteral("cb2"), path("cb.log"), WriterConfig(), bus);
     QVERIFY(first && second);
 
     QStringList received;
@@ -566,11 +499,11 @@ void tst_Logbus::callbackWriterGetsFormattedLines()
     bus->addWriterToLogger(second.get(), LogWriter(writer));
     bus->addWriterToLogger(second.get(), LogWriter()); // invalid: ignored
 
-    *first << LGBS::LogMessagePriorityType(1000) << "one" << LGBS::endl;
+    *first << p(1000) << "one" << LGBS::endl;
     second->log(10, QStringLiteral("two"));
     first->log(100000, QStringLiteral("three"));
 
-    QCOMPARE(received, fileLines(path));
+    QCOMPARE(received, fileLines(path("cb.log")));
     QCOMPARE(received.size(), 3);
     QVERIFY(received.at(1).endsWith(QStringLiteral("[cb2] 10 two")));
 }
@@ -586,9 +519,7 @@ void tst_Logbus::consoleWriterWritesToStandardError()
 {
     QFETCH(bool, colours);
 
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    auto logger = fileLogger(QStringLiteral("console"), dir.filePath(QStringLiteral("c.log")));
+    auto logger = fileLogger(QStringLiteral("console"), path("c.log"));
     QVERIFY(logger);
     int result = -1;
     const LGBS::ConsoleColorScheme scheme
@@ -599,7 +530,7 @@ void tst_Logbus::consoleWriterWritesToStandardError()
 
     // Standard error goes to a file for the time of the test; it is not a
     // terminal, so no colour codes may appear.
-    const QString errPath = dir.filePath(QStringLiteral("stderr.txt"));
+    const QString errPath = path("stderr.txt");
     fflush(stderr);
     const int saved = ::dup(STDERR_FILENO);
     const int fd = ::open(QFile::encodeName(errPath).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -607,7 +538,7 @@ void tst_Logbus::consoleWriterWritesToStandardError()
     ::dup2(fd, STDERR_FILENO);
     ::close(fd);
     for (int priority : {-1, 10, 50, 100, 1000, 10000})
-        *logger << LGBS::LogMessagePriorityType(priority) << "console line" << priority << LGBS::endl;
+        *logger << p(priority) << "console line" << priority << LGBS::endl;
     logger->flush();
     fflush(stderr);
     ::dup2(saved, STDERR_FILENO);
@@ -624,31 +555,27 @@ void tst_Logbus::consoleWriterWritesToStandardError()
 
 void tst_Logbus::deleteLaterReleasesLogger()
 {
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("later.log"));
     int result = -1;
     QPointer<Logger> logger
-        = freshBus()->createFileLogger(QStringLiteral("later"), path, WriterConfig(), result);
+        = freshBus()->createFileLogger(QStringLiteral("later"), path("later.log"), WriterConfig(), result);
     QVERIFY(logger);
     // The library drops every connection of a logger before letting it go.
     int destroyedSeen = 0;
     connect(logger, &QObject::destroyed, this, [&destroyedSeen] { ++destroyedSeen; });
     QVERIFY(QObject::disconnect(logger, nullptr, nullptr, nullptr));
-    *logger << LGBS::LogMessagePriorityType(1000) << "before deletion" << LGBS::endl;
+    *logger << p(1000) << "before deletion" << LGBS::endl;
     // A half line left behind must not reach the next logger.
-    *logger << LGBS::LogMessagePriorityType(1000) << "half";
+    *logger << p(1000) << "half";
     logger->flush();
     logger->deleteLater();
     QTRY_VERIFY(logger.isNull());
     QCOMPARE(destroyedSeen, 0);
 
-    std::unique_ptr<Logger> again(
-        freshBus()->createFileLogger(QStringLiteral("later"), path, WriterConfig(), result));
-    QCOMPARE(result, Logbus::DEFAULT_OK);
+    auto again = fileLogger(QStringLiteral("later"), path("later.log"));
+    QVERIFY(again);
     *again << "whole" << LGBS::endl;
 
-    const QStringList lines = fileLines(path);
+    const QStringList lines = fileLines(path("later.log"));
     QCOMPARE(lines.size(), 2);
     QVERIFY(lines.at(0).endsWith(QStringLiteral("[later] 1000 before deletion")));
     QVERIFY(lines.at(1).endsWith(QStringLiteral("[later] 10000 whole")));
