@@ -141,13 +141,12 @@ void TestLoginMessages::loginRequestBody()
     // Exactly the body a server receives, in the request family, text escaped.
     QVERIFY(xml.startsWith(QLatin1String("<SRNT><API>")));
     QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("API")), QStringLiteral("5.7"));
-    QCOMPARE(
-        requestBody(xml),
-        QStringLiteral("<Login><User>a&amp;b</User><PWD>s&lt;3&gt;</PWD><Domain>acme.example</Domain>"
-                       "<OSType>Linux</OSType><OSVersion>6.1.0</OSVersion><SwType>desk</SwType>"
-                       "<SwVersion>4.5.6</SwVersion>"
-                       "<DeviceUuid>{0b9c6a52-3d1e-4f0a-8f3e-1c2d3e4f5a6b}</DeviceUuid>"
-                       "<Capabilities>atnd_cti</Capabilities></Login>"));
+    QCOMPARE(requestBody(xml),
+             QStringLiteral("<Login><User>a&amp;b</User><PWD>s&lt;3&gt;</PWD><Domain>acme.example</Domain>"
+                            "<OSType>Linux</OSType><OSVersion>6.1.0</OSVersion><SwType>desk</SwType>"
+                            "<SwVersion>4.5.6</SwVersion>"
+                            "<DeviceUuid>{0b9c6a52-3d1e-4f0a-8f3e-1c2d3e4f5a6b}</DeviceUuid>"
+                            "<Capabilities>atnd_cti</Capabilities></Login>"));
     QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("PWD")), msg.password);
     QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, QStringLiteral("User")), msg.user);
 }
