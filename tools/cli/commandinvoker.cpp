@@ -122,30 +122,30 @@ bool CommandInvoker::convertArguments(const QMetaMethod& method, const QJsonArra
 
 CommandInvoker::Result CommandInvoker::invoke(const QString& name, const QJsonArray& args) const
 {
-    Result result;
-    const QVector<QMetaMethod> methods = candidates(name, args.size(), &result.error);
-    for (const QMetaMethod& method : methods) {
-        QVariantList values;
-        QString why;
-        if (convertArguments(method, args, &values, &why))
-            return call(method, values);
-        if (method == methods.first())
-            result.error = why;
-    }
-    return result;
+    return invokeFirstFitting(name, args.size(), [&args](const QMetaMethod&) { return args; });
 }
 
 CommandInvoker::Result CommandInvoker::invokeWords(const QString& name, const QStringList& words) const
 {
-    Result result;
-    const QVector<QMetaMethod> methods = candidates(name, words.size(), &result.error);
-    for (const QMetaMethod& method : methods) {
+    // A word becomes JSON by the type of the parameter it is meant for, so
+    // each overload gets its own reading.
+    return invokeFirstFitting(name, words.size(), [&words](const QMetaMethod& method) {
         QJsonArray args;
         for (int i = 0; i < words.size(); ++i)
             args.append(wordToJson(words.at(i), parameterTypeId(method, i)));
+        return args;
+    });
+}
+
+CommandInvoker::Result CommandInvoker::invokeFirstFitting(
+    const QString& name, int argCount, const std::function<QJsonArray(const QMetaMethod&)>& argsFor) const
+{
+    Result result;
+    const QVector<QMetaMethod> methods = candidates(name, argCount, &result.error);
+    for (const QMetaMethod& method : methods) {
         QVariantList values;
         QString why;
-        if (convertArguments(method, args, &values, &why))
+        if (convertArguments(method, argsFor(method), &values, &why))
             return call(method, values);
         if (method == methods.first())
             result.error = why;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include <QJsonArray>
 #include <QJsonValue>
 #include <QMetaMethod>
@@ -56,6 +58,10 @@ private:
     bool convertArguments(const QMetaMethod& method, const QJsonArray& args, QVariantList* values,
                           QString* error) const;
     Result call(const QMetaMethod& method, const QVariantList& values) const;
+    /// Calls the first overload of `name` with `argCount` parameters whose
+    /// arguments, as `argsFor` gives them, convert.
+    Result invokeFirstFitting(const QString& name, int argCount,
+                              const std::function<QJsonArray(const QMetaMethod&)>& argsFor) const;
 
     QObject* m_target;
     QVector<QMetaMethod> m_methods;
