@@ -24,18 +24,46 @@ QString EMPTYTAG(const QString& name)
 }
 
 namespace {
-// The envelope's timestamp is UTC by convention. Reading it straight as UTC
-// keeps the local time zone (and its file lookups) out of every message.
+int digitsAt(const QString& text, int from, int count)
+{
+    int value = 0;
+    for (int i = from; i < from + count; ++i) {
+        const ushort c = text.at(i).unicode();
+        if (c < '0' || c > '9')
+            return -1;
+        value = value * 10 + (c - '0');
+    }
+    return value;
+}
+
+// The envelope's timestamp is UTC by convention. Qt's format parser goes
+// through local time (and the time-zone file) on every call, which showed in
+// the cost of each message; the canonical form is therefore read directly
+// and anything else is left to the format parser.
 QDateTime parseUtcTimestamp(const QString& text)
 {
     // "yyyy-MM-ddTHH:mm:ss.zzz"
-    if (text.size() < 12 || text.at(10) != QLatin1Char('T'))
-        return QDateTime(QDate(), QTime(), Qt::UTC);
-    const QDate date = QDate::fromString(text.left(10), QStringLiteral("yyyy-MM-dd"));
-    const QTime time = QTime::fromString(text.mid(11), QStringLiteral("HH:mm:ss.zzz"));
-    if (!date.isValid() || !time.isValid())
-        return QDateTime(QDate(), QTime(), Qt::UTC);
-    return QDateTime(date, time, Qt::UTC);
+    static const char shape[] = "dddd-dd-ddTdd:dd:dd.ddd";
+    bool canonical = text.size() == int(sizeof(shape) - 1);
+    for (int i = 0; canonical && i < text.size(); ++i) {
+        if (shape[i] != 'd' && text.at(i) != QLatin1Char(shape[i]))
+            canonical = false;
+    }
+    if (canonical) {
+        const int year = digitsAt(text, 0, 4), month = digitsAt(text, 5, 2), day = digitsAt(text, 8, 2);
+        const int hour = digitsAt(text, 11, 2), minute = digitsAt(text, 14, 2), second = digitsAt(text, 17, 2);
+        const int msec = digitsAt(text, 20, 3);
+        if (year >= 0 && month >= 0 && day >= 0 && hour >= 0 && minute >= 0 && second >= 0 && msec >= 0) {
+            const QDate date(year, month, day);
+            const QTime time(hour, minute, second, msec);
+            if (date.isValid() && time.isValid())
+                return QDateTime(date, time, Qt::UTC);
+            return QDateTime(QDate(), QTime(), Qt::UTC);
+        }
+    }
+    QDateTime parsed = QDateTime::fromString(text, SARNET_XML::S_ISO_DATE);
+    parsed.setTimeSpec(Qt::UTC);
+    return parsed;
 }
 } // namespace
 
