@@ -11,7 +11,7 @@ PACKAGES=(
   libpugixml-dev libbenchmark-dev
   sox libsox-fmt-base
   prosody lua-unbound
-  openssl ca-certificates
+  openssl ca-certificates valgrind
   python3
 )
 
