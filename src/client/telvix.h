@@ -481,6 +481,7 @@ private Q_SLOTS:
 
 private:
     void sendLineCommand(const QString& command, const QString& lineId);
+    void sendTransferCommand(const QString& command, const QString& lineId, const QString& number);
 
 private:
     Q_DECLARE_PRIVATE(Telvix)

@@ -134,7 +134,8 @@ void Telvix::phoneCommandHangupCall(const QString& lineId)
     sendLineCommand(QStringLiteral("hangupCall"), lineId);
 }
 
-void Telvix::phoneCommandUnattendedTransfer(const QString& lineId, const QString& number)
+// Both transfers name a line and a number to transfer to.
+void Telvix::sendTransferCommand(const QString& command, const QString& lineId, const QString& number)
 {
     if (lineId.isEmpty()) {
         TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
@@ -145,23 +146,17 @@ void Telvix::phoneCommandUnattendedTransfer(const QString& lineId, const QString
         TELVIX_PHONE_REFUSE("Invalid number to transfer:" << trimmed);
         return;
     }
-    sendPlainRequest(
-        lineCommand(QStringLiteral("unattendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
+    sendPlainRequest(lineCommand(command, lineId, element(QStringLiteral("to"), trimmed)));
+}
+
+void Telvix::phoneCommandUnattendedTransfer(const QString& lineId, const QString& number)
+{
+    sendTransferCommand(QStringLiteral("unattendedTransfer"), lineId, number);
 }
 
 void Telvix::phoneCommandAttendedTransfer(const QString& lineId, const QString& number)
 {
-    if (lineId.isEmpty()) {
-        TELVIX_PHONE_REFUSE("Invalid line id:" << lineId);
-        return;
-    }
-    const QString trimmed = number.trimmed();
-    if (!isForwardable(trimmed)) {
-        TELVIX_PHONE_REFUSE("Invalid number to transfer:" << trimmed);
-        return;
-    }
-    sendPlainRequest(
-        lineCommand(QStringLiteral("attendedTransfer"), lineId, element(QStringLiteral("to"), trimmed)));
+    sendTransferCommand(QStringLiteral("attendedTransfer"), lineId, number);
 }
 
 void Telvix::phoneCommandGetDndStatus()
