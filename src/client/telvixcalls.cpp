@@ -14,19 +14,15 @@
 
 namespace {
 
-// The shape of every call-event row: parse, acknowledge whatever id was
-// found (also for an invalid message), log an invalid one, else handle it.
+// Every call-event row: the common row start, then the handler for a valid
+// message.
 template <typename Msg, typename OnValid>
 void dispatchEvent(const QString& xml, DispatchContext& ctx, Logger* logger, const char* function,
                    int invalidPriority, const char* invalidText, OnValid onValid)
 {
-    const Msg msg = Msg::parseMessage(xml);
-    ctx.ackId = msg.uuid;
-    if (!msg.success) {
-        TelvixLogLine(logger, invalidPriority, function) << invalidText;
-        return;
-    }
-    onValid(msg);
+    const Msg msg = parseRow<Msg>(xml, ctx, logger, function, InvalidWords{invalidPriority, invalidText});
+    if (msg.success)
+        onValid(msg);
 }
 
 const QString ClickToCallAccount = QStringLiteral("c2c");
