@@ -55,7 +55,11 @@ class LOGBUS_EXPORT WriterConfig
 public:
     /// 10 MiB per file, 5 rotated files.
     WriterConfig();
-    WriterConfig(qint64 maxFileSizeBytes, int maxRotatedFiles);
+    /// Limits as a configuration states them: megabytes (MiB) per file and
+    /// the number of rotated files kept.
+    WriterConfig(int maxFileSizeMiB, int maxRotatedFiles);
+    /// The same with the size in bytes, for callers that need finer limits.
+    static WriterConfig withByteLimit(qint64 maxFileSizeBytes, int maxRotatedFiles);
 
     /// A file is rotated when a line would grow it past this size (bytes);
     /// zero or less means that the file grows without limit.

@@ -235,10 +235,18 @@ WriterConfig::WriterConfig()
 {
 }
 
-WriterConfig::WriterConfig(qint64 maxFileSize, int maxRotated)
-    : maxFileSizeBytes(maxFileSize)
+WriterConfig::WriterConfig(int maxFileSizeMiB, int maxRotated)
+    : maxFileSizeBytes(qint64(maxFileSizeMiB) * 1024 * 1024)
     , maxRotatedFiles(maxRotated)
 {
+}
+
+WriterConfig WriterConfig::withByteLimit(qint64 maxFileSizeBytes, int maxRotatedFiles)
+{
+    WriterConfig config;
+    config.maxFileSizeBytes = maxFileSizeBytes;
+    config.maxRotatedFiles = maxRotatedFiles;
+    return config;
 }
 
 // ---- LogWriter ----------------------------------------------------------
