@@ -221,7 +221,7 @@ bool Telvix::shutdown()
     if (!isRunning()
         || !QMetaObject::invokeMethod(
             this, [d] { return d->shutdownOnThread(); }, Qt::BlockingQueuedConnection, &result)) {
-        qCritical() << "invoke method failed!";
+        qCritical() << Q_FUNC_INFO << "invoke method failed!";
         return false;
     }
     qDebug() << "Finished, waiting for thread to be finished...";

@@ -2,6 +2,7 @@
 
 #include "calleventmessages.h"
 #include "cdrmessages.h"
+#include "chatmessage.h"
 #include "directorymessages.h"
 #include "favoriteentry.h"
 #include "loginmessages.h"
@@ -343,6 +344,23 @@ public:
                                      const QList<int>& lostThresholds, const QString& locale,
                                      const QDateTime& start, const QDateTime& end);
 
+    // ---- local server ------------------------------------------------------
+    // A loopback TCP port on which one local application receives the
+    // library's events as XML messages.
+
+    /// Blocking. Creates and wires a new local server and starts it; the
+    /// port, 0 when listening failed, -1 when the library's thread could not
+    /// be reached. Call it once: a second call makes a second server.
+    Q_INVOKABLE int initTcpServer();
+    /// Blocking. The local server's port, 0 when there is none.
+    Q_INVOKABLE int getTcpServerPort();
+    /// Queued. Stops listening and drops the local client; the server keeps
+    /// its wiring for restartTcpServer().
+    Q_INVOKABLE bool closeTcpServer();
+    /// Blocking. Closes and restarts the local server (creating it if
+    /// needed); the port is new as a rule.
+    Q_INVOKABLE int restartTcpServer();
+
 public Q_SLOTS:
     /// Keeps the outlook phone books and republishes the contact book with
     /// their flag; they do not enter the merged book.
@@ -370,6 +388,10 @@ Q_SIGNALS:
     void sigCdrChanged(Cdr cdr);
     /// The answer to getVoicemail().
     void sigVoicemailMsgList(QList<VoicemailMessage> messages);
+    /// A voicemail message's audio was saved to `file`.
+    void sigVoicemailDownloadCompleted(QString messageId, QString messageUuid, QString file);
+    /// A rebranding package was saved to `file`.
+    void sigRebrandingDownloadCompleted(QString file);
     /// A new rebranding package waits on the server.
     void sigRebrandingPackageChanged();
     /// The voicemail counters changed or were asked for.
@@ -430,6 +452,28 @@ Q_SIGNALS:
     void sigC2cFinished(QString uid);
     /// For applications; the library never raises it.
     void sigNewParkCall(QString uid, QString num, QString name);
+
+    // ---- chat --------------------------------------------------------------
+    // Colleagues are named by extension; `sid` names a file transfer.
+    void sigChatConnected();
+    void sigChatDisconnected(QString reason);
+    /// A message received, copied from another device of the user, or the
+    /// echo of one sent (type "feedback", which carries its id).
+    void sigChatMessage(ChatMessage message);
+    void sigChatContactComposing(QString exten, QString threadId, bool composing);
+    void sigChatMessageOffline(QString exten);
+    void sigChatMessageDelivered(QString exten);
+    void sigChatMessageDisplayed(QString exten);
+    void sigChatFtRequest(QString sid, QString exten, QString fileName, QString mimeType);
+    void sigChatFtStart(QString sid);
+    void sigChatFtSent(QString sid);
+    void sigChatFtComplete(QString sid, QString filePath);
+    void sigChatVcardComplete(QString sid, QByteArray data);
+    void sigChatFtError(QString sid);
+    void sigChatFtProgress(QString sid, float progress);
+    /// Archived messages asked for with getChatHistory().
+    void sigChatHistory(QList<ChatMessage> messages);
+    void sigChatHistoryEnabled(bool enabled);
 
     // ---- desk phone --------------------------------------------------------
     // Arguments are the other party's number and name, then the phone's call id.

@@ -11,6 +11,7 @@
 
 #include <QDateTime>
 #include <QMap>
+#include <QPointer>
 #include <QSemaphore>
 #include <QString>
 #include <QTextCodec>
@@ -27,6 +28,7 @@ class SXmlMessage;
 class LoginRespMsg;
 class RedirectConnectionRespMsg;
 class SarnetDownloader;
+class ClientSocketManager;
 
 /// Everything the Telvix object holds. It lives on the library's thread
 /// after init(); nothing here is locked, confinement to that thread is the
@@ -48,6 +50,14 @@ public:
 
     void shutdownDownloads();
     void shutdownCollaborators();
+
+    // ---- local server (telvixlocalserver.cpp) ----------------------------
+    int initTcpServer();
+    int getTcpServerPort() const;
+    bool closeTcpServer();
+    int restartTcpServer();
+    void sendChatMessageEvent(const QString& who, const QString& event);
+    void shutdownLocalServer();
 
     // ---- session (telvixsession.cpp) ------------------------------------
     bool connectToServer(const QString& user, const QString& password, const QString& domain,
@@ -193,6 +203,12 @@ public:
 
     // Owned objects
     SimpleXmlParser* parser = nullptr;
+    /// The local server of the last initTcpServer(); it lives on the
+    /// library's thread and has no parent.
+    ClientSocketManager* localServer = nullptr;
+    /// Servers that a later initTcpServer() replaced: they keep running as
+    /// the application left them and are freed at shutdown.
+    QList<QPointer<ClientSocketManager>> replacedLocalServers;
 
     // Thread bookkeeping and client identity
     std::atomic<bool> threadStarted{false};

@@ -80,4 +80,7 @@ void TelvixPrivate::clearSessionIndexes()
 
 void TelvixPrivate::shutdownDownloads() { }
 
-void TelvixPrivate::shutdownCollaborators() { }
+void TelvixPrivate::shutdownCollaborators()
+{
+    shutdownLocalServer();
+}

@@ -24,13 +24,13 @@ inline bool onOwnThread(const QObject* target)
 }
 
 template <typename Body>
-bool queued(QObject* target, Body&& body, Report report = Report::OnFailure)
+bool queued(QObject* target, Body&& body, Report report = Report::OnFailure, const char* caller = "")
 {
     if (onOwnThread(target))
         return body();
     if (!QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::QueuedConnection)
         && report == Report::OnFailure) {
-        qCritical() << "invoke method failed!";
+        qCritical() << caller << "invoke method failed!";
         return false;
     }
     return true;
@@ -39,7 +39,8 @@ bool queued(QObject* target, Body&& body, Report report = Report::OnFailure)
 // A blocking hop into a thread whose event loop has ended would wait for
 // ever; such a call fails with `fallback` instead, after `onFailure`.
 template <typename R, typename Body>
-R blocking(QObject* target, Body&& body, R fallback = R(), const std::function<void()>& onFailure = {})
+R blocking(QObject* target, Body&& body, R fallback = R(), const char* caller = "",
+           const std::function<void()>& onFailure = {})
 {
     if (onOwnThread(target))
         return body();
@@ -48,7 +49,7 @@ R blocking(QObject* target, Body&& body, R fallback = R(), const std::function<v
     if (!thread || !thread->isRunning()
         || !QMetaObject::invokeMethod(target, std::forward<Body>(body), Qt::BlockingQueuedConnection,
                                       &result)) {
-        qCritical() << "invoke method failed!";
+        qCritical() << caller << "invoke method failed!";
         if (onFailure)
             onFailure();
         return fallback;
@@ -61,20 +62,23 @@ R blocking(QObject* target, Body&& body, R fallback = R(), const std::function<v
 // Public method bodies: `TELVIX_QUEUED(d->method(args));` captures the
 // arguments by value and runs the private implementation on the library's
 // thread. TELVIX_QUEUED_UNCHECKED is for the methods that always answer true.
-#define TELVIX_QUEUED(call)                                                                                   \
-    do {                                                                                                      \
-        TelvixPrivate* const d = d_func();                                                                    \
-        return TelvixHop::queued(this, [=]() -> bool { return call; });                                       \
+#define TELVIX_QUEUED(call)                                                                                  \
+    do {                                                                                                     \
+        TelvixPrivate* const d = d_func();                                                                   \
+        return TelvixHop::queued(                                                                            \
+            this, [=]() -> bool { return call; }, TelvixHop::Report::OnFailure, Q_FUNC_INFO);                \
     } while (false)
 
-#define TELVIX_QUEUED_UNCHECKED(call)                                                                         \
-    do {                                                                                                      \
-        TelvixPrivate* const d = d_func();                                                                    \
-        return TelvixHop::queued(this, [=]() -> bool { return call; }, TelvixHop::Report::Never);             \
+#define TELVIX_QUEUED_UNCHECKED(call)                                                                        \
+    do {                                                                                                     \
+        TelvixPrivate* const d = d_func();                                                                   \
+        return TelvixHop::queued(                                                                            \
+            this, [=]() -> bool { return call; }, TelvixHop::Report::Never, Q_FUNC_INFO);                    \
     } while (false)
 
-#define TELVIX_BLOCKING(type, call, fallback)                                                                 \
-    do {                                                                                                      \
-        TelvixPrivate* const d = d_func();                                                                    \
-        return TelvixHop::blocking<type>(this, [=]() -> type { return call; }, fallback);                     \
+#define TELVIX_BLOCKING(type, call, fallback)                                                                \
+    do {                                                                                                     \
+        TelvixPrivate* const d = d_func();                                                                   \
+        return TelvixHop::blocking<type>(                                                                    \
+            this, [=]() -> type { return call; }, fallback, Q_FUNC_INFO);                                    \
     } while (false)

@@ -129,7 +129,7 @@ QString Telvix::getOutboundLinePrefix()
     TelvixPrivate* const d = d_func();
     const char* const function = Q_FUNC_INFO;
     return TelvixHop::blocking<QString>(
-        this, [d] { return d->getOutboundLinePrefix(); }, QString(),
+        this, [d] { return d->getOutboundLinePrefix(); }, QString(), function,
         [d, function] { TelvixLogLine(d->logger, 10, function) << "invoke method failed!"; });
 }
 

@@ -34,6 +34,8 @@ bool LoggedInClient::start()
                               QStringLiteral("1.0"), QStringLiteral("dev-calls"), m_dir.path()));
     if (!m_client->init())
         return false;
+    if (m_beforeLogin)
+        m_beforeLogin(m_client.data());
     QSignalSpy logged(m_client.data(), &Telvix::loggedToServer);
     m_client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"),
                               m_mode, FakeCtiServer::host(), m_server.port());

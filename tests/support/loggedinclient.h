@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <functional>
+
 /// A Telvix client logged in to a FakeCtiServer over real TLS, as an
 /// application has it after connectToServer: its own thread running, the
 /// canned login answered at a chosen API version and application mode.
@@ -26,6 +28,9 @@ public:
 
     /// Feature words of the login answer; takes effect at start().
     void setFeatures(const QStringList& features) { m_features = features; }
+
+    /// Runs on the test's thread after init() and before the login starts.
+    void setBeforeLogin(std::function<void(Telvix*)> hook) { m_beforeLogin = std::move(hook); }
 
     /// Listens, starts the client and logs in; false if any step fails.
     bool start();
@@ -65,6 +70,7 @@ private:
     QString m_api;
     QString m_exten;
     QStringList m_features;
+    std::function<void(Telvix*)> m_beforeLogin;
     QTemporaryDir m_dir;
     FakeCtiServer m_server;
     QScopedPointer<Telvix> m_client;

@@ -4,6 +4,7 @@
 
 #include <QJsonArray>
 #include <QRegularExpression>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -23,6 +24,7 @@ private Q_SLOTS:
     void redirectedCallRingsTheNewParty();
     void customDirectoryWithoutBanner();
     void unknownCommandsAreAnsweredWithErrors();
+    void localServerRepublishesTheSession();
     void badOptions_data();
     void badOptions();
     void scenarioRunsStepsInOrder();
@@ -334,6 +336,50 @@ void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
     cli->send(call("isConnected", {}, 4));
     QCOMPARE(cli->takeAnswer(4).value("result"), QJsonValue(true));
     cli->send(call("quit", {}, 5));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 0);
+}
+
+void tst_CliPbxSim::localServerRepublishesTheSession()
+{
+    QVERIFY(startSimulator());
+    auto cli = startCli("1004", QString(), {"--local-server"});
+    QVERIFY(cli);
+    const QJsonObject opened = cli->take(
+        [](const QJsonObject& o) { return o.value("call").toString() == QLatin1String("initTcpServer"); });
+    QVERIFY2(opened.value("id").isNull(), qPrintable(cli->errorOutput()));
+    const int port = opened.value("result").toInt();
+    QVERIFY(port > 0);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+
+    QTcpSocket app;
+    app.connectToHost(QStringLiteral("127.0.0.1"), quint16(port));
+    QVERIFY(app.waitForConnected(5000));
+    // The library takes the connection on its own thread; until it has, a
+    // message is not for this application. Ask again until one arrives.
+    QByteArray received;
+    for (int attempt = 0; attempt < 20 && !received.contains("</ServiceStatusList>"); ++attempt) {
+        cli->send(call("getServiceStatus", {}, attempt));
+        QCOMPARE(cli->takeAnswer(attempt).value("result"), QJsonValue(true));
+        // A miss only means another attempt.
+        (void)QTest::qWaitFor(
+            [&] {
+                received += app.readAll();
+                return received.contains("</ServiceStatusList>");
+            },
+            1000);
+    }
+    QVERIFY2(received.startsWith("<SRNT><API>6.1</API><ServiceStatusList>"), received.constData());
+
+    // Logging out is told to the application as well.
+    cli->send(call("logout", {}, "out"));
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            received += app.readAll();
+            return received.contains("<Event><Logout><Reason>");
+        },
+        10000));
+    cli->send(call("quit", {}, "bye"));
     QVERIFY(cli->waitForExit());
     QCOMPARE(cli->exitCode(), 0);
 }

@@ -68,13 +68,13 @@ void CliApp::start()
     if (m_options.verifyTls)
         m_client->ignoreSslErrors(false);
     if (m_options.localServer) {
-        // Called by name: the local server is part of the public interface
-        // only in builds that have it.
-        const CommandInvoker::Result r = m_invoker->invoke(QStringLiteral("initTcpServer"), {});
-        if (r.ok)
-            m_out.printResult(QJsonValue::Null, QStringLiteral("initTcpServer"), r.value);
+        const int port = m_client->initTcpServer();
+        if (port > 0)
+            m_out.printResult(QJsonValue::Null, QStringLiteral("initTcpServer"), port);
         else
-            m_out.printError(QJsonValue::Null, QStringLiteral("--local-server: %1").arg(r.error));
+            m_out.printError(
+                QJsonValue::Null,
+                QStringLiteral("--local-server: the local server could not listen (%1)").arg(port));
     }
     CliOutput::note(QStringLiteral("connecting to %1:%2 as %3 (%4)")
                         .arg(m_options.host)

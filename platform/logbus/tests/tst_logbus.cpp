@@ -338,7 +338,8 @@ void tst_Logbus::rotationKeepsConfiguredCount()
     constexpr int kLines = 400;
     // Two loggers on one path: rotation must see the size of both.
     auto first = fileLogger(QStringLiteral("first"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
-    auto second = fileLogger(QStringLiteral("second"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
+    auto second
+        = fileLogger(QStringLiteral("second"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
     QVERIFY(first && second);
     for (int i = 0; i < kLines; ++i)
         *(i % 2 ? second : first) << p(1000) << "seq" << i << QString(30, QLatin1Char('.')) << LGBS::endl;
@@ -397,8 +398,8 @@ void tst_Logbus::failedOpen()
 
     const QString file = relativePath.isEmpty() ? QString() : m_dir->filePath(relativePath);
     int result = Logbus::DEFAULT_OK;
-    std::unique_ptr<Logger> logger(
-        freshBus()->createFileLogger(QStringLiteral("bad"), file, WriterConfig::withByteLimit(maxSize, maxFiles), result));
+    std::unique_ptr<Logger> logger(freshBus()->createFileLogger(
+        QStringLiteral("bad"), file, WriterConfig::withByteLimit(maxSize, maxFiles), result));
     QVERIFY(!logger);
     QCOMPARE(result, expected);
     QVERIFY(QFileInfo(blocker.fileName()).isFile());
