@@ -361,6 +361,21 @@ public:
     /// needed); the port is new as a rule.
     Q_INVOKABLE int restartTcpServer();
 
+    // ---- downloads ---------------------------------------------------------
+    // Each download asks for an access token and fetches its file over a
+    // connection of its own. Failures are not reported: the completion
+    // signal just does not come.
+
+    /// Saves the audio of voicemail message `id` as "<uuid>.wav" (PCM) in
+    /// `folder`; blanks and slashes of `uuid` become "_". Answer:
+    /// sigVoicemailDownloadCompleted().
+    Q_INVOKABLE bool downloadVoicemailMessage(const QString& id, const QString& uuid, const QString& folder);
+    /// Fetches the rebranding package into `folder` as "assets.zip", telling
+    /// the server the MD5 of the copy at hand (empty: none). When the server
+    /// holds no package, the file is removed. Answer:
+    /// sigRebrandingDownloadCompleted().
+    Q_INVOKABLE bool downloadRebrandingPackage(const QString& lastMd5, const QString& folder);
+
 public Q_SLOTS:
     /// Keeps the outlook phone books and republishes the contact book with
     /// their flag; they do not enter the merged book.

@@ -162,6 +162,18 @@ public:
     /// downloader, or null for the application's requestAccessToken().
     QList<SarnetDownloader*> downloaders;
 
+    // ---- downloads (telvixdownloads.cpp) --------------------------------
+    bool downloadVoicemailMessage(const QString& id, const QString& uuid, const QString& folder);
+    bool downloadRebrandingPackage(const QString& lastMd5, const QString& folder);
+    /// Wires a new downloader's end signals and queues it for a token.
+    void queueDownloader(SarnetDownloader* downloader);
+    void onVoicemailDownloadCompleted(SarnetDownloader* downloader);
+    void onRebrandingDownloadCompleted(SarnetDownloader* downloader);
+    /// Disconnects, closes and releases a downloader whose download ended.
+    void destroyDownloader(SarnetDownloader* downloader);
+    /// Downloaders that got their token and are still running.
+    QList<SarnetDownloader*> runningDownloaders;
+
     Telvix* const q_ptr;
 
     // Session

@@ -1,5 +1,6 @@
 // The session's optional collaborators: local store, chat client, local
 // server and downloaders. Each may be absent; the session runs without them.
+#include "sarnetdownloader.h"
 #include "telvix_p.h"
 
 void TelvixPrivate::openLocalStore()
@@ -60,10 +61,13 @@ bool TelvixPrivate::persistCdr(Cdr& entries)
 
 void TelvixPrivate::startDownloader(SarnetDownloader* downloader, const QString& token)
 {
-    // Downloads are not part of this build yet, so nothing queues a
-    // downloader and the token queue holds only the application's requests.
-    Q_UNUSED(downloader)
-    Q_UNUSED(token)
+    // A download connects to the server of the session, which is where the
+    // token is valid.
+    downloader->serverAddress = serverAddress;
+    downloader->serverPort = serverPort;
+    downloader->token = token;
+    runningDownloaders.append(downloader);
+    downloader->start();
 }
 
 void TelvixPrivate::startChatAfterExtenList()
@@ -78,7 +82,21 @@ void TelvixPrivate::clearSessionIndexes()
     clearPeerIndexes();
 }
 
-void TelvixPrivate::shutdownDownloads() { }
+void TelvixPrivate::shutdownDownloads()
+{
+    // Downloaders still waiting for a token, then those under way; the null
+    // entries are the application's own token requests.
+    const QList<SarnetDownloader*> all = downloaders + runningDownloaders;
+    for (SarnetDownloader* downloader : all) {
+        if (!downloader)
+            continue;
+        QObject::disconnect(downloader, nullptr, nullptr, nullptr);
+        downloader->abort();
+        downloader->deleteLater();
+    }
+    downloaders.clear();
+    runningDownloaders.clear();
+}
 
 void TelvixPrivate::shutdownCollaborators()
 {
