@@ -54,6 +54,8 @@ cat <<INTRO
 ================================================================================
 INTRO
 
+mkdir "$work/voicemail"
+
 # The commands, as a person would type them. waitFor holds the next command
 # until the library raises that signal.
 timeout 180 "$CLI" --user 1000 --password 1000 --server "127.0.0.1:$port" --mode srnt_mobile \
@@ -91,7 +93,12 @@ echo "### Anna's phone answers; the customer talks, then hangs up:"
 waitFor sigAnsweredCall
 waitFor sigFinishedCall
 wait $PACE
-echo "### 5. Anna logs out."
+echo "### 5. Anna fetches her newest voicemail message (id 1000-1; the second word names the file)."
+echo "### The simulator sends GSM audio on a connection of its own; the library saves a PCM wave:"
+downloadVoicemailMessage 1000-1 newest-message $work/voicemail
+waitFor sigVoicemailDownloadCompleted
+wait $PACE
+echo "### 6. Anna logs out."
 logout
 waitFor disconnectedFromServer
 COMMANDS
@@ -105,9 +112,12 @@ echo "==========================================================================
 missing=()
 for expected in "loggedToServer details=" "sigExtenStatusMapChanged" "sigCdrChanged" \
   "sigStartingCall" "sigAnsweredCall" "sigFinishedCall" "sigIncomingCall uid=" \
-  "disconnectedFromServer reason=UserRequest"; do
+  "sigVoicemailDownloadCompleted messageId=1000-1" "disconnectedFromServer reason=UserRequest"; do
   grep -qF "$expected" "$work/cli.out" || missing+=("$expected")
 done
+# A wave header and some sound.
+wave="$work/voicemail/newest-message.wav"
+[ -f "$wave" ] && [ "$(stat -c %s "$wave")" -gt 44 ] || missing+=("$wave")
 if [ "$cli_status" -ne 0 ] || [ ${#missing[@]} -gt 0 ] || grep -q '^error: ' "$work/cli.out"; then
   echo "tour: FAILED (telvix-cli exit code $cli_status; missing: ${missing[*]:-none})" >&2
   grep '^error: ' "$work/cli.out" >&2 || true

@@ -1,12 +1,19 @@
 // telvix-cli --json against telvix-pbx-sim, both run as real processes over
 // TLS on 127.0.0.1.
 #include "toolprocess.h"
+#include "wavefileparser.h"
 
+#include <QCryptographicHash>
+#include <QDir>
 #include <QJsonArray>
 #include <QRegularExpression>
+#include <QSslSocket>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QtEndian>
+
+#include <cmath>
 
 #include <memory>
 
@@ -28,6 +35,12 @@ private Q_SLOTS:
     void badOptions_data();
     void badOptions();
     void scenarioRunsStepsInOrder();
+    void voicemailDownloadGivesAPcmWave();
+    void rebrandingDownload_data();
+    void rebrandingDownload();
+    void downloadWithoutValidTokenIsRefused_data();
+    void downloadWithoutValidTokenIsRefused();
+    void expiredTokenOpensNoDownload();
 
 private:
     /// Starts the simulator on a free port; false if it does not come up.
@@ -441,6 +454,191 @@ void tst_CliPbxSim::scenarioRunsStepsInOrder()
     const QJsonObject gone = cli->takeSignal("disconnectedFromServer");
     QCOMPARE(gone.value("args").toArray().at(0).toString(), QStringLiteral("MaintenanceWindow"));
     QVERIFY(!m_sim->waitForLine("scenario: done").isEmpty());
+}
+
+void tst_CliPbxSim::voicemailDownloadGivesAPcmWave()
+{
+    QVERIFY(startSimulator());
+    auto cli = startCli("1005");
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+    cli->send(call("getVoicemail", {7}, 1));
+    const QJsonArray box = cli->takeSignal("sigVoicemailMsgList").value("args").toArray().at(0).toArray();
+    QVERIFY(!box.isEmpty());
+    const QJsonObject message = box.at(0).toObject();
+    const QString id = message.value("id").toString();
+    const QString uuid = message.value("messageUuid").toString();
+    QVERIFY(!id.isEmpty() && !uuid.isEmpty());
+
+    const QString folder = m_dir.path() + "/voicemail";
+    QVERIFY(QDir().mkpath(folder));
+    cli->send(call("downloadVoicemailMessage", {id, uuid, folder}, 2));
+    QCOMPARE(cli->takeAnswer(2).value("result"), QJsonValue(true));
+    const QJsonArray done = cli->takeSignal("sigVoicemailDownloadCompleted").value("args").toArray();
+    QCOMPARE(done.at(0).toString(), id);
+    QCOMPARE(done.at(1).toString(), uuid);
+    const QString path = done.at(2).toString();
+    QCOMPARE(path, folder + "/" + uuid + ".wav");
+
+    // The simulator sends the message's length in 20 ms GSM frames.
+    const QString served = m_sim->waitForLine(QStringLiteral("1005 downloads voicemail %1: ").arg(id));
+    const QRegularExpressionMatch m = QRegularExpression("(\\d+) s, (\\d+) frames").match(served);
+    QVERIFY2(m.hasMatch(), qPrintable(served));
+    QCOMPARE(m.captured(1).toInt(), qMin(message.value("duration").toInt(), 30));
+    const int frames = m.captured(2).toInt();
+    QCOMPARE(frames, m.captured(1).toInt() * 50);
+    QVERIFY(frames > 0);
+
+    // Each frame decodes to 160 samples of 16-bit PCM.
+    QCOMPARE(QFileInfo(path).size(), qint64(44 + 320 * frames));
+    const WaveFileParser wave(path);
+    QVERIFY(wave.isValidWavFile());
+    QCOMPARE(wave.getAudioFormat(), ushort(1));
+    QCOMPARE(wave.getSampleRate(), 8000u);
+    QCOMPARE(wave.getBitsPerSample(), ushort(16));
+    QCOMPARE(wave.getNumChannels(), ushort(1));
+    QCOMPARE(wave.getDataSize(), uint(320 * frames));
+
+    // The simulator's steady tone (300 to 700 Hz) comes out again, which a
+    // GSM stream packed or read in the wrong frame order would not give.
+    QFile audio(path);
+    QVERIFY(audio.open(QIODevice::ReadOnly) && audio.seek(44));
+    const QByteArray pcm = audio.readAll();
+    const int count = pcm.size() / 2;
+    double power = 0;
+    int crossings = 0;
+    for (int i = 0; i < count; ++i) {
+        const qint16 sample = qFromLittleEndian<qint16>(pcm.constData() + 2 * i);
+        power += double(sample) * sample;
+        if (i > 0 && (sample < 0) != (qFromLittleEndian<qint16>(pcm.constData() + 2 * i - 2) < 0))
+            ++crossings;
+    }
+    const double rms = std::sqrt(power / count);
+    const double hz = crossings / 2.0 / (count / 8000.0);
+    QVERIFY2(rms > 4000 && rms < 7000, qPrintable(QString::number(rms)));
+    QVERIFY2(hz > 290 && hz < 710, qPrintable(QString::number(hz)));
+
+    // Another user's message is no message of this one.
+    cli->send(call("downloadVoicemailMessage", {"1000-1", "other", folder}, 3));
+    QVERIFY(!m_sim->waitForLine("1005: download of voicemail 1000-1, no such message").isEmpty());
+    QVERIFY(cli->takeSignal("sigVoicemailDownloadCompleted", {}, 0).isEmpty());
+}
+
+void tst_CliPbxSim::rebrandingDownload_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<bool>("held");
+    QTest::newRow("package held") << QStringList() << true;
+    QTest::newRow("no package") << QStringList {"--no-rebranding"} << false;
+}
+
+void tst_CliPbxSim::rebrandingDownload()
+{
+    QFETCH(QStringList, options);
+    QFETCH(bool, held);
+    QVERIFY(startSimulator(options));
+    auto cli = startCli("1006");
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+
+    // A copy from an earlier download, replaced or removed by this one.
+    const QString folder = m_dir.path() + "/branding";
+    QVERIFY(QDir().mkpath(folder));
+    const QString path = folder + "/assets.zip";
+    QFile old(path);
+    QVERIFY(old.open(QIODevice::WriteOnly));
+    old.write("an older package");
+    old.close();
+    const QString lastMd5 = QCryptographicHash::hash("an older package", QCryptographicHash::Md5).toHex();
+
+    cli->send(call("downloadRebrandingPackage", {lastMd5, folder}, 1));
+    QCOMPARE(cli->takeSignal("sigRebrandingDownloadCompleted").value("args").toArray().at(0).toString(),
+             path);
+    const QString served = m_sim->waitForLine("1006 downloads the rebranding package: ");
+    if (!held) {
+        QVERIFY(served.endsWith("none held"));
+        QVERIFY(!QFile::exists(path));
+        return;
+    }
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray zip = file.readAll();
+    const QRegularExpressionMatch m
+        = QRegularExpression("(\\d+) bytes, md5 ([0-9a-f]{32}) \\(client had (\\S+)\\)").match(served);
+    QVERIFY2(m.hasMatch(), qPrintable(served));
+    QCOMPARE(zip.size(), m.captured(1).toInt());
+    QCOMPARE(QString(QCryptographicHash::hash(zip, QCryptographicHash::Md5).toHex()), m.captured(2));
+    QCOMPARE(m.captured(3), lastMd5);
+
+    // A zip archive: a local header first, the end record last, which counts
+    // the entries of a central directory that ends where the record starts.
+    QVERIFY(zip.size() > 22);
+    QVERIFY(zip.startsWith("PK\x03\x04"));
+    const char* end = zip.constData() + zip.size() - 22;
+    QCOMPARE(QByteArray(end, 4), QByteArray("PK\x05\x06"));
+    QCOMPARE(qFromLittleEndian<quint16>(end + 10), quint16(2));
+    const quint32 dirSize = qFromLittleEndian<quint32>(end + 12);
+    const quint32 dirOffset = qFromLittleEndian<quint32>(end + 16);
+    QCOMPARE(qint64(dirOffset) + dirSize, qint64(zip.size() - 22));
+    QCOMPARE(zip.mid(int(dirOffset), 4), QByteArray("PK\x01\x02"));
+    QVERIFY(zip.mid(int(dirOffset)).contains("branding.json"));
+}
+
+void tst_CliPbxSim::downloadWithoutValidTokenIsRefused_data()
+{
+    QTest::addColumn<QString>("request");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("unknown token") << "<Token>0123456789abcdef</Token><DownloadVoicemailMsg><ID>1000-1</ID>"
+                                      "</DownloadVoicemailMsg>"
+                                   << "Unknown access token";
+    QTest::newRow("no token") << "<GetRebrandingPack><LastMd5></LastMd5></GetRebrandingPack>"
+                              << "Missing access token";
+    // A token opens downloads only, not the session's requests.
+    QTest::newRow("not a download") << "<Token>0123456789abcdef</Token><GetMailboxStatus></GetMailboxStatus>"
+                                    << "NotLoggedIn";
+}
+
+void tst_CliPbxSim::downloadWithoutValidTokenIsRefused()
+{
+    QFETCH(QString, request);
+    QFETCH(QString, reason);
+    QVERIFY(startSimulator());
+    QSslSocket socket;
+    socket.setPeerVerifyMode(QSslSocket::VerifyNone);
+    socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), m_port);
+    QVERIFY2(socket.waitForEncrypted(10000), qPrintable(socket.errorString()));
+    socket.write(QStringLiteral("<SRNT><API>6.1</API><Request>%1</Request></SRNT>").arg(request).toUtf8());
+    QByteArray received;
+    QVERIFY(QTest::qWaitFor(
+        [&] {
+            received += socket.readAll();
+            return received.contains("</Error>");
+        },
+        10000));
+    QVERIFY2(received.contains(QStringLiteral("<Reason>%1</Reason>").arg(reason).toUtf8()),
+             received.constData());
+    QVERIFY(!received.contains("VoicemailMessageAudio") && !received.contains("<RebrandingPack>"));
+    if (reason != QLatin1String("NotLoggedIn"))
+        QVERIFY(!m_sim->waitForLine("refused: " + reason).isEmpty());
+}
+
+void tst_CliPbxSim::expiredTokenOpensNoDownload()
+{
+    QVERIFY(startSimulator({"--token-validity", "0"}));
+    auto cli = startCli("1007");
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+    const QString folder = m_dir.path() + "/expired";
+    QVERIFY(QDir().mkpath(folder));
+    cli->send(call("downloadRebrandingPackage", {"", folder}, 1));
+    QCOMPARE(cli->takeAnswer(1).value("result"), QJsonValue(true));
+    QVERIFY(m_sim->waitForLine("download GetRebrandingPack from 127.0.0.1:")
+                .endsWith("refused: Expired access token"));
+    // The refusal reaches the application only as a download that never completes.
+    cli->send(call("isConnected", {}, 2));
+    QCOMPARE(cli->takeAnswer(2).value("result"), QJsonValue(true));
+    QVERIFY(cli->takeSignal("sigRebrandingDownloadCompleted", {}, 0).isEmpty());
+    QVERIFY(!QFile::exists(folder + "/assets.zip"));
 }
 
 QTEST_GUILESS_MAIN(tst_CliPbxSim)

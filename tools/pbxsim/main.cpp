@@ -40,6 +40,8 @@ int main(int argc, char** argv)
         "A simulated PBX CTI server for libtelvix clients: TLS with a test certificate, extensions 1000 to "
         "1009\n"
         "(password = extension), phone book, call history, voicemail, services and simulated calls.\n"
+        "Access tokens open download connections: voicemail audio (WAV49 GSM, up to 30 s) and a rebranding\n"
+        "package (a small zip).\n"
         "It prints \"listening on HOST:PORT\" once it accepts clients, then one line per event."));
     parser.addHelpOption();
     const QCommandLineOption port(QStringLiteral("port"),
@@ -73,12 +75,20 @@ int main(int argc, char** argv)
         QStringLiteral("Milliseconds between probes of each client (default "
                        "60000; 0: none)."),
         QStringLiteral("MS"));
+    const QCommandLineOption noRebranding(
+        QStringLiteral("no-rebranding"),
+        QStringLiteral("Hold no rebranding package: downloads of it answer \"none\", which makes "
+                       "clients remove their copy."));
+    const QCommandLineOption tokenValidity(
+        QStringLiteral("token-validity"),
+        QStringLiteral("Seconds an access token stays valid for downloads (default 3600)."),
+        QStringLiteral("SECS"));
     const QCommandLineOption cert(QStringLiteral("cert"), QStringLiteral("PEM certificate to present."),
                                   QStringLiteral("FILE"));
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("Its unencrypted PEM key."),
                                  QStringLiteral("FILE"));
     parser.addOptions({port, api, noBanner, directory, scenario, answerDelay, callDuration, ringTimeout,
-                       probeInterval, cert, key});
+                       probeInterval, noRebranding, tokenValidity, cert, key});
     if (!parser.parse(QCoreApplication::arguments()))
         return bad(parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
@@ -96,11 +106,14 @@ int main(int argc, char** argv)
     if (parser.isSet(api))
         settings.api = parser.value(api);
     settings.banner = !parser.isSet(noBanner);
+    settings.rebranding = !parser.isSet(noRebranding);
     if (!readInt(parser, answerDelay, &settings.timings.answerDelayMs)
         || !readInt(parser, callDuration, &settings.timings.callDurationMs)
         || !readInt(parser, ringTimeout, &settings.timings.ringTimeoutMs)
         || !readInt(parser, probeInterval, &settings.probeIntervalMs))
         return bad(QStringLiteral("a time is a whole number of milliseconds"));
+    if (!readInt(parser, tokenValidity, &settings.tokenValiditySecs) || settings.tokenValiditySecs < 0)
+        return bad(QStringLiteral("bad --token-validity"));
     settings.certificate = parser.value(cert);
     settings.key = parser.value(key);
 

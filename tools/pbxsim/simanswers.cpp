@@ -8,13 +8,13 @@
 #include "phonebookmessages.h"
 #include "servicemessages.h"
 #include "simdirectory.h"
+#include "simdownloads.h"
 #include "simhub.h"
 #include "simmessages.h"
 #include "simsession.h"
 #include "voicemailmessages.h"
 #include "xmlbodywriter.h"
 
-#include <QRandomGenerator>
 #include <QUuid>
 
 using namespace SARNET_XML;
@@ -47,9 +47,10 @@ QMap<TELVIX::ServiceDialCodeType, QString> dialCodes()
 
 } // namespace
 
-SimAnswers::SimAnswers(SimHub& hub, CallEngine& calls)
+SimAnswers::SimAnswers(SimHub& hub, CallEngine& calls, SimDownloads& downloads)
     : m_hub(hub)
     , m_calls(calls)
+    , m_downloads(downloads)
 {
     m_rows = {{S_COMMAND_GET_IDENTITY_LIST, &SimAnswers::identities},
               {S_COMMAND_GET_BUDDY_IDENTITY_LIST, &SimAnswers::peerList},
@@ -271,9 +272,7 @@ void SimAnswers::markVoicemail(SimSession& s, const QString& xml)
 void SimAnswers::accessToken(SimSession& s, const QString&)
 {
     AuthTokenResMsg msg;
-    msg.token = QString::number(QRandomGenerator::global()->generate64(), 16)
-        + QString::number(QRandomGenerator::global()->generate64(), 16);
-    msg.validUntil = QDateTime::currentDateTime().addSecs(3600);
+    msg.token = m_downloads.issueToken(s.exten(), &msg.validUntil);
     s.send(msg);
 }
 

@@ -4,6 +4,7 @@
 #include <QString>
 
 class CallEngine;
+class SimDownloads;
 class SimHub;
 class SimSession;
 
@@ -14,7 +15,7 @@ class SimSession;
 class SimAnswers
 {
 public:
-    SimAnswers(SimHub& hub, CallEngine& calls);
+    SimAnswers(SimHub& hub, CallEngine& calls, SimDownloads& downloads);
 
     /// False when the request is not one the simulator knows.
     bool answer(SimSession& session, const QString& element, const QString& xml);
@@ -58,5 +59,6 @@ private:
 
     SimHub& m_hub;
     CallEngine& m_calls;
+    SimDownloads& m_downloads;
     QHash<QString, Row> m_rows;
 };

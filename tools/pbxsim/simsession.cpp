@@ -141,7 +141,9 @@ void SimSession::handle(const QString& xml)
         close();
         return;
     } else if (!isLoggedIn()) {
-        sendError(QStringLiteral("NotLoggedIn"), xml);
+        // Downloads come on connections of their own, authorised by a token.
+        if (!m_sim.serveDownload(*this, element, xml))
+            sendError(QStringLiteral("NotLoggedIn"), xml);
     } else if (!m_sim.answer(*this, element, xml)) {
         m_sim.log(QStringLiteral("%1: unknown request %2").arg(m_exten, element));
         sendError(QStringLiteral("Unknown request"), xml);

@@ -14,7 +14,8 @@ PbxSimulator::PbxSimulator(const SimSettings& settings, const SimDirectory& dire
     , m_settings(settings)
     , m_directory(directory)
     , m_calls(*this)
-    , m_answers(*this, m_calls)
+    , m_downloads(*this, settings.rebranding, settings.tokenValiditySecs)
+    , m_answers(*this, m_calls, m_downloads)
     , m_listener(new TlsListener(this))
 {
     m_calls.setTimings(settings.timings);
@@ -72,6 +73,11 @@ void PbxSimulator::onSessionClosed(SimSession* session)
 bool PbxSimulator::answer(SimSession& session, const QString& element, const QString& xml)
 {
     return m_answers.answer(session, element, xml);
+}
+
+bool PbxSimulator::serveDownload(SimSession& session, const QString& element, const QString& xml)
+{
+    return m_downloads.serve(session, element, xml);
 }
 
 void PbxSimulator::requestSeen(const QString& element, const QString& who)

@@ -3,6 +3,7 @@
 #include "callengine.h"
 #include "simanswers.h"
 #include "simdirectory.h"
+#include "simdownloads.h"
 #include "simhub.h"
 
 #include <QHostAddress>
@@ -27,6 +28,10 @@ struct SimSettings
     /// Probe each logged-in client this often; 0: never.
     int probeIntervalMs = 60000;
     CallTimings timings;
+    /// Hold a rebranding package; without one, downloads of it say "none".
+    bool rebranding = true;
+    /// How long an access token opens downloads.
+    int tokenValiditySecs = 3600;
     QString certificate;
     QString key;
 };
@@ -50,6 +55,9 @@ public:
 
     /// Answers a request of a logged-in client; false if it is unknown.
     bool answer(SimSession& session, const QString& element, const QString& xml);
+    /// Answers a download request of a client that is not logged in; false
+    /// if it is not one.
+    bool serveDownload(SimSession& session, const QString& element, const QString& xml);
     /// Every request, for the scenario runner: its element and who sent it
     /// (the extension, or the user name of a login).
     void requestSeen(const QString& element, const QString& who);
@@ -71,6 +79,7 @@ private:
     SimSettings m_settings;
     SimDirectory m_directory;
     CallEngine m_calls;
+    SimDownloads m_downloads;
     SimAnswers m_answers;
     TlsListener* m_listener;
     QList<SimSession*> m_sessions;
