@@ -31,14 +31,18 @@ ClientSocketManager::~ClientSocketManager()
     closeServer();
     if (logger) {
         logger->disconnect();
-        logger->deleteLater();
+        // Deleted at once: the manager usually goes while its thread winds
+        // down, when a deferred deletion would never be delivered.
+        delete logger;
         logger = nullptr;
     }
 }
 
 int ClientSocketManager::initServer()
 {
-    server = new QTcpServer();
+    // A child, so that a server whose deferred deletion is still pending
+    // goes with the manager; its client sockets are the server's children.
+    server = new QTcpServer(this);
     connect(server, &QTcpServer::newConnection, this, &ClientSocketManager::newClientConnected);
     connect(server, &QTcpServer::acceptError, this, &ClientSocketManager::serverSocketError);
     if (!server->listen(QHostAddress::LocalHost, 0)) {
