@@ -1,5 +1,8 @@
 // A minimal application of the installed library: builds the client object,
-// starts and stops its thread, and prints the library's version.
+// starts and stops its thread, and prints the library's version. The other
+// headers are included to show that every installed header compiles alone.
+#include <ctigsm_codec.h>
+#include <encrypteddbhandler.h>
 #include <telvix.h>
 
 #include <QCoreApplication>
