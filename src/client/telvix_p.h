@@ -29,6 +29,7 @@ class LoginRespMsg;
 class RedirectConnectionRespMsg;
 class SarnetDownloader;
 class ClientSocketManager;
+class Persistence;
 
 /// Everything the Telvix object holds. It lives on the library's thread
 /// after init(); nothing here is locked, confinement to that thread is the
@@ -221,6 +222,8 @@ public:
     /// Servers that a later initTcpServer() replaced: they keep running as
     /// the application left them and are freed at shutdown.
     QList<QPointer<ClientSocketManager>> replacedLocalServers;
+    /// The user's local store, made at login in desktop modes; null otherwise.
+    Persistence* persistence = nullptr;
 
     // Thread bookkeeping and client identity
     std::atomic<bool> threadStarted{false};

@@ -3,22 +3,56 @@
 #include "sarnetdownloader.h"
 #include "telvix_p.h"
 
+#include "cdrmessages.h"
+#include "persistencesqlite.h"
+#include "telvix_const.h"
+
+#include <QDateTime>
+#include <QDebug>
+
 void TelvixPrivate::openLocalStore()
 {
-    // The call-history store is not part of this build yet: desktop modes
-    // run like the mobile ones, with history straight from the server.
+    Q_Q(Telvix);
+    // One file serves every user of this data directory; the store reads and
+    // writes the rows of the logged-in extension only.
+    closeLocalStore();
+    persistence = new PersistenceSqlite(dataDir + QStringLiteral("/cdr.db"), exten);
+    // The application can show the known history before the server answers.
+    Q_EMIT q->sigCdrChanged(persistence->cdr());
 
     // A new login starts from an empty contact book.
     resetContactsBook();
 }
 
-void TelvixPrivate::closeLocalStore() { }
+void TelvixPrivate::closeLocalStore()
+{
+    // Deleting the store closes it, which writes the scrambled file.
+    delete persistence;
+    persistence = nullptr;
+}
 
 bool TelvixPrivate::getStoredCdr(bool cached, const QString& lastEntry)
 {
+    Q_Q(Telvix);
     // Without a local store a desktop client keeps no history of its own.
-    Q_UNUSED(cached)
-    Q_UNUSED(lastEntry)
+    if (!persistence)
+        return true;
+    if (cached) {
+        Q_EMIT q->sigCdrChanged(persistence->cdr());
+        return true;
+    }
+    // Only what is newer than the stored history, within the month the
+    // store keeps.
+    const QDateTime end = QDateTime::currentDateTime();
+    const QDateTime start = end.addMonths(-1);
+    GetCdrReqMsg request;
+    request.startDate = start.toString(TELVIX::IsoDateNoTz);
+    request.endDate = end.toString(TELVIX::IsoDateNoTz);
+    request.lastEntryUid = lastEntry.isEmpty() ? persistence->lastCdrEntryUid() : lastEntry;
+    TLOG(1000) << "Getting CDR from " << request.startDate << " to " << request.endDate
+               << "starting from entry " << request.lastEntryUid;
+    if (socket)
+        send(request);
     return true;
 }
 
@@ -54,9 +88,14 @@ void TelvixPrivate::refreshChatPresence()
 
 bool TelvixPrivate::persistCdr(Cdr& entries)
 {
-    // No local store in this build: history goes out as the server sent it.
-    Q_UNUSED(entries)
-    return false;
+    if (!persistence)
+        return false;
+    TLOG(10000) << "persisting cdr";
+    // A false result only means that some entries were filtered out (older
+    // or of another extension); the stored history is what goes out.
+    persistence->appendCdr(entries);
+    entries = persistence->cdr();
+    return true;
 }
 
 void TelvixPrivate::startDownloader(SarnetDownloader* downloader, const QString& token)
@@ -101,4 +140,11 @@ void TelvixPrivate::shutdownDownloads()
 void TelvixPrivate::shutdownCollaborators()
 {
     shutdownLocalServer();
+    // At once rather than later: the store must write its file while the
+    // library's thread still runs.
+    if (persistence) {
+        qDebug() << Q_FUNC_INFO << "Delete persistence manager";
+        delete persistence;
+        persistence = nullptr;
+    }
 }

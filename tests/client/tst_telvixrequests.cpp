@@ -252,12 +252,13 @@ void TestTelvixRequests::historyOfAMobileClientIsAskedFromTheLastEntry()
 
 void TestTelvixRequests::historyOfADesktopClientWithoutStoreAsksNothing()
 {
-    LoggedInClient app(TELVIX::AppModeSrntPro);
+    // The logger mode is the desktop mode that opens no store.
+    LoggedInClient app(TELVIX::AppModeSrntLog);
     QVERIFY(app.start());
     LogbusCapture log;
     QVERIFY(app.client()->getCDR(false));
     QVERIFY(app.client()->getCDR(true));
-    QTRY_COMPARE(log.count("Current APP MODE: 1"), 2);
+    QTRY_COMPARE(log.count("Current APP MODE: 5"), 2);
     QVERIFY(app.framesWith(QStringLiteral("GetCDR")).isEmpty());
 }
 
