@@ -618,16 +618,31 @@ bool PersistenceSqlite::deleteOldData()
     return handler->deleteDataOlderThan(minDate);
 }
 
+template <typename Read> bool PersistenceSqlite::refresh(bool& dirty, Read read)
+{
+    if (!dirty)
+        return true;
+    if (!handler || !read())
+        return false;
+    dirty = false;
+    return true;
+}
+
+template <typename Save, typename Saved>
+bool PersistenceSqlite::store(bool empty, bool& dirty, Save save, Saved saved)
+{
+    if (empty)
+        return true;
+    if (!handler || !save())
+        return false;
+    dirty = true;
+    saved();
+    return true;
+}
+
 bool PersistenceSqlite::readCdr()
 {
-    if (!cdrDirty)
-        return true;
-    if (!handler)
-        return false;
-    if (!handler->getCdrEntries(m_cdr, localExten))
-        return false;
-    cdrDirty = false;
-    return true;
+    return refresh(cdrDirty, [this] { return handler->getCdrEntries(m_cdr, localExten); });
 }
 
 bool PersistenceSqlite::writeCdr(const Cdr& entries)
@@ -655,53 +670,28 @@ bool PersistenceSqlite::writeCdr(const Cdr& entries)
 
 bool PersistenceSqlite::readPhoneBook()
 {
-    if (!phoneBookDirty)
-        return true;
-    if (!handler)
-        return false;
-    if (!handler->getPhoneBookEntries(m_phoneBook, localExten))
-        return false;
-    phoneBookDirty = false;
-    return true;
+    return refresh(phoneBookDirty, [this] { return handler->getPhoneBookEntries(m_phoneBook, localExten); });
 }
 
 bool PersistenceSqlite::writePhoneBook(const QList<PhoneBook>& books)
 {
-    if (books.isEmpty())
-        return true;
-    if (!handler)
-        return false;
-    if (!handler->savePhoneBookEntries(books, localExten))
-        return false;
-    phoneBookDirty = true;
-    // The phone book keeps no time of its own (see updateLastPbTime).
-    updateLastCdrEntryUid();
-    return true;
+    // The phone book keeps no time of its own (see updateLastPbTime): what
+    // follows a save is the history's update, as it always was.
+    return store(
+        books.isEmpty(), phoneBookDirty, [&] { return handler->savePhoneBookEntries(books, localExten); },
+        [this] { updateLastCdrEntryUid(); });
 }
 
 bool PersistenceSqlite::readSmsList()
 {
-    if (!smsDirty)
-        return true;
-    if (!handler)
-        return false;
-    if (!handler->getSmsEntries(m_smsList, localExten))
-        return false;
-    smsDirty = false;
-    return true;
+    return refresh(smsDirty, [this] { return handler->getSmsEntries(m_smsList, localExten); });
 }
 
 bool PersistenceSqlite::writeSmsList(const QList<SmsEntry>& list)
 {
-    if (list.isEmpty())
-        return true;
-    if (!handler)
-        return false;
-    if (!handler->saveSmsEntries(list, localExten))
-        return false;
-    smsDirty = true;
-    updateLastSmsTime();
-    return true;
+    return store(
+        list.isEmpty(), smsDirty, [&] { return handler->saveSmsEntries(list, localExten); },
+        [this] { updateLastSmsTime(); });
 }
 
 void PersistenceSqlite::updateLastCdrEntryUid()

@@ -73,6 +73,11 @@ public:
     PersistenceSqliteDbHandler* dbHandler() const { return handler; }
 
 private:
+    /// Reads a dirty list through `read`; a clean list is used as it is.
+    template <typename Read> bool refresh(bool& dirty, Read read);
+    /// Saves a non-empty list through `save`, marks it dirty and runs `saved`.
+    template <typename Save, typename Saved> bool store(bool empty, bool& dirty, Save save, Saved saved);
+
     Logger* logger = nullptr;
     DbhConfig dbConfig;
     QString dbPath;
