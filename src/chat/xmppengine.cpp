@@ -1,6 +1,7 @@
 #include "xmppengine.h"
 
 #include "telvixlog_p.h"
+#include "xmppchatsession.h"
 
 #include <QDebug>
 #include <QThread>
@@ -14,6 +15,7 @@
 #include <gloox/forward.h>
 #include <gloox/iq.h>
 #include <gloox/messageevent.h>
+#include <gloox/messagesession.h>
 #include <gloox/rostermanager.h>
 
 #include <functional>
@@ -89,14 +91,9 @@ XmppClient::XmppClient(const QString& logDir, QObject* parent)
     m_keepAliveReplyTimer->setInterval(15000);
     connect(m_keepAliveReplyTimer, &QTimer::timeout, this, &XmppClient::onKeepAliveReplyTimeout);
 
-    Logbus* bus = Logbus::instance(QStringLiteral("Default Logbus"), 0);
-    int result = Logbus::DEFAULT_OK;
-    m_log = bus->createFileLogger(QStringLiteral("XmppClient"), m_logDir + QStringLiteral("/xmppEngine.log"),
-                                  WriterConfig(10, 2), result);
-    if (m_log) {
-        m_log->setModuleName(QStringLiteral("XmppClient"));
-        m_log->setVerbosityAcceptedLevel(100000);
-    }
+    m_log = makeFileLogger(QStringLiteral("Default Logbus"), QStringLiteral("XmppClient"),
+                           m_logDir + QStringLiteral("/xmppEngine.log"), WriterConfig(10, 2),
+                           QStringLiteral("XmppClient"), 100000);
     XLOG(1000) << "XmppClient ciao";
 }
 
@@ -137,6 +134,9 @@ void XmppClient::connectToServer(const QString& chatId, const QString& password,
     gloox::JID jid(chatId.toStdString());
     jid.setResource(resource.toStdString());
 
+    // Sessions hand their gloox sessions back to the client that owns them,
+    // so they go before it.
+    closeAllSessions();
     delete m_client;
     m_client = nullptr;
 
@@ -148,6 +148,7 @@ void XmppClient::connectToServer(const QString& chatId, const QString& password,
 
     m_client->registerConnectionListener(this);
     m_client->registerPresenceHandler(this);
+    m_client->registerMessageSessionHandler(this, 0);
     m_client->disco()->registerDiscoHandler(this);
 
     m_client->disco()->addFeature(gloox::XMLNS_CHAT_STATES);
@@ -393,6 +394,7 @@ void XmppClient::cleanupOnClose()
         m_keepAliveTimer->stop();
     if (m_keepAliveReplyTimer)
         m_keepAliveReplyTimer->stop();
+    closeAllSessions();
     m_presences.clear();
     m_connected = false;
     m_connecting = false;
@@ -478,6 +480,7 @@ void XmppClient::handlePresence(const gloox::Presence& presence)
     if (it != m_presences.end() && it.key() == bareJid) {
         if (type == TELVIX::ChatPresenceOffline) {
             m_presences.erase(it);
+            closeMessageSession(bareJid);
         } else {
             it->presence = type;
             it->status = status;
@@ -485,6 +488,8 @@ void XmppClient::handlePresence(const gloox::Presence& presence)
     } else {
         // Kept even when offline: the contact then reads as offline, not as unknown.
         m_presences.insert(bareJid, XmppPresence {bareJid, resource, type, status});
+        if (type == TELVIX::ChatPresenceOffline)
+            closeMessageSession(bareJid);
     }
 
     if (fromStd(presence.from().full()) == m_fullJid) {
@@ -567,4 +572,134 @@ void XmppClient::updateClientPresence(TELVIX::ChatPresence presence, const QStri
 void XmppClient::handleLog(gloox::LogLevel /*level*/, gloox::LogArea /*area*/, const std::string& /*message*/)
 {
     // gloox's own trace is too verbose for the log; it is dropped.
+}
+
+XmppChatSession* XmppClient::createChatSession(const gloox::JID& jid, gloox::MessageSession* session)
+{
+    if (!session)
+        session = new gloox::MessageSession(m_client, jid, true, 0, true);
+    auto* chat = new XmppChatSession(m_client, session, m_logDir);
+    bool ok
+        = bool(connect(chat, &XmppChatSession::sigMessageReceived, this, &XmppClient::sigMessageReceived));
+    ok = bool(connect(chat, SIGNAL(sigIsComposing(QString, QString, bool)), this,
+                      SIGNAL(sigIsComposing(QString, QString, bool))))
+        && ok;
+    ok = bool(connect(chat, SIGNAL(sigMessageDelivered(QString)), this, SIGNAL(sigMessageDelivered(QString))))
+        && ok;
+    ok = bool(connect(chat, SIGNAL(sigMessageDisplayed(QString)), this, SIGNAL(sigMessageDisplayed(QString))))
+        && ok;
+    ok = bool(connect(chat, SIGNAL(sigMessageOffline(QString)), this, SIGNAL(sigMessageOffline(QString))))
+        && ok;
+    if (!ok)
+        qCritical() << "signal-slot connection failed!";
+    return chat;
+}
+
+XmppChatSession* XmppClient::openChatSession(const QString& chatId)
+{
+    XmppChatSession* chat = m_sessions.value(chatId);
+    if (chat)
+        return chat;
+    // A gloox session needs the client that owns it.
+    if (!m_client)
+        return nullptr;
+    chat = createChatSession(gloox::JID(chatId.toStdString()), nullptr);
+    if (chat)
+        m_sessions.insert(chatId, chat);
+    return chat;
+}
+
+void XmppClient::closeMessageSession(const QString& chatId)
+{
+    XmppChatSession* chat = m_sessions.take(chatId);
+    if (!chat)
+        return;
+    chat->disconnect();
+    chat->close();
+    chat->deleteLater();
+}
+
+void XmppClient::closeAllSessions()
+{
+    // Runs again harmlessly when the map is already empty.
+    const QStringList keys = m_sessions.keys();
+    for (const QString& chatId : keys)
+        closeMessageSession(chatId);
+    m_sessions.clear();
+}
+
+void XmppClient::handleMessageSession(gloox::MessageSession* session)
+{
+    XLOG(10000) << "New chat session with" << int(bool(session->target()));
+    const QString chatId = fromStd(session->target().bare());
+    closeMessageSession(chatId);
+    m_sessions.insert(chatId, createChatSession(session->target(), session));
+}
+
+XmppChatSession* XmppClient::sessionForSending(const QString& chatId)
+{
+    XmppChatSession* chat = openChatSession(chatId);
+    if (!chat) {
+        qCritical() << "chat session creation failed for chat ID" << chatId;
+        XLOG(10) << "chat session creation failed for chat ID" << chatId;
+    }
+    return chat;
+}
+
+void XmppClient::sendMessage(const QString& chatId, const QString& body)
+{
+    if (thread() != QThread::currentThread()) {
+        QTimer::singleShot(0, this, [=]() { sendMessage(chatId, body); });
+        return;
+    }
+    if (!m_connected || !m_client) {
+        XLOG(10) << "Trying to send a chat message, but the client is disconnected";
+        return;
+    }
+    XmppChatSession* chat = sessionForSending(chatId);
+    if (!chat)
+        return;
+    XLOG(10000) << "Sending chat message";
+    chat->send(body, QString());
+}
+
+void XmppClient::sendChatState(const QString& chatId, void (XmppChatSession::*notify)(), bool onlyIfAvailable)
+{
+    // Callers on other threads are moved onto the client's thread.
+    if (thread() != QThread::currentThread()) {
+        QTimer::singleShot(0, this, [=]() { sendChatState(chatId, notify, onlyIfAvailable); });
+        return;
+    }
+    XmppChatSession* chat = sessionForSending(chatId);
+    if (!chat)
+        return;
+    // An offline contact gets no chat states, but keeps the session.
+    if (onlyIfAvailable && !isContactAvailable(chatId))
+        return;
+    (chat->*notify)();
+}
+
+void XmppClient::sendOpenConversation(const QString& chatId)
+{
+    sendChatState(chatId, &XmppChatSession::notifyOpenConversation, true);
+}
+
+void XmppClient::sendStartComposing(const QString& chatId)
+{
+    sendChatState(chatId, &XmppChatSession::notifyStartComposing, true);
+}
+
+void XmppClient::sendStopComposing(const QString& chatId)
+{
+    sendChatState(chatId, &XmppChatSession::notifyStopComposing, true);
+}
+
+void XmppClient::sendCloseConversation(const QString& chatId)
+{
+    sendChatState(chatId, &XmppChatSession::notifyCloseConversation, true);
+}
+
+void XmppClient::sendMessageDisplayed(const QString& chatId)
+{
+    sendChatState(chatId, &XmppChatSession::notifyMessageDisplayed, false);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "chatmessage.h"
 #include "telvix_const.h"
 #include "telvix_export.h"
 
@@ -17,12 +18,14 @@
 #include <gloox/discohandler.h>
 #include <gloox/eventhandler.h>
 #include <gloox/loghandler.h>
+#include <gloox/messagesessionhandler.h>
 #include <gloox/presence.h>
 #include <gloox/presencehandler.h>
 #include <gloox/subscription.h>
 
 class Logger;
 class QTimer;
+class XmppChatSession;
 
 /// Presence snapshot of the contacts: bare JID to presence and status text.
 typedef QMap<QString, QPair<TELVIX::ChatPresence, QString>> PresenceMap;
@@ -62,6 +65,7 @@ TELVIX_EXPORT gloox::Presence::PresenceType presenceTypeFromTelvixToGloox(TELVIX
 class TELVIX_EXPORT XmppClient : public QObject,
                                  public gloox::ConnectionListener,
                                  public gloox::PresenceHandler,
+                                 public gloox::MessageSessionHandler,
                                  public gloox::LogHandler,
                                  public gloox::DiscoHandler,
                                  public gloox::EventHandler
@@ -94,6 +98,15 @@ public:
     /// Reads the roster on the caller's thread.
     QStringList getContactResources(QString chatId);
 
+    /// Sends a chat message; its stanza id comes back as a "feedback" message.
+    void sendMessage(const QString& chatId, const QString& body);
+    // Chat states are only sent to a contact that is online.
+    void sendOpenConversation(const QString& chatId);
+    void sendStartComposing(const QString& chatId);
+    void sendStopComposing(const QString& chatId);
+    void sendCloseConversation(const QString& chatId);
+    void sendMessageDisplayed(const QString& chatId);
+
     /// Accepts a subscription request; not registered with gloox.
     void handleSubscription(const gloox::Subscription& subscription);
 
@@ -106,6 +119,7 @@ public:
     bool onTLSConnect(const gloox::CertInfo& info) override;
     void onDisconnect(gloox::ConnectionError error) override;
     void handlePresence(const gloox::Presence& presence) override;
+    void handleMessageSession(gloox::MessageSession* session) override;
     void handleLog(gloox::LogLevel level, gloox::LogArea area, const std::string& message) override;
 
 public Q_SLOTS:
@@ -122,6 +136,11 @@ Q_SIGNALS:
                                    const QString& status);
     void sigClientPresenceUpdate(TELVIX::ChatPresence presence, const QString& status);
     void sigHistoryEnabled(bool enabled);
+    void sigIsComposing(const QString& chatId, const QString& threadId, bool composing);
+    void sigMessageReceived(const ChatMessage& message);
+    void sigMessageDelivered(const QString& chatId);
+    void sigMessageOffline(const QString& chatId);
+    void sigMessageDisplayed(const QString& chatId);
 
 private Q_SLOTS:
     void recvData();
@@ -130,6 +149,13 @@ private Q_SLOTS:
 private:
     void closeConnection();
     void cleanupOnClose();
+    XmppChatSession* createChatSession(const gloox::JID& jid, gloox::MessageSession* session);
+    XmppChatSession* openChatSession(const QString& chatId);
+    /// openChatSession() with the failure logged; null when it failed.
+    XmppChatSession* sessionForSending(const QString& chatId);
+    void closeMessageSession(const QString& chatId);
+    void closeAllSessions();
+    void sendChatState(const QString& chatId, void (XmppChatSession::*notify)(), bool onlyIfAvailable);
     const XmppPresence* getBestPresence(const QString& bareJid) const;
     bool isContactAvailable(const QString& bareJid) const;
 
@@ -142,6 +168,8 @@ private:
     bool m_keepAliveExpired = false;
     QString m_fullJid;
     QString m_disconnectionReason;
+    /// Open sessions by bare JID.
+    QMap<QString, XmppChatSession*> m_sessions;
     /// Several entries per bare JID, one per resource.
     QMultiMap<QString, XmppPresence> m_presences;
     Logger* m_log = nullptr;

@@ -30,8 +30,8 @@ TelvixPrivate::TelvixPrivate(Telvix* q)
 
 TelvixPrivate::~TelvixPrivate() = default;
 
-Telvix::Telvix(const QString& osType, const QString& osVersion, const QString& swType, const QString& swVersion,
-               const QString& deviceId, const QString& dataDir)
+Telvix::Telvix(const QString& osType, const QString& osVersion, const QString& swType,
+               const QString& swVersion, const QString& deviceId, const QString& dataDir)
     : d_ptr(new TelvixPrivate(this))
 {
     Q_D(Telvix);
@@ -163,19 +163,16 @@ Logger* TelvixPrivate::makeLogger(const QString& path, bool withConsole)
 {
     Logbus* bus = Logbus::instance(QStringLiteral("Default Logbus"), 0);
     bus->setTimeStampFormat(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
-    int result = Logbus::DEFAULT_OK;
-    Logger* made = bus->createFileLogger(QStringLiteral("Telvix"), path, WriterConfig(), result);
-    if (!made || result != Logbus::DEFAULT_OK) {
+    Logger* made = makeFileLogger(QStringLiteral("Default Logbus"), QStringLiteral("Telvix"), path,
+                                  WriterConfig(), QStringLiteral("TELVIX"), 10000);
+    if (!made) {
         qWarning() << "Cannot create the log file" << path;
-        delete made;
         return nullptr;
     }
-    made->setModuleName(QStringLiteral("TELVIX"));
-    made->setVerbosityAcceptedLevel(10000);
     if (withConsole) {
         int consoleResult = Logbus::DEFAULT_OK;
-        const LogWriter console
-            = bus->getConsoleWriter(LGBS::ConsoleColorScheme::defaultColorScheme(), WriterConfig(), consoleResult);
+        const LogWriter console = bus->getConsoleWriter(LGBS::ConsoleColorScheme::defaultColorScheme(),
+                                                        WriterConfig(), consoleResult);
         if (consoleResult == Logbus::DEFAULT_OK)
             bus->addWriterToLogger(made, console);
     }

@@ -27,8 +27,7 @@ public:
     TelvixLogLine(const TelvixLogLine&) = delete;
     TelvixLogLine& operator=(const TelvixLogLine&) = delete;
 
-    template <typename T>
-    TelvixLogLine& operator<<(const T& value)
+    template <typename T> TelvixLogLine& operator<<(const T& value)
     {
         if (!m_logger)
             return *this;
@@ -50,6 +49,25 @@ public:
 private:
     Logger* m_logger;
 };
+
+/// A file logger of the bus `busName`, with its module name (left as it is
+/// when empty) and accepted level; null when it cannot be made.
+inline Logger* makeFileLogger(const QString& busName, const QString& loggerName, const QString& path,
+                              const WriterConfig& config, const QString& moduleName, int level)
+{
+    int result = Logbus::DEFAULT_OK;
+    Logger* made = Logbus::instance(busName)->createFileLogger(loggerName, path, config, result);
+    if (made && result != Logbus::DEFAULT_OK) {
+        delete made;
+        made = nullptr;
+    }
+    if (!made)
+        return nullptr;
+    if (!moduleName.isEmpty())
+        made->setModuleName(moduleName);
+    made->setVerbosityAcceptedLevel(level);
+    return made;
+}
 
 // Main-log line of a TelvixPrivate member function (or of anything that has
 // a `logger` in scope).

@@ -15,15 +15,9 @@ ClientSocketManager::ClientSocketManager(const QString& logDir, QObject* parent)
     : QObject(parent)
     , apiVersion(QStringLiteral("4.1"))
 {
-    Logbus* bus = Logbus::instance(QStringLiteral("Default Logbus"), 0);
-    int result = Logbus::DEFAULT_OK;
-    logger
-        = bus->createFileLogger(QStringLiteral("Telvix"), logDir + QStringLiteral("/clientSocketManager.log"),
-                                WriterConfig(10, 2), result);
-    if (logger) {
-        logger->setModuleName(QStringLiteral("TELVIX"));
-        logger->setVerbosityAcceptedLevel(100000);
-    }
+    logger = makeFileLogger(QStringLiteral("Default Logbus"), QStringLiteral("Telvix"),
+                            logDir + QStringLiteral("/clientSocketManager.log"), WriterConfig(10, 2),
+                            QStringLiteral("TELVIX"), 100000);
 }
 
 ClientSocketManager::~ClientSocketManager()

@@ -34,16 +34,9 @@ LxBaseDbHandler::LxBaseDbHandler(const DbhConfig& config, QObject* parent)
     , m_logWriterConfig(config.logWriterConfig)
     , m_logLevel(config.logLevel)
 {
-    int result = Logbus::DEFAULT_OK;
-    m_logger = Logbus::instance(m_loggerName)
-                   ->createFileLogger(QStringLiteral("DB"), m_logFile, m_logWriterConfig, result);
-    if (m_logger && result != Logbus::DEFAULT_OK) {
-        delete m_logger;
-        m_logger = nullptr;
-    }
-    if (m_logger)
-        m_logger->setVerbosityAcceptedLevel(m_logLevel);
-    else
+    m_logger = makeFileLogger(m_loggerName, QStringLiteral("DB"), m_logFile, m_logWriterConfig, QString(),
+                              m_logLevel);
+    if (!m_logger)
         qWarning() << "Cannot create the database log file" << m_logFile;
 
     // Several handlers of one database must never share a connection.

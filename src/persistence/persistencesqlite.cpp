@@ -558,16 +558,8 @@ PersistenceSqlite::PersistenceSqlite(const QString& path, const QString& exten)
     dbConfig.logFile = dir + QStringLiteral("/telvixDbLog.txt");
     dbConfig.logLevel = 1000;
 
-    int result = Logbus::DEFAULT_OK;
-    logger = Logbus::instance(dbConfig.loggerName)
-                 ->createFileLogger(QStringLiteral("PERSISTENCE"), dbConfig.logFile, dbConfig.logWriterConfig,
-                                    result);
-    if (logger && result != Logbus::DEFAULT_OK) {
-        delete logger;
-        logger = nullptr;
-    }
-    if (logger)
-        logger->setVerbosityAcceptedLevel(dbConfig.logLevel);
+    logger = makeFileLogger(dbConfig.loggerName, QStringLiteral("PERSISTENCE"), dbConfig.logFile,
+                            dbConfig.logWriterConfig, QString(), dbConfig.logLevel);
 
     // A store that cannot be opened works empty: no history, no harm.
     open();
