@@ -376,6 +376,38 @@ public:
     /// sigRebrandingDownloadCompleted().
     Q_INVOKABLE bool downloadRebrandingPackage(const QString& lastMd5, const QString& folder);
 
+    // ---- chat ----------------------------------------------------------------
+    // The application speaks of extensions; the chat server's JIDs stay inside.
+    // An extension outside the last "ExtenList", or without a chat id there,
+    // cannot be reached: the call logs "Failed to get chatID for exten" and
+    // returns false.
+
+    /// Creates (true) or drops (false) the chat client; no thread hop, call it
+    /// on the library's thread. The server's chat settings do it by themselves.
+    Q_INVOKABLE bool enableChatSupport(bool enable);
+    /// Blocking. The chat client exists and is connected.
+    Q_INVOKABLE bool isChatConnected();
+    /// Queued. The user's own chat presence and status text.
+    Q_INVOKABLE bool setClientPresence(TELVIX::ChatPresence presence, const QString& status);
+    /// Queued. The sent message comes back as sigChatMessage() with its id.
+    Q_INVOKABLE bool sendChatMessage(const QString& exten, const QString& body);
+    /// Queued chat states towards `exten`.
+    Q_INVOKABLE bool sendChatOpenConversation(const QString& exten);
+    Q_INVOKABLE bool sendChatStartComposing(const QString& exten);
+    Q_INVOKABLE bool sendChatStopComposing(const QString& exten);
+    Q_INVOKABLE bool sendChatCloseConversation(const QString& exten);
+    /// Queued. Tells `exten` that its messages were read.
+    Q_INVOKABLE bool sendChatMessageDisplayed(const QString& exten);
+    /// The chat id of an extension, empty when unknown.
+    Q_INVOKABLE QString chatIdFromExten(const QString& exten);
+    /// The extension of a chat id, empty when unknown.
+    Q_INVOKABLE QString extenFromchatId(const QString& chatId);
+    /// Blocking. Ping interval of the chat link; the value is kept even when
+    /// the chat client refuses it, and applies to any later chat client.
+    Q_INVOKABLE bool setChatKeepAliveSendIntervalSec(int seconds);
+    /// Blocking. The last value given to setChatKeepAliveSendIntervalSec().
+    Q_INVOKABLE int getChatKeepAliveSendIntervalSec();
+
 public Q_SLOTS:
     /// Keeps the outlook phone books and republishes the contact book with
     /// their flag; they do not enter the merged book.

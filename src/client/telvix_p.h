@@ -8,6 +8,7 @@
 #include "telvixdispatch_p.h"
 #include "telvixlog_p.h"
 #include "telvixtimers_p.h"
+#include "xmppengine.h"
 
 #include <QDateTime>
 #include <QMap>
@@ -234,6 +235,43 @@ public:
     QString osType, osVersion, swType, swVersion, deviceId;
     bool guiKeepAliveEnabled = false;
     int chatKeepAliveInterval = 0;
+
+    // ---- chat (telvixchat.cpp) -------------------------------------------
+    bool enableChatSupport(bool enable);
+    bool isChatConnected() const;
+    bool setClientPresence(TELVIX::ChatPresence presence, const QString& status);
+    bool sendChatMessage(const QString& exten, const QString& body);
+    /// Looks `exten` up and calls `operation` on the chat client with its chat id.
+    bool sendToExten(const QString& exten, void (XmppClient::*operation)(const QString&));
+    bool sendChatMessageDisplayed(const QString& exten);
+    QString chatIdFromExten(const QString& exten) const;
+    QString extenFromchatId(const QString& chatId) const;
+    bool setChatKeepAliveSendIntervalSec(int seconds);
+    /// Connects the chat client with the session's account.
+    void connectChat();
+    void onChatConnected();
+    void onChatDisconnected(const QString& reason);
+    void onChatMessage(const ChatMessage& message);
+    void onChatContactComposing(const QString& chatId, const QString& threadId, bool composing);
+    /// Raises `signal` with the extension of `chatId`, if it has one.
+    void relayWithExten(const QString& chatId, void (Telvix::*signal)(QString));
+    void onChatClientPresenceChanged(TELVIX::ChatPresence presence, const QString& status);
+    void onChatContactPresenceChanged(const QString& chatId, TELVIX::ChatPresence presence,
+                                      const QString& status);
+    void onChatContactPresenceMapUpdate(const PresenceMap& presences);
+    void updateExtenStatusPresence(const QString& exten, TELVIX::ChatPresence presence,
+                                   const QString& status);
+    /// Disconnects and releases the chat client (shutdown).
+    void closeChat();
+    /// Disconnects and releases the chat client; the connection state is cleared.
+    void dropChat();
+    /// The chat client, on its own thread; null while chat is off.
+    XmppClient* chat = nullptr;
+    /// The chat client's link as its signals told it; the client itself is
+    /// not read across threads.
+    bool chatConnected = false;
+    bool chatConnecting = false;
+    QString chatDisconnectionReason = QStringLiteral("NoDisconnectionYet");
 
     // ---- peer data (telvixpeers.cpp) ------------------------------------
     void rowIdentities(const QString& xml, DispatchContext& ctx);

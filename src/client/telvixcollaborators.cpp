@@ -56,36 +56,6 @@ bool TelvixPrivate::getStoredCdr(bool cached, const QString& lastEntry)
     return true;
 }
 
-void TelvixPrivate::startChatFromLogin(const LoginRespMsg& resp)
-{
-    ChatConfiguration config;
-    config.chatId = resp.chatId;
-    config.chatPort = resp.chatPort;
-    onChatConfigReceived(config);
-}
-
-void TelvixPrivate::onChatConfigReceived(const ChatConfiguration& config)
-{
-    TLOG(1000) << "Received a new ChatConfiguration";
-    if (config == chatConfig) {
-        TLOG(1000) << "Received ChatConfiguration is equal to current one: nothing to do";
-        return;
-    }
-    if (config.chatId.isEmpty()) {
-        TLOG(100) << "got an empty chatID, cannot enable chat!";
-        return;
-    }
-    TLOG(1000) << "received chat info. chatID / chatPort:" << config.chatId << " / " << config.chatPort;
-    // The chat client is not part of this build yet: the account is kept for
-    // it, and the chat bit of the features stays clear.
-    chatConfig = config;
-}
-
-void TelvixPrivate::refreshChatPresence()
-{
-    // Without a chat client there is no presence to ask for.
-}
-
 bool TelvixPrivate::persistCdr(Cdr& entries)
 {
     if (!persistence)
@@ -107,12 +77,6 @@ void TelvixPrivate::startDownloader(SarnetDownloader* downloader, const QString&
     downloader->token = token;
     runningDownloaders.append(downloader);
     downloader->start();
-}
-
-void TelvixPrivate::startChatAfterExtenList()
-{
-    // Chat starts once the colleagues' chat ids are known; the chat client
-    // is not part of this build yet.
 }
 
 void TelvixPrivate::clearSessionIndexes()
@@ -140,6 +104,7 @@ void TelvixPrivate::shutdownDownloads()
 void TelvixPrivate::shutdownCollaborators()
 {
     shutdownLocalServer();
+    closeChat();
     // At once rather than later: the store must write its file while the
     // library's thread still runs.
     if (persistence) {

@@ -1,11 +1,13 @@
 // telvix-cli --json against telvix-pbx-sim, both run as real processes over
 // TLS on 127.0.0.1.
+#include "prosodyserver.h"
 #include "toolprocess.h"
 #include "wavefileparser.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSslSocket>
 #include <QTcpSocket>
@@ -32,6 +34,7 @@ private Q_SLOTS:
     void customDirectoryWithoutBanner();
     void unknownCommandsAreAnsweredWithErrors();
     void localServerRepublishesTheSession();
+    void chatBetweenTwoClientsThroughTheSimulatorsChatServer();
     void badOptions_data();
     void badOptions();
     void scenarioRunsStepsInOrder();
@@ -386,7 +389,8 @@ void tst_CliPbxSim::localServerRepublishesTheSession()
             },
             1000);
     }
-    QVERIFY2(received.startsWith("<SRNT><API>6.1</API><ServiceStatusList>"), received.constData());
+    // Chat events may come first: the simulated chat server is not there.
+    QVERIFY2(received.contains("<SRNT><API>6.1</API><ServiceStatusList>"), received.constData());
 
     // Logging out is told to the application as well.
     cli->send(call("logout", {}, "out"));
@@ -399,6 +403,62 @@ void tst_CliPbxSim::localServerRepublishesTheSession()
     cli->send(call("quit", {}, "bye"));
     QVERIFY(cli->waitForExit());
     QCOMPARE(cli->exitCode(), 0);
+}
+
+void tst_CliPbxSim::chatBetweenTwoClientsThroughTheSimulatorsChatServer()
+{
+    if (!ProsodyServer::isInstalled())
+        QSKIP("prosody is not installed");
+    // Chat accounts as the built-in directory names them, with the CTI
+    // passwords: the library logs in to chat with the session's password.
+    ProsodyServer chat;
+    chat.addUser(QStringLiteral("anna.rossi"), QStringLiteral("1000"));
+    chat.addUser(QStringLiteral("bruno.keller"), QStringLiteral("1001"));
+    chat.setSharedRoster(true);
+    QVERIFY2(chat.start(), qPrintable(chat.errorString()));
+
+    // Without a chat port the simulator offers no chat, and clients do not try.
+    QVERIFY(startSimulator());
+    auto lone = startCli("1002");
+    QVERIFY(lone);
+    QVERIFY(!lone->takeSignal("loggedToServer").isEmpty());
+    lone->send(call("isChatConnected", {}, "c"));
+    QCOMPARE(lone->takeAnswer("c").value("result"), QJsonValue(false));
+    lone->send(call("quit", {}, "q"));
+    QVERIFY(lone->waitForExit());
+    QVERIFY(lone->lines().filter(QStringLiteral("sigChat")).isEmpty());
+
+    QVERIFY(startSimulator({"--chat-port", QString::number(chat.port())}));
+    auto anna = startCli("1000");
+    auto bruno = startCli("1001");
+    QVERIFY(anna && bruno);
+    QVERIFY2(!anna->takeSignal("sigChatConnected", {}, 20000).isEmpty(), qPrintable(chat.log()));
+    QVERIFY(!bruno->takeSignal("sigChatConnected", {}, 20000).isEmpty());
+
+    // Extensions are turned into chat ids through the extension list.
+    for (auto* cli : {anna.get(), bruno.get()}) {
+        cli->send(call("getExtenList", {}, "list"));
+        QVERIFY(!cli->takeSignal("sigPhonebookChanged",
+                                 [](const QJsonObject& o) {
+                                     return !o.value("args").toArray().at(0).toArray().isEmpty();
+                                 })
+                     .isEmpty());
+    }
+    anna->send(call("sendChatMessage", {"1001", "ciao Bruno"}, 1));
+    const QJsonObject sent = anna->takeAnswer(1);
+    QVERIFY2(sent.value("result") == QJsonValue(true), QJsonDocument(sent).toJson().constData());
+    const QJsonObject received = bruno->takeSignal("sigChatMessage", [](const QJsonObject& o) {
+        return arg0(o).value("body").toString() == QLatin1String("ciao Bruno");
+    });
+    QVERIFY(!received.isEmpty());
+    QCOMPARE(arg0(received).value("exten").toString(), QStringLiteral("1000"));
+    QCOMPARE(arg0(received).value("direction").toInt(), 0);
+
+    for (auto* cli : {anna.get(), bruno.get()}) {
+        cli->send(call("quit", {}, "bye"));
+        QVERIFY(cli->waitForExit());
+        QCOMPARE(cli->exitCode(), 0);
+    }
 }
 
 void tst_CliPbxSim::badOptions_data()

@@ -83,12 +83,17 @@ int main(int argc, char** argv)
         QStringLiteral("token-validity"),
         QStringLiteral("Seconds an access token stays valid for downloads (default 3600)."),
         QStringLiteral("SECS"));
+    const QCommandLineOption chatPort(
+        QStringLiteral("chat-port"),
+        QStringLiteral("Send clients to a chat (XMPP) server on this port of the simulator's address, e.g. "
+                       "a prosody with the directory's chat ids (default 0: no chat, clients do not try)."),
+        QStringLiteral("PORT"));
     const QCommandLineOption cert(QStringLiteral("cert"), QStringLiteral("PEM certificate to present."),
                                   QStringLiteral("FILE"));
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("Its unencrypted PEM key."),
                                  QStringLiteral("FILE"));
     parser.addOptions({port, api, noBanner, directory, scenario, answerDelay, callDuration, ringTimeout,
-                       probeInterval, noRebranding, tokenValidity, cert, key});
+                       probeInterval, noRebranding, tokenValidity, chatPort, cert, key});
     if (!parser.parse(QCoreApplication::arguments()))
         return bad(parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
@@ -114,6 +119,8 @@ int main(int argc, char** argv)
         return bad(QStringLiteral("a time is a whole number of milliseconds"));
     if (!readInt(parser, tokenValidity, &settings.tokenValiditySecs) || settings.tokenValiditySecs < 0)
         return bad(QStringLiteral("bad --token-validity"));
+    if (!readInt(parser, chatPort, &settings.chatPort) || settings.chatPort < 0 || settings.chatPort > 65535)
+        return bad(QStringLiteral("bad --chat-port"));
     settings.certificate = parser.value(cert);
     settings.key = parser.value(key);
 

@@ -216,8 +216,10 @@ void SimAnswers::serviceCodes(SimSession& s, const QString&)
 void SimAnswers::ctiConfiguration(SimSession& s, const QString&)
 {
     CtiConfigurationRespMsg msg;
-    msg.chatConfiguration.chatId = m_hub.directory().extension(s.exten())->chatId;
-    msg.chatConfiguration.chatPort = 5222;
+    if (m_hub.chatPort() > 0) {
+        msg.chatConfiguration.chatId = m_hub.directory().extension(s.exten())->chatId;
+        msg.chatConfiguration.chatPort = m_hub.chatPort();
+    }
     msg.sipConfiguration.valid = true;
     msg.sipConfiguration.registrarIp = QStringLiteral("127.0.0.1");
     msg.sipConfiguration.proxyIp = QStringLiteral("127.0.0.1");

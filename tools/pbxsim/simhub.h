@@ -21,4 +21,6 @@ public:
     /// Tells every logged-in session the new status of `exten`.
     virtual void extenStatusChanged(const QString& exten) = 0;
     virtual void log(const QString& line) = 0;
+    /// Port of the chat server that logins are told about; 0: no chat.
+    virtual int chatPort() const = 0;
 };

@@ -178,8 +178,10 @@ void SimSession::login(const QString& xml)
                                    QStringLiteral("CUMULATIVE_STATS"), QStringLiteral("INCALLSERVICECODES")};
     answer.userUuid = QUuid::createUuidV5(UserNamespace, ext->exten).toString(QUuid::WithoutBraces);
     answer.mobileNumber = ext->mobileNumber;
-    answer.chatId = ext->chatId;
-    answer.chatPort = 5222;
+    if (m_sim.chatPort() > 0) {
+        answer.chatId = ext->chatId;
+        answer.chatPort = m_sim.chatPort();
+    }
     answer.firstName = ext->firstName;
     answer.lastName = ext->lastName;
     answer.seenIpAddress = peer();

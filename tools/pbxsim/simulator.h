@@ -32,6 +32,9 @@ struct SimSettings
     bool rebranding = true;
     /// How long an access token opens downloads.
     int tokenValiditySecs = 3600;
+    /// Chat server (on the simulator's address) that clients are sent to;
+    /// 0: the users have no chat account, and clients do not try one.
+    int chatPort = 0;
     QString certificate;
     QString key;
 };
@@ -49,6 +52,7 @@ public:
     bool listen(QString* error);
     quint16 port() const;
     const SimSettings& settings() const { return m_settings; }
+    int chatPort() const override { return m_settings.chatPort; }
     CallEngine& calls() { return m_calls; }
     /// Logged-in sessions of `exten`, or of everybody when it is "*".
     QList<SimSession*> sessionsOf(const QString& exten) const;
