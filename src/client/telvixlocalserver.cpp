@@ -3,27 +3,6 @@
 #include "clientsocketmanager.h"
 #include "telvix_p.h"
 
-namespace {
-
-// Records that travel to the local server, registered before the first
-// connection that carries them.
-void registerLocalServerTypes()
-{
-    qRegisterMetaType<LoginDetails>("LoginDetails");
-    qRegisterMetaType<BuddyStatusMap>("QMap<QString,BuddyStatus>");
-    qRegisterMetaType<BuddyStatus>("BuddyStatus");
-    qRegisterMetaType<Cdr>("QList<CdrEntry>");
-    qRegisterMetaType<QList<PhoneBook>>("QList<PhoneBook>");
-    qRegisterMetaType<QList<ServiceStatus>>("QList<ServiceStatus>");
-    qRegisterMetaType<IdentityList>("IdentityList");
-    qRegisterMetaType<QList<VoicemailMessage>>("QList<VoicemailMessage>");
-    qRegisterMetaType<MailboxStatus>("MailboxStatus");
-    qRegisterMetaType<ChatMessage>("ChatMessage");
-    qRegisterMetaType<QList<ChatMessage>>("QList<ChatMessage>");
-}
-
-} // namespace
-
 int Telvix::initTcpServer()
 {
     TELVIX_BLOCKING(int, d->initTcpServer(), -1);
@@ -51,7 +30,8 @@ int TelvixPrivate::initTcpServer()
         replacedLocalServers.append(localServer);
     auto* const manager = new ClientSocketManager(dataDir, nullptr);
     localServer = manager;
-    registerLocalServerTypes();
+    // The records these signals carry are registered by their families when
+    // the library loads, so queued receivers can take them from the start.
 
     // Every connection is direct: the signals are raised on this thread, so
     // messages leave in the order of the events, before the emitter returns.
@@ -162,19 +142,19 @@ int TelvixPrivate::restartTcpServer()
 
 void TelvixPrivate::shutdownLocalServer()
 {
+    const auto release = [](ClientSocketManager* server) {
+        QObject::disconnect(server, nullptr, nullptr, nullptr);
+        server->closeServer();
+        server->deleteLater();
+    };
     if (localServer) {
         qDebug() << Q_FUNC_INFO << "Closing ClientSocketManager";
-        QObject::disconnect(localServer, nullptr, nullptr, nullptr);
-        localServer->closeServer();
-        localServer->deleteLater();
+        release(localServer);
         localServer = nullptr;
     }
     for (const QPointer<ClientSocketManager>& replaced : qAsConst(replacedLocalServers)) {
-        if (!replaced)
-            continue;
-        QObject::disconnect(replaced, nullptr, nullptr, nullptr);
-        replaced->closeServer();
-        replaced->deleteLater();
+        if (replaced)
+            release(replaced);
     }
     replacedLocalServers.clear();
 }
