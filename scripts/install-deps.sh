@@ -12,7 +12,10 @@ PACKAGES=(
   sox libsox-fmt-base
   prosody lua-unbound
   openssl ca-certificates valgrind
-  python3
+  python3 gcovr
+  clang-14 libclang-rt-14-dev
+  libqt5websockets5-dev
+  xvfb xauth chromium ffmpeg
 )
 
 missing=()
