@@ -9,6 +9,13 @@ target_compile_definitions(telvix_qt_defines INTERFACE
   QT_NO_FOREACH QT_NO_KEYWORDS QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
   QT_DEPRECATED_WARNINGS)
 
+# Every test, tool and benchmark links the whole library archive: with mold a
+# change to one library source relinks them all in seconds instead of minutes.
+find_program(TELVIX_MOLD mold)
+if(TELVIX_MOLD AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  add_link_options(-fuse-ld=mold)
+endif()
+
 if(TELVIX_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(
-  build-essential cmake ninja-build ccache pkg-config git
+  build-essential cmake ninja-build ccache mold pkg-config git
   qtbase5-dev libqt5sql5-sqlite
   libgloox-dev libgsm1-dev libgsm-tools zlib1g-dev
   libspdlog-dev libfmt-dev
