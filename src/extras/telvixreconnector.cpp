@@ -1,0 +1,350 @@
+#include "telvixreconnector.h"
+
+#include "telvix.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSslError>
+#include <QTimer>
+
+#include <cmath>
+
+namespace {
+
+using Verdict = TelvixReconnector::Verdict;
+
+// The words Telvix itself gives to disconnectedFromServer().
+struct ReasonRow
+{
+    const char* word;
+    Verdict verdict;
+};
+constexpr ReasonRow LibraryReasons[] = {
+    {"Unkown", Verdict::Retry},
+    {"NetworkError", Verdict::Retry},
+    {"ConnectionTimeout", Verdict::Retry},
+    {"UserRequest", Verdict::GiveUp},
+    {"NoCapability", Verdict::GiveUp},
+    {"EmptyExten", Verdict::GiveUp},
+    {"WrongConfig", Verdict::GiveUp},
+};
+
+// Qt's texts for a connection that could not be made or was lost; Telvix
+// passes the socket's error string on as it is.
+constexpr const char* SocketErrorTexts[] = {
+    "Connection refused",
+    "Connection timed out",
+    "Socket operation timed out",
+    "Network operation timed out",
+    "Host not found",
+    "Network unreachable",
+    "Host unreachable",
+    "Network dropped connection on reset",
+    "The remote host closed the connection",
+    "The TLS/SSL connection has been closed",
+    "SSL handshake failed",
+    "Connection to proxy refused",
+    "Connection to proxy closed prematurely",
+    "Connection to proxy timed out",
+    "Proxy host not found",
+};
+constexpr const char* SocketErrorPrefix = "Error during SSL handshake: %1";
+constexpr const char* SocketErrorContexts[] = {"QAbstractSocket", "QNativeSocketEngine", "QSslSocket"};
+
+QString translated(const char* context, const char* text)
+{
+    return QCoreApplication::translate(context, text);
+}
+
+bool isSocketErrorText(const QString& reason)
+{
+    for (const char* context : SocketErrorContexts) {
+        for (const char* text : SocketErrorTexts) {
+            if (reason == QLatin1String(text) || reason == translated(context, text))
+                return true;
+        }
+        for (const QString& pattern :
+             {QString::fromLatin1(SocketErrorPrefix), translated(context, SocketErrorPrefix)}) {
+            const QString prefix = pattern.section(QStringLiteral("%1"), 0, 0);
+            if (!prefix.isEmpty() && reason.startsWith(prefix))
+                return true;
+        }
+    }
+    // A certificate refused by verification is reported by its first error.
+    for (int e = QSslError::NoError; e <= QSslError::OcspStatusUnknown; ++e) {
+        if (reason == QSslError(QSslError::SslError(e)).errorString())
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+// ---- clock ---------------------------------------------------------------
+
+TelvixReconnector::Clock::~Clock() = default;
+
+class TelvixReconnector::SystemClock : public TelvixReconnector::Clock
+{
+public:
+    SystemClock()
+    {
+        m_elapsed.start();
+        m_timer.setSingleShot(true);
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            if (m_fire)
+                m_fire();
+        });
+    }
+    qint64 nowMs() const override { return m_elapsed.elapsed(); }
+    void start(int ms, std::function<void()> fire) override
+    {
+        m_fire = std::move(fire);
+        m_timer.start(ms);
+    }
+    void stop() override { m_timer.stop(); }
+
+private:
+    QElapsedTimer m_elapsed;
+    QTimer m_timer;
+    std::function<void()> m_fire;
+};
+
+// ---- set-up ----------------------------------------------------------------
+
+TelvixReconnector::TelvixReconnector(Telvix* client, QObject* parent)
+    : QObject(parent)
+    , m_client(client)
+    , m_random(QRandomGenerator::global()->generate())
+    , m_systemClock(new SystemClock)
+{
+    // Telvix raises its signals on its own thread; they arrive here queued.
+    connect(client, &Telvix::loggedToServer, this, &TelvixReconnector::onLoggedIn);
+    connect(client, &Telvix::disconnectedFromServer, this, &TelvixReconnector::onDisconnected);
+    if (client->getConnectionState() == Telvix::StateConnected) {
+        m_state = State::Up;
+        m_sessionStart = clock()->nowMs();
+    }
+}
+
+TelvixReconnector::~TelvixReconnector()
+{
+    clock()->stop();
+}
+
+void TelvixReconnector::setClock(Clock* newClock)
+{
+    clock()->stop();
+    m_clock = newClock;
+}
+
+TelvixReconnector::Clock* TelvixReconnector::clock() const
+{
+    return m_clock ? m_clock : m_systemClock.data();
+}
+
+// ---- the reason table ---------------------------------------------------------
+
+TelvixReconnector::Verdict TelvixReconnector::verdictFor(const QString& reason, bool sessionWasUp)
+{
+    for (const ReasonRow& row : LibraryReasons) {
+        if (reason == QLatin1String(row.word))
+            return row.verdict;
+    }
+    if (isSocketErrorText(reason))
+        return Verdict::Retry;
+    // Any other word is the server's own: a "LoggedOff" of a live session,
+    // or the refusal of a login.
+    return sessionWasUp ? Verdict::Retry : Verdict::GiveUp;
+}
+
+QSet<QByteArray> TelvixReconnector::stateRequests()
+{
+    return {"getIdentities",
+            "getPeerList",
+            "getPhoneBook",
+            "getExtenList",
+            "getExtenStatus",
+            "getServiceStatus",
+            "getVoicemail",
+            "getMailboxStatus",
+            "getTenantList",
+            "subscribeTenantEvents",
+            "getContactsList",
+            "getQueueList",
+            "getAllQueuesStats",
+            "getAllQueuePeriodicStats",
+            "getAllQueueOperatorPeriodicStats",
+            "getQueuePeriodicStats",
+            "getQueueOperatorPeriodicStats"};
+}
+
+// ---- requests -------------------------------------------------------------------
+
+void TelvixReconnector::request(const QString& key, const Request& request)
+{
+    store(key, request);
+    if (m_state == State::Up)
+        run(request);
+}
+
+void TelvixReconnector::remember(const QString& key, const Request& request)
+{
+    store(key, request);
+}
+
+void TelvixReconnector::store(const QString& key, const Request& request)
+{
+    for (Entry& entry : m_requests) {
+        if (entry.key == key) {
+            entry.request = request;
+            return;
+        }
+    }
+    m_requests.append({key, request});
+}
+
+void TelvixReconnector::forget(const QString& key)
+{
+    for (int i = 0; i < m_requests.size(); ++i) {
+        if (m_requests.at(i).key == key) {
+            m_requests.removeAt(i);
+            return;
+        }
+    }
+}
+
+QStringList TelvixReconnector::requestKeys() const
+{
+    QStringList keys;
+    for (const Entry& entry : m_requests)
+        keys.append(entry.key);
+    return keys;
+}
+
+void TelvixReconnector::run(const Request& request)
+{
+    Telvix* client = m_client;
+    if (!client)
+        return;
+    QMetaObject::invokeMethod(
+        client, [client, request] { request(client); }, Qt::QueuedConnection);
+}
+
+// ---- the schedule ---------------------------------------------------------------
+
+void TelvixReconnector::stop()
+{
+    clock()->stop();
+    m_state = State::Stopped;
+    m_attempt = 0;
+}
+
+void TelvixReconnector::start()
+{
+    if (m_state == State::Stopped)
+        m_state = State::Idle;
+}
+
+void TelvixReconnector::onLoggedIn()
+{
+    if (m_state == State::Stopped)
+        return;
+    // An attempt dropped for hanging may have logged in just before the
+    // drop reached the library's thread; then this session is already gone.
+    if (m_aborted && m_client && !m_client->isConnected())
+        return;
+    clock()->stop();
+    const bool wasDown = m_state == State::Waiting || m_state == State::Attempting;
+    m_state = State::Up;
+    m_aborted = false;
+    m_sessionStart = clock()->nowMs();
+    for (const Entry& entry : qAsConst(m_requests))
+        run(entry.request);
+    if (wasDown && m_downSince >= 0)
+        Q_EMIT reconnected(m_sessionStart - m_downSince);
+    m_downSince = -1;
+}
+
+void TelvixReconnector::onDisconnected(const QString& reason)
+{
+    switch (m_state) {
+    case State::Stopped:
+    case State::Waiting: // the end of an attempt already dropped
+        return;
+    case State::Up: {
+        const qint64 now = clock()->nowMs();
+        if (now - m_sessionStart >= m_settings.stableSessionMs)
+            m_attempt = 0;
+        m_downSince = now;
+        if (verdictFor(reason, true) == Verdict::GiveUp) {
+            giveUp(reason);
+            return;
+        }
+        m_lastLogin = m_sessionStart;
+        scheduleNext(reason);
+        return;
+    }
+    case State::Idle:
+    case State::Attempting: {
+        const qint64 now = clock()->nowMs();
+        if (m_downSince < 0)
+            m_downSince = now;
+        if (verdictFor(reason, false) == Verdict::GiveUp) {
+            giveUp(reason);
+            return;
+        }
+        // The attempt may have sent its login just before it failed.
+        m_lastLogin = now;
+        scheduleNext(reason);
+        return;
+    }
+    }
+}
+
+void TelvixReconnector::scheduleNext(const QString& reason)
+{
+    if (m_settings.maxAttempts > 0 && m_attempt >= m_settings.maxAttempts) {
+        giveUp(reason);
+        return;
+    }
+    ++m_attempt;
+    const double grown = m_settings.firstDelayMs * std::pow(m_settings.multiplier, m_attempt - 1);
+    const int upper = int(qMin(double(m_settings.maxDelayMs), grown));
+    // The library refuses a login that follows the one before within a
+    // second, and the attempt would then hang until its time limit.
+    const int lower = int(qBound(qint64(0), m_settings.minGapMs - (clock()->nowMs() - m_lastLogin),
+                                 qint64(m_settings.minGapMs)));
+    const int delay = lower + int(m_random.bounded(quint32(qMax(0, upper - lower)) + 1));
+    m_state = State::Waiting;
+    clock()->start(delay, [this] { attemptNow(); });
+    Q_EMIT waiting(m_attempt, delay);
+}
+
+void TelvixReconnector::attemptNow()
+{
+    if (m_state != State::Waiting || !m_client)
+        return;
+    m_state = State::Attempting;
+    clock()->start(m_settings.attemptTimeoutMs, [this] { onAttemptTimeout(); });
+    m_client->reconnectToServer();
+}
+
+void TelvixReconnector::onAttemptTimeout()
+{
+    if (m_state != State::Attempting || !m_client)
+        return;
+    m_client->abortConnection();
+    m_aborted = true;
+    m_lastLogin = clock()->nowMs();
+    scheduleNext(QStringLiteral("ConnectionTimeout"));
+}
+
+void TelvixReconnector::giveUp(const QString& reason)
+{
+    clock()->stop();
+    m_state = State::Idle;
+    m_attempt = 0;
+    m_downSince = -1;
+    Q_EMIT gaveUp(reason);
+}
