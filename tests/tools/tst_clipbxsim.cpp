@@ -50,6 +50,7 @@ private Q_SLOTS:
     void commandsRunWhileTheLoginHangs_data();
     void commandsRunWhileTheLoginHangs();
     void emptyDataDirWritesTheLogInTheWorkingDirectory();
+    void reconnectBringsTheSessionBack_data();
     void reconnectBringsTheSessionBack();
 
 private:
@@ -763,8 +764,16 @@ void tst_CliPbxSim::emptyDataDirWritesTheLogInTheWorkingDirectory()
     QVERIFY(QFileInfo(work + "/telvixLog.txt").size() > 0);
 }
 
+void tst_CliPbxSim::reconnectBringsTheSessionBack_data()
+{
+    QTest::addColumn<bool>("periodic");
+    QTest::newRow("restart step of a scenario") << false;
+    QTest::newRow("periodic restarts") << true;
+}
+
 void tst_CliPbxSim::reconnectBringsTheSessionBack()
 {
+    QFETCH(bool, periodic);
     const QString path = m_dir.path() + "/restart.json";
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -773,7 +782,8 @@ void tst_CliPbxSim::reconnectBringsTheSessionBack()
         {"after": 200, "do": "restart", "ms": 1500}
     ]})");
     file.close();
-    QVERIFY(startSimulator({"--scenario", path}));
+    QVERIFY(startSimulator(periodic ? QStringList {"--restart-every", "3000", "--restart-downtime", "1500"}
+                                    : QStringList {"--scenario", path}));
     auto cli = startCli("1002", QString(), {"--reconnect"});
     QVERIFY(cli);
     QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
@@ -791,7 +801,7 @@ void tst_CliPbxSim::reconnectBringsTheSessionBack()
     QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
     // The status asked for in the lost session is asked for again.
     QVERIFY(!cli->takeSignal("sigExtenStatusMapChanged").isEmpty());
-    QVERIFY(!m_sim->waitForLine("scenario: done").isEmpty());
+    QVERIFY(!m_sim->waitForLine(periodic ? "accepting connections again" : "scenario: done").isEmpty());
     cli->send(call("quit", {}, 2));
     QVERIFY(cli->waitForExit());
     QCOMPARE(cli->exitCode(), 0);
