@@ -91,6 +91,9 @@ public:
     {
         m_elapsed.start();
         m_timer.setSingleShot(true);
+        // A coarse timer would round the waits to shared boundaries (whole
+        // seconds from 20 s on) and undo the jitter.
+        m_timer.setTimerType(Qt::PreciseTimer);
         QObject::connect(&m_timer, &QTimer::timeout, [this] {
             if (m_fire)
                 m_fire();
@@ -121,10 +124,14 @@ TelvixReconnector::TelvixReconnector(Telvix* client, QObject* parent)
     // Telvix raises its signals on its own thread; they arrive here queued.
     connect(client, &Telvix::loggedToServer, this, &TelvixReconnector::onLoggedIn);
     connect(client, &Telvix::disconnectedFromServer, this, &TelvixReconnector::onDisconnected);
-    if (client->getConnectionState() == Telvix::StateConnected) {
-        m_state = State::Up;
-        m_sessionStart = clock()->nowMs();
-    }
+    watch();
+}
+
+void TelvixReconnector::watch()
+{
+    const bool up = m_client && m_client->getConnectionState() == Telvix::StateConnected;
+    m_state = up ? State::Up : State::Idle;
+    m_sessionStart = clock()->nowMs();
 }
 
 TelvixReconnector::~TelvixReconnector()
@@ -243,7 +250,7 @@ void TelvixReconnector::stop()
 void TelvixReconnector::start()
 {
     if (m_state == State::Stopped)
-        m_state = State::Idle;
+        watch();
 }
 
 void TelvixReconnector::onLoggedIn()
@@ -268,38 +275,26 @@ void TelvixReconnector::onLoggedIn()
 
 void TelvixReconnector::onDisconnected(const QString& reason)
 {
-    switch (m_state) {
-    case State::Stopped:
-    case State::Waiting: // the end of an attempt already dropped
+    // While waiting, this is the end of an attempt already dropped.
+    if (m_state == State::Stopped || m_state == State::Waiting)
         return;
-    case State::Up: {
-        const qint64 now = clock()->nowMs();
+    const qint64 now = clock()->nowMs();
+    const bool sessionWasUp = m_state == State::Up;
+    if (sessionWasUp) {
         if (now - m_sessionStart >= m_settings.stableSessionMs)
             m_attempt = 0;
         m_downSince = now;
-        if (verdictFor(reason, true) == Verdict::GiveUp) {
-            giveUp(reason);
-            return;
-        }
         m_lastLogin = m_sessionStart;
-        scheduleNext(reason);
-        return;
-    }
-    case State::Idle:
-    case State::Attempting: {
-        const qint64 now = clock()->nowMs();
+    } else {
         if (m_downSince < 0)
             m_downSince = now;
-        if (verdictFor(reason, false) == Verdict::GiveUp) {
-            giveUp(reason);
-            return;
-        }
         // The attempt may have sent its login just before it failed.
         m_lastLogin = now;
+    }
+    if (verdictFor(reason, sessionWasUp) == Verdict::GiveUp)
+        giveUp(reason);
+    else
         scheduleNext(reason);
-        return;
-    }
-    }
 }
 
 void TelvixReconnector::scheduleNext(const QString& reason)

@@ -143,7 +143,7 @@ public:
     /// Stops reconnecting; a pending attempt is cancelled. An attempt already
     /// under way is left to end.
     void stop();
-    /// Watches again, after stop() or after giving up.
+    /// Watches again after stop(); a live session counts as started now.
     void start();
     bool isActive() const { return m_state != State::Stopped; }
     /// The number of the attempt under way or waited for; 0 when none.
@@ -167,6 +167,8 @@ private:
     };
     class SystemClock;
 
+    /// Takes up the client's state: a live session counts as started now.
+    void watch();
     void onLoggedIn();
     void onDisconnected(const QString& reason);
     void scheduleNext(const QString& reason);
