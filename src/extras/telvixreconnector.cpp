@@ -4,6 +4,8 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QPointer>
+#include <QRandomGenerator>
 #include <QSslError>
 #include <QTimer>
 
@@ -84,7 +86,9 @@ bool isSocketErrorText(const QString& reason)
 
 TelvixReconnector::Clock::~Clock() = default;
 
-class TelvixReconnector::SystemClock : public TelvixReconnector::Clock
+namespace {
+
+class SystemClock : public TelvixReconnector::Clock
 {
 public:
     SystemClock()
@@ -113,41 +117,115 @@ private:
     std::function<void()> m_fire;
 };
 
+} // namespace
+
+// ---- state -------------------------------------------------------------------
+
+class TelvixReconnectorPrivate
+{
+public:
+    using Clock = TelvixReconnector::Clock;
+    using Request = TelvixReconnector::Request;
+    using Settings = TelvixReconnector::Settings;
+    using Verdict = TelvixReconnector::Verdict;
+    enum class State { Idle, Up, Waiting, Attempting, Stopped };
+    struct Entry
+    {
+        QString key;
+        Request request;
+    };
+
+    TelvixReconnectorPrivate(TelvixReconnector* owner, Telvix* client)
+        : q(owner)
+        , m_client(client)
+        , m_random(QRandomGenerator::global()->generate())
+    {
+    }
+
+    /// Takes up the client's state: a live session counts as started now.
+    void watch();
+    void onLoggedIn();
+    void onDisconnected(const QString& reason);
+    void scheduleNext(const QString& reason);
+    void attemptNow();
+    void onAttemptTimeout();
+    void giveUp(const QString& reason);
+    void run(const Request& request);
+    void store(const QString& key, const Request& request);
+    Clock* clock() const { return m_clock ? m_clock : &m_systemClock; }
+
+    TelvixReconnector* const q;
+    QPointer<Telvix> m_client;
+    Settings m_settings;
+    QRandomGenerator m_random;
+    mutable SystemClock m_systemClock;
+    Clock* m_clock = nullptr;
+    State m_state = State::Idle;
+    int m_attempt = 0;
+    bool m_aborted = false;
+    /// When a login was last sent, or may have been.
+    qint64 m_lastLogin = 0;
+    qint64 m_sessionStart = 0;
+    qint64 m_downSince = -1;
+    QList<Entry> m_requests;
+};
+
 // ---- set-up ----------------------------------------------------------------
 
 TelvixReconnector::TelvixReconnector(Telvix* client, QObject* parent)
     : QObject(parent)
-    , m_client(client)
-    , m_random(QRandomGenerator::global()->generate())
-    , m_systemClock(new SystemClock)
+    , d_ptr(new TelvixReconnectorPrivate(this, client))
 {
+    Q_D(TelvixReconnector);
     // Telvix raises its signals on its own thread; they arrive here queued.
-    connect(client, &Telvix::loggedToServer, this, &TelvixReconnector::onLoggedIn);
-    connect(client, &Telvix::disconnectedFromServer, this, &TelvixReconnector::onDisconnected);
-    watch();
-}
-
-void TelvixReconnector::watch()
-{
-    const bool up = m_client && m_client->getConnectionState() == Telvix::StateConnected;
-    m_state = up ? State::Up : State::Idle;
-    m_sessionStart = clock()->nowMs();
+    connect(client, &Telvix::loggedToServer, this, [d] { d->onLoggedIn(); });
+    connect(client, &Telvix::disconnectedFromServer, this,
+            [d](const QString& reason) { d->onDisconnected(reason); });
+    d->watch();
 }
 
 TelvixReconnector::~TelvixReconnector()
 {
-    clock()->stop();
+    d_func()->clock()->stop();
 }
 
-void TelvixReconnector::setClock(Clock* newClock)
+void TelvixReconnector::setSettings(const Settings& settings)
 {
-    clock()->stop();
-    m_clock = newClock;
+    d_func()->m_settings = settings;
 }
 
-TelvixReconnector::Clock* TelvixReconnector::clock() const
+TelvixReconnector::Settings TelvixReconnector::settings() const
 {
-    return m_clock ? m_clock : m_systemClock.data();
+    return d_func()->m_settings;
+}
+
+void TelvixReconnector::setSeed(quint32 seed)
+{
+    d_func()->m_random.seed(seed);
+}
+
+void TelvixReconnector::setClock(Clock* clock)
+{
+    Q_D(TelvixReconnector);
+    d->clock()->stop();
+    d->m_clock = clock;
+}
+
+bool TelvixReconnector::isActive() const
+{
+    return d_func()->m_state != TelvixReconnectorPrivate::State::Stopped;
+}
+
+int TelvixReconnector::attempt() const
+{
+    return d_func()->m_attempt;
+}
+
+void TelvixReconnectorPrivate::watch()
+{
+    const bool up = m_client && m_client->getConnectionState() == Telvix::StateConnected;
+    m_state = up ? State::Up : State::Idle;
+    m_sessionStart = clock()->nowMs();
 }
 
 // ---- the reason table ---------------------------------------------------------
@@ -190,17 +268,18 @@ QSet<QByteArray> TelvixReconnector::stateRequests()
 
 void TelvixReconnector::request(const QString& key, const Request& request)
 {
-    store(key, request);
-    if (m_state == State::Up)
-        run(request);
+    Q_D(TelvixReconnector);
+    d->store(key, request);
+    if (d->m_state == TelvixReconnectorPrivate::State::Up)
+        d->run(request);
 }
 
 void TelvixReconnector::remember(const QString& key, const Request& request)
 {
-    store(key, request);
+    d_func()->store(key, request);
 }
 
-void TelvixReconnector::store(const QString& key, const Request& request)
+void TelvixReconnectorPrivate::store(const QString& key, const Request& request)
 {
     for (Entry& entry : m_requests) {
         if (entry.key == key) {
@@ -213,9 +292,10 @@ void TelvixReconnector::store(const QString& key, const Request& request)
 
 void TelvixReconnector::forget(const QString& key)
 {
-    for (int i = 0; i < m_requests.size(); ++i) {
-        if (m_requests.at(i).key == key) {
-            m_requests.removeAt(i);
+    QList<TelvixReconnectorPrivate::Entry>& requests = d_func()->m_requests;
+    for (int i = 0; i < requests.size(); ++i) {
+        if (requests.at(i).key == key) {
+            requests.removeAt(i);
             return;
         }
     }
@@ -224,12 +304,12 @@ void TelvixReconnector::forget(const QString& key)
 QStringList TelvixReconnector::requestKeys() const
 {
     QStringList keys;
-    for (const Entry& entry : m_requests)
+    for (const TelvixReconnectorPrivate::Entry& entry : d_func()->m_requests)
         keys.append(entry.key);
     return keys;
 }
 
-void TelvixReconnector::run(const Request& request)
+void TelvixReconnectorPrivate::run(const Request& request)
 {
     Telvix* client = m_client;
     if (!client)
@@ -242,18 +322,20 @@ void TelvixReconnector::run(const Request& request)
 
 void TelvixReconnector::stop()
 {
-    clock()->stop();
-    m_state = State::Stopped;
-    m_attempt = 0;
+    Q_D(TelvixReconnector);
+    d->clock()->stop();
+    d->m_state = TelvixReconnectorPrivate::State::Stopped;
+    d->m_attempt = 0;
 }
 
 void TelvixReconnector::start()
 {
-    if (m_state == State::Stopped)
-        watch();
+    Q_D(TelvixReconnector);
+    if (d->m_state == TelvixReconnectorPrivate::State::Stopped)
+        d->watch();
 }
 
-void TelvixReconnector::onLoggedIn()
+void TelvixReconnectorPrivate::onLoggedIn()
 {
     if (m_state == State::Stopped)
         return;
@@ -269,11 +351,11 @@ void TelvixReconnector::onLoggedIn()
     for (const Entry& entry : qAsConst(m_requests))
         run(entry.request);
     if (wasDown && m_downSince >= 0)
-        Q_EMIT reconnected(m_sessionStart - m_downSince);
+        Q_EMIT q->reconnected(m_sessionStart - m_downSince);
     m_downSince = -1;
 }
 
-void TelvixReconnector::onDisconnected(const QString& reason)
+void TelvixReconnectorPrivate::onDisconnected(const QString& reason)
 {
     // While waiting, this is the end of an attempt already dropped.
     if (m_state == State::Stopped || m_state == State::Waiting)
@@ -291,13 +373,13 @@ void TelvixReconnector::onDisconnected(const QString& reason)
         // The attempt may have sent its login just before it failed.
         m_lastLogin = now;
     }
-    if (verdictFor(reason, sessionWasUp) == Verdict::GiveUp)
+    if (TelvixReconnector::verdictFor(reason, sessionWasUp) == Verdict::GiveUp)
         giveUp(reason);
     else
         scheduleNext(reason);
 }
 
-void TelvixReconnector::scheduleNext(const QString& reason)
+void TelvixReconnectorPrivate::scheduleNext(const QString& reason)
 {
     if (m_settings.maxAttempts > 0 && m_attempt >= m_settings.maxAttempts) {
         giveUp(reason);
@@ -313,10 +395,10 @@ void TelvixReconnector::scheduleNext(const QString& reason)
     const int delay = lower + int(m_random.bounded(quint32(qMax(0, upper - lower)) + 1));
     m_state = State::Waiting;
     clock()->start(delay, [this] { attemptNow(); });
-    Q_EMIT waiting(m_attempt, delay);
+    Q_EMIT q->waiting(m_attempt, delay);
 }
 
-void TelvixReconnector::attemptNow()
+void TelvixReconnectorPrivate::attemptNow()
 {
     if (m_state != State::Waiting || !m_client)
         return;
@@ -325,7 +407,7 @@ void TelvixReconnector::attemptNow()
     m_client->reconnectToServer();
 }
 
-void TelvixReconnector::onAttemptTimeout()
+void TelvixReconnectorPrivate::onAttemptTimeout()
 {
     if (m_state != State::Attempting || !m_client)
         return;
@@ -335,11 +417,11 @@ void TelvixReconnector::onAttemptTimeout()
     scheduleNext(QStringLiteral("ConnectionTimeout"));
 }
 
-void TelvixReconnector::giveUp(const QString& reason)
+void TelvixReconnectorPrivate::giveUp(const QString& reason)
 {
     clock()->stop();
     m_state = State::Idle;
     m_attempt = 0;
     m_downSince = -1;
-    Q_EMIT gaveUp(reason);
+    Q_EMIT q->gaveUp(reason);
 }

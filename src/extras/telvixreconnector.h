@@ -4,8 +4,6 @@
 
 #include <QList>
 #include <QObject>
-#include <QPointer>
-#include <QRandomGenerator>
 #include <QScopedPointer>
 #include <QSet>
 #include <QString>
@@ -13,6 +11,7 @@
 #include <functional>
 
 class Telvix;
+class TelvixReconnectorPrivate;
 
 /// \brief Brings a Telvix session back after it was lost: an opt-in helper
 /// that an application attaches to its client.
@@ -118,10 +117,10 @@ public:
     explicit TelvixReconnector(Telvix* client, QObject* parent = nullptr);
     ~TelvixReconnector() override;
 
-    void setSettings(const Settings& settings) { m_settings = settings; }
-    Settings settings() const { return m_settings; }
+    void setSettings(const Settings& settings);
+    Settings settings() const;
     /// Makes the jitter reproducible.
-    void setSeed(quint32 seed) { m_random.seed(seed); }
+    void setSeed(quint32 seed);
     /// `clock` is not owned; nullptr restores the system clock.
     void setClock(Clock* clock);
 
@@ -145,9 +144,9 @@ public:
     void stop();
     /// Watches again after stop(); a live session counts as started now.
     void start();
-    bool isActive() const { return m_state != State::Stopped; }
+    bool isActive() const;
     /// The number of the attempt under way or waited for; 0 when none.
-    int attempt() const { return m_attempt; }
+    int attempt() const;
 
 Q_SIGNALS:
     /// The next attempt, numbered from 1, follows in `delayMs`.
@@ -159,37 +158,6 @@ Q_SIGNALS:
     void gaveUp(QString reason);
 
 private:
-    enum class State { Idle, Up, Waiting, Attempting, Stopped };
-    struct Entry
-    {
-        QString key;
-        Request request;
-    };
-    class SystemClock;
-
-    /// Takes up the client's state: a live session counts as started now.
-    void watch();
-    void onLoggedIn();
-    void onDisconnected(const QString& reason);
-    void scheduleNext(const QString& reason);
-    void attemptNow();
-    void onAttemptTimeout();
-    void giveUp(const QString& reason);
-    void run(const Request& request);
-    void store(const QString& key, const Request& request);
-    Clock* clock() const;
-
-    QPointer<Telvix> m_client;
-    Settings m_settings;
-    QRandomGenerator m_random;
-    QScopedPointer<Clock> m_systemClock;
-    Clock* m_clock = nullptr;
-    State m_state = State::Idle;
-    int m_attempt = 0;
-    bool m_aborted = false;
-    /// When a login was last sent, or may have been.
-    qint64 m_lastLogin = 0;
-    qint64 m_sessionStart = 0;
-    qint64 m_downSince = -1;
-    QList<Entry> m_requests;
+    Q_DECLARE_PRIVATE(TelvixReconnector)
+    QScopedPointer<TelvixReconnectorPrivate> d_ptr;
 };
