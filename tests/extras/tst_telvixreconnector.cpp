@@ -106,6 +106,7 @@ private Q_SLOTS:
     void backOffDoublesUpToTheCapWithFullJitter();
     void aStableSessionStartsTheCountAgain();
     void aHangingAttemptIsDroppedAndCountsAsFailed();
+    void givesUpWhenTheAttemptsRunOut();
     void requestsAreAskedAgainAfterEachLogin();
 };
 
@@ -317,6 +318,25 @@ void tst_TelvixReconnector::aHangingAttemptIsDroppedAndCountsAsFailed()
     QVERIFY(rig.logins.wait(10000));
     QCOMPARE(rig.server.connectionCount(), 3);
     QVERIFY(gaveUp.isEmpty());
+}
+
+void tst_TelvixReconnector::givesUpWhenTheAttemptsRunOut()
+{
+    TelvixReconnector::Settings settings;
+    settings.maxAttempts = 2;
+    Rig rig(9, settings);
+    QSignalSpy gaveUp(rig.reconnector.get(), &TelvixReconnector::gaveUp);
+    rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
+    QVERIFY(rig.connect());
+    for (int n = 1; n <= 2; ++n) {
+        QCOMPARE(rig.nextWait().first, n);
+        rig.clock.elapse();
+    }
+    QVERIFY(gaveUp.wait(10000));
+    QVERIFY(TelvixReconnector::verdictFor(gaveUp.at(0).at(0).toString(), false) == Verdict::Retry);
+    QVERIFY(!rig.clock.pending());
+    QCOMPARE(rig.server.connectionCount(), 3);
+    QVERIFY(rig.waits.isEmpty());
 }
 
 void tst_TelvixReconnector::requestsAreAskedAgainAfterEachLogin()

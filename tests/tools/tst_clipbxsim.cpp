@@ -774,16 +774,18 @@ void tst_CliPbxSim::reconnectBringsTheSessionBack_data()
 void tst_CliPbxSim::reconnectBringsTheSessionBack()
 {
     QFETCH(bool, periodic);
-    const QString path = m_dir.path() + "/restart.json";
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(R"({"steps": [
-        {"waitFor": "GetExtenStatus", "from": "1002", "timeout": 20000},
-        {"after": 200, "do": "restart", "ms": 1500}
-    ]})");
-    file.close();
-    QVERIFY(startSimulator(periodic ? QStringList {"--restart-every", "3000", "--restart-downtime", "1500"}
-                                    : QStringList {"--scenario", path}));
+    QStringList options {"--restart-every", "3000", "--restart-downtime", "1500"};
+    if (!periodic) {
+        const QString path = m_dir.path() + "/restart.json";
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"({"steps": [
+            {"waitFor": "GetExtenStatus", "from": "1002", "timeout": 20000},
+            {"after": 200, "do": "restart", "ms": 1500}
+        ]})");
+        options = QStringList {"--scenario", path};
+    }
+    QVERIFY(startSimulator(options));
     auto cli = startCli("1002", QString(), {"--reconnect"});
     QVERIFY(cli);
     QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
