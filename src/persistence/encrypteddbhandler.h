@@ -19,6 +19,7 @@ class TELVIX_EXPORT EncryptedSqliteDbHandler : public LxBaseDbHandler
 public:
     /// Unscrambles the file into a working copy and points the connection at it.
     explicit EncryptedSqliteDbHandler(const DbhConfig& config, QObject* parent = nullptr);
+    ~EncryptedSqliteDbHandler() override;
 
     /// Closes the connection and scrambles the working copy into the
     /// permanent file; the working copy is deleted.
@@ -37,6 +38,11 @@ public:
 
 private:
     bool createWorkingCopy();
+    /// Puts back what a killed run left half-done: the permanent file set
+    /// aside as its backup, and the plain working copy left in the clear.
+    void recoverFromCrash();
+    void rememberWorkingCopy();
+    void forgetWorkingCopy();
 
     QString encryptedFile;
     QString plainFile;

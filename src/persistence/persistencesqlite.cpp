@@ -580,6 +580,8 @@ bool PersistenceSqlite::open()
         PLOG(100) << "Failed to initilize persistence db. Trying again after dropping existent files...";
         handler->deleteFiles();
         if (!handler->open()) {
+            PLOG(10) << QStringLiteral("Persistence db ") + dbConfig.host + QLatin1Char('/') + dbConfig.dbName
+                    + QStringLiteral(" cannot be opened: the session goes on without stored history");
             delete handler;
             handler = nullptr;
             return false;
