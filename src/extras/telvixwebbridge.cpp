@@ -51,8 +51,17 @@ QString compactJson(const QJsonValue& value)
     return QString::fromUtf8(text.mid(1, text.size() - 2));
 }
 
-// The numbers of an entry, each as the library dials it.
-bool hasNumber(const PhoneBookEntry& entry, const QString& wanted)
+// A number as the library hands out a caller's: typed punctuation and the
+// country's own prefix removed, then the PBX's line prefix.
+QString numberKey(const QString& number, const QString& linePrefix)
+{
+    const QString purified = Telvix::purifyOutgoingNumber(number);
+    if (!linePrefix.isEmpty() && purified.startsWith(linePrefix))
+        return purified.mid(linePrefix.size());
+    return purified;
+}
+
+bool hasNumber(const PhoneBookEntry& entry, const QString& wanted, const QString& linePrefix)
 {
     QStringList numbers {entry.extenNumber, entry.workNumber, entry.mobileNumber, entry.homeNumber};
     for (const ContactEntry& contact : entry.contacts) {
@@ -60,7 +69,7 @@ bool hasNumber(const PhoneBookEntry& entry, const QString& wanted)
             numbers.append(contact.value);
     }
     for (const QString& number : qAsConst(numbers)) {
-        if (!number.isEmpty() && Telvix::purifyOutgoingNumber(number) == wanted)
+        if (!number.isEmpty() && numberKey(number, linePrefix) == wanted)
             return true;
     }
     return false;
@@ -519,7 +528,7 @@ void TelvixWebBridgePrivate::runCommand(WebPage* page, const QJsonObject& comman
         if (missing.isEmpty()) {
             if (bookRequests.isEmpty())
                 t->getContactsList(true, {});
-            bookRequests.append({page->socket, id, name, Telvix::purifyOutgoingNumber(number)});
+            bookRequests.append({page->socket, id, name, number});
             return;
         }
     } else {
@@ -536,6 +545,8 @@ void TelvixWebBridgePrivate::answerBookRequests(const QList<PhoneBook>& books)
 {
     const QList<BookRequest> requests = bookRequests;
     bookRequests.clear();
+    // Incoming numbers reach the pages without the line prefix.
+    const QString linePrefix = requests.isEmpty() ? QString() : telvix->getOutboundLinePrefix();
     for (const BookRequest& request : requests) {
         WebPage* page = pageOf(request.socket);
         if (!page || !page->paired)
@@ -554,7 +565,7 @@ void TelvixWebBridgePrivate::answerBookRequests(const QList<PhoneBook>& books)
         QJsonObject found;
         for (const PhoneBook& book : books) {
             for (const PhoneBookEntry& entry : book.entries) {
-                if (found.isEmpty() && hasNumber(entry, request.number)) {
+                if (found.isEmpty() && hasNumber(entry, numberKey(request.number, linePrefix), linePrefix)) {
                     found.insert(QStringLiteral("contact"), JsonConvert::toJson(QVariant::fromValue(entry)));
                     found.insert(QStringLiteral("book"),
                                  QJsonObject {{QStringLiteral("type"), book.type},

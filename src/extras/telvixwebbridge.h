@@ -35,8 +35,10 @@ class TelvixWebBridgePrivate;
 /// - `hangup` {uid}: Telvix::hangupCall().
 /// - `extensions`: the entries of the PBX's extension book.
 /// - `lookup` {number}: `{"contact": <PhoneBookEntry>, "book": {type, name,
-///   folder}}` for the first contact with that number, the numbers compared
-///   after Telvix::purifyOutgoingNumber(); `{}` when none has it.
+///   folder}}` for the first contact with that number; `{}` when none has it.
+///   Numbers are compared as the library hands out a caller's number:
+///   Telvix::purifyOutgoingNumber(), then without the PBX's line prefix
+///   (Telvix::getOutboundLinePrefix(), a blocking call).
 ///   `extensions` and `lookup` ask Telvix::getContactsList() for its cached
 ///   books, so every feed also sees a sigPhonebookChanged.
 ///
