@@ -192,10 +192,7 @@ def main():
 
     try:
         # A customer of the simulator's phone book calls once the page has dialled.
-        scenario = os.path.join(work, "scenario.json")
-        with open(scenario, "w") as f:
-            json.dump({"steps": [{"waitFor": "C2C", "from": "1000", "timeout": 60000},
-                                 {"after": 1500, "do": "incomingCall", "to": "1000", "from": "0612345678"}]}, f)
+        scenario = os.path.join(os.path.dirname(os.path.abspath(args.page)), "scenario.json")
         sim = start([args.sim, "--port", "0", "--scenario", scenario, "--answer-delay", "600000",
                      "--probe-interval", "0"])
         sim_log = Log(sim.stdout)

@@ -249,6 +249,7 @@ void TestTelvixWebBridge::securityRules_data()
     QTest::addColumn<QStringList>("messages");
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("reason");
+    QTest::addColumn<int>("pairingTimeout");
     const QJsonArray rules = fixture(QStringLiteral("security.json")).toArray();
     QVERIFY(!rules.isEmpty());
     const QString token = m_bridge->pairingToken();
@@ -269,7 +270,8 @@ void TestTelvixWebBridge::securityRules_data()
         }
         QTest::newRow(qPrintable(o.value(QLatin1String("name")).toString()))
             << o.value(QLatin1String("origin")).toString() << messages
-            << o.value(QLatin1String("code")).toInt() << o.value(QLatin1String("reason")).toString();
+            << o.value(QLatin1String("code")).toInt() << o.value(QLatin1String("reason")).toString()
+            << o.value(QLatin1String("pairingTimeoutMs")).toInt(TelvixWebBridge::DefaultPairingTimeoutMs);
     }
 }
 
@@ -281,7 +283,9 @@ void TestTelvixWebBridge::securityRules()
     QFETCH(QStringList, messages);
     QFETCH(int, code);
     QFETCH(QString, reason);
+    QFETCH(int, pairingTimeout);
 
+    m_bridge->setPairingTimeout(pairingTimeout);
     QtLogCapture log;
     QSignalSpy closedSpy(m_bridge.get(), &TelvixWebBridge::pageClosed);
     m_app->clearFrames();
@@ -293,6 +297,7 @@ void TestTelvixWebBridge::securityRules()
     // Events raised meanwhile must not reach the page.
     m_app->onLibraryThread([&] { Q_EMIT m_app->client()->sigGuiKeepAlive(); });
     QVERIFY(page.waitForClose());
+    m_bridge->setPairingTimeout(TelvixWebBridge::DefaultPairingTimeoutMs);
     QCOMPARE(page.closeCode, code);
     QCOMPARE(closedSpy.count(), 1);
     QCOMPARE(closedSpy.at(0).at(2).toString(), reason);
