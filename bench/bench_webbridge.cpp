@@ -13,6 +13,7 @@
 // release application.
 //   ./bench/bench_webbridge
 
+#include "benchloop.h"
 #include "callevents.h"
 #include "fakectiserver.h"
 #include "telvix.h"
@@ -44,32 +45,14 @@ namespace {
 constexpr int Events = 10000;
 const QString Origin = QStringLiteral("http://bench.test");
 
-void silence(QtMsgType, const QMessageLogContext&, const QString&) { }
+using BenchLoop::spinUntil;
+using BenchLoop::wakeMainThread;
 
 qint64 nowNanos()
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
-}
-
-void wakeMainThread()
-{
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [] {}, Qt::QueuedConnection);
-}
-
-bool spinUntil(const std::function<bool()>& done, int timeoutMs = 60000)
-{
-    const QDeadlineTimer deadline(timeoutMs);
-    QTimer watchdog;
-    watchdog.start(std::max(1, timeoutMs / 10));
-    while (!done()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        if (deadline.hasExpired())
-            return false;
-    }
-    return true;
 }
 
 /// What one feed's reader saw: the receipt time of each event, by index. Its
@@ -320,13 +303,9 @@ void throughput(benchmark::State& state)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    qInstallMessageHandler(silence);
+    qInstallMessageHandler(BenchLoop::silence);
     benchmark::Initialize(&argc, argv);
-
-    std::fflush(stderr);
-    const int savedStderr = dup(STDERR_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDERR_FILENO);
+    BenchLoop::QuietStderr quiet;
 
     auto bench = std::make_unique<Bench>();
     const bool started = bench->start();
@@ -346,10 +325,7 @@ int main(int argc, char** argv)
     }
     g_bench = nullptr;
     bench.reset();
-    std::fflush(stderr);
-    dup2(savedStderr, STDERR_FILENO);
-    close(devNull);
-    close(savedStderr);
+    quiet.restore();
     benchmark::Shutdown();
     if (!started) {
         std::fprintf(stderr, "cannot set up the client, the bridge or the readers\n");

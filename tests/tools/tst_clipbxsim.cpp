@@ -364,17 +364,14 @@ void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
 // A number to dial may be given as the link a browser hands over.
 void tst_CliPbxSim::dialsATelLinkAsItsNumber()
 {
-    QVERIFY(startSimulator({"--call-duration", "60000"}));
+    QVERIFY(startSimulator());
     auto anna = startCli("1000");
-    auto bruno = startCli("1001");
-    QVERIFY(anna && bruno);
+    QVERIFY(anna);
     QVERIFY(!anna->takeSignal("loggedToServer").isEmpty());
-    QVERIFY(!bruno->takeSignal("loggedToServer").isEmpty());
 
     anna->send(call("newCall", {"tel:10-01;phone-context=pbx.example", 0}, 1));
     QCOMPARE(anna->takeAnswer(1).value("result"), QJsonValue(true));
-    QCOMPARE(arg0(bruno->takeSignal("sigIncomingCall")).value("remoteNum").toString(),
-             QStringLiteral("1000"));
+    QVERIFY(!m_sim->waitForLine("1000 dials 1001").isEmpty());
 
     anna->send(call("newCall", {"tel:10x1", 0}, 2));
     QCOMPARE(
