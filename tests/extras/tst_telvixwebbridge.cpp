@@ -140,6 +140,8 @@ void TestTelvixWebBridge::initTestCase()
     books.phoneBooks = {fromJson<PhoneBook>(directory.value(QLatin1String("phoneBook")))};
     QVERIFY(m_app->deliver(extensions.generateXmlMessageBody()));
     QVERIFY(m_app->deliver(books.generateXmlMessageBody()));
+    QVERIFY(m_app->deliver(directory.value(QLatin1String("services")).toString()));
+    QCOMPARE(m_app->client()->getOutboundLinePrefix(), QStringLiteral("0"));
     const QJsonObject ringing = directory.value(QLatin1String("ringing")).toObject();
     QVERIFY(m_app->deliver(CallEvents::incoming(
         ringing.value(QLatin1String("uid")).toString(), ringing.value(QLatin1String("account")).toString(),
