@@ -13,6 +13,7 @@
 class Telvix;
 class TelvixReconnectorPrivate;
 
+// clang-format off
 /// \brief Brings a Telvix session back after it was lost: an opt-in helper
 /// that an application attaches to its client.
 ///
@@ -30,12 +31,12 @@ class TelvixReconnectorPrivate;
 /// | "Unkown" | the server closed the connection, or reset it | retry |
 /// | "NetworkError" | the network went away | retry |
 /// | "ConnectionTimeout" | a keep-alive went unanswered | retry |
-/// | a socket error text of Qt (e.g. "Connection refused", "Connection timed out", "Host not found", a TLS
-/// handshake or certificate error) | no connection could be made | retry | | "UserRequest" | the
-/// application's own logout() | give up | | "NoCapability", "EmptyExten" | the login gave the user nothing to
-/// do | give up | | "WrongConfig" | the server redirected the client to itself | give up | | any other word,
-/// after the session was up | the server's "LoggedOff" reason (e.g. a restart) | retry | | any other word,
-/// while logging in | the server refused the login (e.g. "WrongPassword") | give up |
+/// | a socket error text of Qt ("Connection refused", "Host not found", a TLS or certificate error...) | no connection could be made | retry |
+/// | "UserRequest" | the application's own logout() | give up |
+/// | "NoCapability", "EmptyExten" | the login gave the user nothing to do | give up |
+/// | "WrongConfig" | the server redirected the client to itself | give up |
+/// | any other word, after the session was up | the server's "LoggedOff" reason (e.g. a restart) | retry |
+/// | any other word, while logging in | the server refused the login (e.g. "WrongPassword") | give up |
 ///
 /// Socket error texts are matched in English and in the translation that the
 /// application has installed for Qt. A connection refused by certificate
@@ -71,6 +72,7 @@ class TelvixReconnectorPrivate;
 ///
 /// The random source can be seeded and the clock replaced, so that a test
 /// can follow the schedule without waiting.
+// clang-format on
 class TELVIX_EXPORT TelvixReconnector : public QObject
 {
     Q_OBJECT
