@@ -15,6 +15,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 #include <gloox/client.h>
 #include <gloox/connectionlistener.h>
 #include <gloox/disco.h>
@@ -121,9 +123,9 @@ public:
     /// Blocking. Offers the file at `path` to the first resource of
     /// `chatId`; the transfer's session id, or empty when it cannot be offered
     /// (no such file, contact offline).
-    Q_INVOKABLE QString sendFile(const QString& chatId, const QString& path, const QString& mime);
+    QString sendFile(const QString& chatId, const QString& path, const QString& mime);
     /// Blocking. Offers `data` as the vCard "`fileName`.vcf".
-    Q_INVOKABLE QString sendVCard(const QString& chatId, const QByteArray& data, const QString& fileName);
+    QString sendVCard(const QString& chatId, const QByteArray& data, const QString& fileName);
     /// Accepts an offer; a file is written into `directory` under a free name.
     void acceptFT(const QString& sid, const QString& directory);
     void declineFT(const QString& sid);
@@ -203,6 +205,8 @@ private:
     void sendChatState(const QString& chatId, void (XmppChatSession::*notify)(), bool onlyIfAvailable);
     const XmppPresence* getBestPresence(const QString& bareJid) const;
     bool isContactAvailable(const QString& bareJid) const;
+    /// Runs `body` on the client's thread and waits for its result.
+    QString blockingText(const std::function<QString()>& body);
     /// Offers `file` to the first resource of `chatId`; the session id or empty.
     QString offerFile(const QString& chatId, const XmppFile& file, const QString& mime);
     XmppFTHandler* createFTHandler(const XmppFile& file, const QString& sid);

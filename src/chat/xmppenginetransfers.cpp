@@ -51,18 +51,22 @@ gloox::Tag* inBandStreamMethod()
 
 // ---- offers out ------------------------------------------------------------
 
+QString XmppClient::blockingText(const std::function<QString()>& body)
+{
+    QString result;
+    // A thread whose loop has ended would never answer.
+    if (!thread()->isRunning()
+        || !QMetaObject::invokeMethod(this, body, Qt::BlockingQueuedConnection, &result)) {
+        XLOG(10) << "invoke method failed!";
+        return QString();
+    }
+    return result;
+}
+
 QString XmppClient::sendFile(const QString& chatId, const QString& path, const QString& mime)
 {
-    if (thread() != QThread::currentThread()) {
-        QString result;
-        if (!QMetaObject::invokeMethod(this, "sendFile", Qt::BlockingQueuedConnection,
-                                       Q_RETURN_ARG(QString, result), Q_ARG(QString, chatId),
-                                       Q_ARG(QString, path), Q_ARG(QString, mime))) {
-            XLOG(10) << "invoke method failed!";
-            return QString();
-        }
-        return result;
-    }
+    if (thread() != QThread::currentThread())
+        return blockingText([=]() { return sendFile(chatId, path, mime); });
     const QFileInfo info(path);
     if (!info.exists()) {
         qCritical() << "Cannot find file at" << path;
@@ -80,16 +84,8 @@ QString XmppClient::sendFile(const QString& chatId, const QString& path, const Q
 
 QString XmppClient::sendVCard(const QString& chatId, const QByteArray& data, const QString& fileName)
 {
-    if (thread() != QThread::currentThread()) {
-        QString result;
-        if (!QMetaObject::invokeMethod(this, "sendVCard", Qt::BlockingQueuedConnection,
-                                       Q_RETURN_ARG(QString, result), Q_ARG(QString, chatId),
-                                       Q_ARG(QByteArray, data), Q_ARG(QString, fileName))) {
-            XLOG(10) << "invoke method failed!";
-            return QString();
-        }
-        return result;
-    }
+    if (thread() != QThread::currentThread())
+        return blockingText([=]() { return sendVCard(chatId, data, fileName); });
     XmppFile file;
     file.name = fileName + QStringLiteral(".vcf");
     file.size = long(data.size());
