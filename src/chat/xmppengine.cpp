@@ -6,15 +6,11 @@
 
 #include <QDeadlineTimer>
 #include <QDebug>
-#include <QFileInfo>
 #include <QThread>
 #include <QTimer>
-#include <QUuid>
 
-#include <gloox/bytestream.h>
 #include <gloox/carbons.h>
 #include <gloox/chatstate.h>
-#include <gloox/dataform.h>
 #include <gloox/delayeddelivery.h>
 #include <gloox/error.h>
 #include <gloox/event.h>

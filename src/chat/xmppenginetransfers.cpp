@@ -97,7 +97,7 @@ QString XmppClient::sendVCard(const QString& chatId, const QByteArray& data, con
 
 QString XmppClient::offerFile(const QString& chatId, const XmppFile& offered, const QString& mime)
 {
-    if (!m_client || !m_ftProfile)
+    if (!m_connected || !m_client || !m_ftProfile)
         return QString();
     // A transfer needs a full JID: a contact who is offline cannot receive.
     const QStringList resources = getContactResources(chatId);

@@ -146,6 +146,8 @@ private Q_SLOTS:
         QTest::newRow("name taken") << randomBytes(5000) << false << true;
         QTest::newRow("vCard") << QByteArray("BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Bob\r\nEND:VCARD\r\n") << true
                                << false;
+        // Nothing to keep: the receiver reports an error.
+        QTest::newRow("empty vCard") << QByteArray() << true << false;
     }
 
     void transfer()
@@ -175,6 +177,10 @@ private Q_SLOTS:
         m_alice->client->acceptFT(sid, inbox.path());
         QTRY_VERIFY(m_alice->started.contains(sid));
         QTRY_VERIFY_WITH_TIMEOUT(m_bob->sent.contains(sid), 10000);
+        if (vcard && content.isEmpty()) {
+            QTRY_VERIFY_WITH_TIMEOUT(m_alice->errors.contains(sid), 10000);
+            return;
+        }
         if (vcard) {
             QTRY_VERIFY_WITH_TIMEOUT(!m_alice->vcards.isEmpty() && m_alice->vcards.last().first == sid,
                                      10000);
@@ -192,7 +198,7 @@ private Q_SLOTS:
         QCOMPARE(entries(inbox.path()).size(), nameTaken ? 2 : 1);
         if (!content.isEmpty())
             QCOMPARE(m_alice->progress.last(), 1.0f);
-        QVERIFY(m_alice->errors.isEmpty() && m_bob->errors.isEmpty());
+        QVERIFY(!m_alice->errors.contains(sid) && !m_bob->errors.contains(sid));
     }
 
     void offerNotTaken_data()
