@@ -1,9 +1,49 @@
 #include "logbuscapture.h"
 #include "prosodyserver.h"
 #include "xmppaccount.h"
+#include "xmpphistory.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <gloox/delayeddelivery.h>
+#include <gloox/forward.h>
+#include <gloox/message.h>
+#include <gloox/parser.h>
+#include <gloox/tag.h>
+#include <gloox/taghandler.h>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+// The stanzas of the fixture file, each in its <case> with the expected values.
+class FixtureCases : public gloox::TagHandler
+{
+public:
+    explicit FixtureCases(const QString& path)
+    {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return;
+        std::string text = file.readAll().toStdString();
+        gloox::Parser parser(this);
+        parser.feed(text);
+    }
+    // The parser hands over the whole document once it is closed.
+    void handleTag(gloox::Tag* tag) override
+    {
+        for (const gloox::Tag* testCase : tag->findChildren("case"))
+            cases.emplace_back(testCase->clone());
+    }
+    std::vector<std::shared_ptr<gloox::Tag>> cases;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(std::shared_ptr<gloox::Tag>)
 
 // The archive of the private prosody, asked in "urn:xmpp:mam:1".
 class TestXmppHistory : public QObject
@@ -42,6 +82,56 @@ private Q_SLOTS:
             m_server->addUser(QLatin1String(user), QStringLiteral("secret"));
         m_server->setSharedRoster(true);
         QVERIFY2(m_server->start(), qPrintable(m_server->errorString()));
+    }
+
+    void archiveStanzasReadAndWritten_data()
+    {
+        QTest::addColumn<std::shared_ptr<gloox::Tag>>("testCase");
+        const FixtureCases fixture(QStringLiteral(TELVIX_TEST_FIXTURES "/chat/archive_stanzas.xml"));
+        QVERIFY(!fixture.cases.empty());
+        for (const auto& testCase : fixture.cases)
+            QTest::newRow(testCase->findAttribute("name").c_str()) << testCase;
+    }
+
+    void archiveStanzasReadAndWritten()
+    {
+        QFETCH(std::shared_ptr<gloox::Tag>, testCase);
+        const gloox::Tag* stanza = testCase->children().front();
+        const auto expected = [&](const char* name) { return testCase->findAttribute(name); };
+        if (stanza->name() == "fin") {
+            const HistoryEnd end(stanza);
+            const std::unique_ptr<gloox::Tag> written(end.tag());
+            // What is written reads back the same.
+            for (const HistoryEnd& read : {end, HistoryEnd(written.get())}) {
+                QCOMPARE(std::to_string(read.first), expected("first"));
+                QCOMPARE(std::to_string(read.last), expected("last"));
+                QCOMPARE(std::to_string(read.count), expected("count"));
+            }
+            return;
+        }
+        if (stanza->name() == "iq") {
+            // The query as sent; a second one while it is pending is not.
+            XmppHistory history(m_logDir.path());
+            std::vector<std::unique_ptr<gloox::Tag>> sent;
+            connect(&history, &XmppHistory::sigSendTag, this,
+                    [&](gloox::Tag* tag) { sent.emplace_back(tag); });
+            const QDateTime since
+                = QDateTime::fromString(QString::fromStdString(expected("since")), Qt::ISODateWithMs);
+            history.sendRequest(since);
+            history.sendRequest(since);
+            QCOMPARE(int(sent.size()), 1);
+            QVERIFY(sent.front()->findAttribute("id").size() > 30);
+            sent.front()->addAttribute("id", "REQUEST");
+            QCOMPARE(sent.front()->xml(), stanza->xml());
+            return;
+        }
+        const HistoryResult result(stanza);
+        QCOMPARE(result.id, expected("id"));
+        const auto* message
+            = result.forward ? static_cast<const gloox::Message*>(result.forward->embeddedStanza()) : nullptr;
+        QCOMPARE(message ? message->body() : std::string(), expected("body"));
+        const gloox::DelayedDelivery* delay = result.forward ? result.forward->when() : nullptr;
+        QCOMPARE(delay ? delay->stamp() : std::string(), expected("stamp"));
     }
 
     void conversationFetchedAfterLoggingInAgain()
