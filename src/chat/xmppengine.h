@@ -209,6 +209,9 @@ private:
     QString blockingText(const std::function<QString()>& body);
     /// Offers `file` to the first resource of `chatId`; the session id or empty.
     QString offerFile(const QString& chatId, const XmppFile& file, const QString& mime);
+    /// Takes the offer `sid` out of the pending ones; an unknown one is
+    /// logged and ends in sigFTError.
+    bool takePendingFile(const QString& sid, XmppFile* file);
     XmppFTHandler* createFTHandler(const XmppFile& file, const QString& sid);
     void disposeFTHandler(const QString& sid);
     void disposeAllFTHandlers();

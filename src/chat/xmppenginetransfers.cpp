@@ -148,19 +148,28 @@ void XmppClient::handleFTRequest(const gloox::JID& from, const gloox::JID& to, c
     Q_EMIT sigFTRequest(id, fromStd(from.bare()), file.name, fromStd(mimetype));
 }
 
+bool XmppClient::takePendingFile(const QString& sid, XmppFile* file)
+{
+    // An offer is answered once: the answer takes it out.
+    if (!m_pendingFiles.contains(sid)) {
+        qDebug() << "Cannot find requested file transfer with SID" << sid;
+        XLOG(10) << "Cannot find requested file transfer with SID" << sid;
+        Q_EMIT sigFTError(sid);
+        return false;
+    }
+    *file = m_pendingFiles.take(sid);
+    return true;
+}
+
 void XmppClient::acceptFT(const QString& sid, const QString& directory)
 {
     if (thread() != QThread::currentThread()) {
         QTimer::singleShot(0, this, [=]() { acceptFT(sid, directory); });
         return;
     }
-    if (!m_pendingFiles.contains(sid)) {
-        qDebug() << "Cannot find requested file transfer with SID" << sid;
-        XLOG(10) << "Cannot find requested file transfer with SID" << sid;
-        Q_EMIT sigFTError(sid);
+    XmppFile file;
+    if (!takePendingFile(sid, &file))
         return;
-    }
-    XmppFile file = m_pendingFiles.take(sid);
     file.path = directory + QLatin1Char('/') + file.name;
     if (!m_ftProfile) {
         Q_EMIT sigFTError(sid);
@@ -185,13 +194,9 @@ void XmppClient::declineFT(const QString& sid)
         QTimer::singleShot(0, this, [=]() { declineFT(sid); });
         return;
     }
-    if (!m_pendingFiles.contains(sid)) {
-        qDebug() << "Cannot find requested file transfer with SID" << sid;
-        XLOG(10) << "Cannot find requested file transfer with SID" << sid;
-        Q_EMIT sigFTError(sid);
+    XmppFile file;
+    if (!takePendingFile(sid, &file))
         return;
-    }
-    const XmppFile file = m_pendingFiles.take(sid);
     if (m_ftProfile)
         m_ftProfile->declineFT(file.remote, sid.toStdString(), gloox::SIManager::RequestRejected,
                                std::string());
