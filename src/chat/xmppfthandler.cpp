@@ -4,8 +4,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
 #include <QTimer>
+#include <QUuid>
 
 #include <gloox/bytestream.h>
 #include <gloox/siprofileft.h>
@@ -73,10 +73,15 @@ bool XmppFTHandler::prepare()
     if (m_file.fileType == XmppFile::VCard || m_file.direction != XmppFile::Receiving)
         return true;
     const QFileInfo target(m_file.path);
-    QTemporaryFile partial(
-        target.dir().filePath(QLatin1Char('.') + target.fileName() + QStringLiteral(".XXXXXX.part")));
-    partial.setAutoRemove(false);
-    if (!partial.open()) {
+    // Created anew, with the permissions any new file gets there.
+    QFile partial;
+    for (int attempt = 0; attempt < 10 && !partial.isOpen(); ++attempt) {
+        const QString tag = QUuid::createUuid().toString(QUuid::Id128).left(8);
+        partial.setFileName(target.dir().filePath(QLatin1Char('.') + target.fileName() + QLatin1Char('.')
+                                                  + tag + QStringLiteral(".part")));
+        partial.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    }
+    if (!partial.isOpen()) {
         qWarning().noquote() << "Cannot write received file to" << target.absolutePath() << ":"
                              << partial.errorString();
         return false;
