@@ -1,6 +1,8 @@
 #include "xmppchatsession.h"
 
 #include "telvixlog_p.h"
+#include "utils.h"
+#include "xmpphistory.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -9,6 +11,7 @@
 #include <gloox/chatstatefilter.h>
 #include <gloox/client.h>
 #include <gloox/delayeddelivery.h>
+#include <gloox/forward.h>
 #include <gloox/message.h>
 #include <gloox/messageevent.h>
 #include <gloox/messageeventfilter.h>
@@ -186,6 +189,12 @@ void XmppChatSession::handleMessage(const gloox::Message& msg, gloox::MessageSes
         return;
     }
 
+    const auto* history = msg.findExtension<HistoryResult>(HistoryResult::ExtensionType);
+    if (history) {
+        handleHistoryMessage(*history);
+        return;
+    }
+
     const ChatMessage message = parseMessage(msg);
     if (message.type == ChatMessage::InvalidType) {
         XLOG(10000) << "Invalid chat message. Ignoring it";
@@ -195,6 +204,33 @@ void XmppChatSession::handleMessage(const gloox::Message& msg, gloox::MessageSes
     const auto* event = msg.findExtension<gloox::MessageEvent>(gloox::ExtMessageEvent);
     if (event && msg.body("default").empty())
         forwardMessageEvent(event, msg);
+}
+
+void XmppChatSession::handleHistoryMessage(const HistoryResult& result)
+{
+    if (!result.forward) {
+        XLOG(10) << "Invalid history message: forward extension not found";
+        qDebug() << "Invalid history message: forward extension not found";
+        return;
+    }
+    const auto* embedded = static_cast<const gloox::Message*>(result.forward->embeddedStanza());
+    if (!embedded) {
+        XLOG(10) << "Invalid history message: history extension not found";
+        qDebug() << "Invalid history message: history extension not found";
+        return;
+    }
+    ChatMessage message = parseMessage(*embedded);
+    message.type = ChatMessage::History;
+    const gloox::DelayedDelivery* delay = result.forward->when();
+    if (delay) {
+        message.timestamp = Utils::parseIsoDateTime(fromStd(delay->stamp()));
+        message.timestamp.setTimeSpec(Qt::UTC);
+        if (!message.timestamp.isValid())
+            XLOG(100) << "History time is not valid";
+    } else {
+        XLOG(100) << "No delay time found in history message";
+    }
+    Q_EMIT sigMessageHistory(fromStd(result.id), message);
 }
 
 ChatMessage XmppChatSession::parseMessage(const gloox::Message& msg) const

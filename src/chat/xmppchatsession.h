@@ -11,6 +11,7 @@
 #include <gloox/messagefilter.h>
 #include <gloox/messagehandler.h>
 
+class HistoryResult;
 class Logger;
 
 namespace gloox {
@@ -75,8 +76,11 @@ Q_SIGNALS:
     void sigMessageOffline(const QString& chatId);
     void sigMessageDisplayed(const QString& chatId);
     void sigMessageReceived(ChatMessage message);
+    /// A message out of the archive, with its archive id.
+    void sigMessageHistory(const QString& archiveId, ChatMessage message);
 
 private:
+    void handleHistoryMessage(const HistoryResult& result);
     ChatMessage parseMessage(const gloox::Message& msg) const;
     void forwardMessageEvent(const gloox::MessageEvent* event, const gloox::Message& msg);
     void setChatState(int state);

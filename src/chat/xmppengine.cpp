@@ -2,7 +2,9 @@
 
 #include "telvixlog_p.h"
 #include "xmppchatsession.h"
+#include "xmpphistory.h"
 
+#include <QDeadlineTimer>
 #include <QDebug>
 #include <QThread>
 #include <QTimer>
@@ -17,6 +19,8 @@
 #include <gloox/messageevent.h>
 #include <gloox/messagesession.h>
 #include <gloox/rostermanager.h>
+#include <gloox/simanager.h>
+#include <gloox/siprofileft.h>
 
 #include <functional>
 
@@ -29,6 +33,7 @@ void registerXmppEngineTypes()
     qRegisterMetaType<XmppPresence>("XmppPresence");
     qRegisterMetaType<PresenceMap>("PresenceMap");
     qRegisterMetaType<TELVIX::ChatPresence>("TELVIX::ChatPresence");
+    qRegisterMetaType<QList<ChatMessage>>("QList<ChatMessage>");
 }
 Q_CONSTRUCTOR_FUNCTION(registerXmppEngineTypes)
 
@@ -36,6 +41,10 @@ QString fromStd(const std::string& text)
 {
     return QString::fromStdString(text);
 }
+
+// Time a poll may spend on data that is already waiting. One read takes at
+// most 8 KB; a file transfer needs many per tick, a quiet link none.
+constexpr int RecvBudgetMs = 40;
 
 } // namespace
 
@@ -106,6 +115,12 @@ XmppClient::~XmppClient()
         timer->deleteLater();
     }
     m_recvTimer = m_keepAliveTimer = m_keepAliveReplyTimer = nullptr;
+    deleteFTProfile();
+    if (m_history) {
+        m_history->disconnect();
+        m_history->deleteLater();
+        m_history = nullptr;
+    }
     qDebug() << "Destroy client";
     delete m_client;
     m_client = nullptr;
@@ -135,10 +150,17 @@ void XmppClient::connectToServer(const QString& chatId, const QString& password,
     jid.setResource(resource.toStdString());
 
     // Sessions hand their gloox sessions back to the client that owns them,
-    // so they go before it.
+    // so they go before it, as do the transfers.
     closeAllSessions();
+    disposeAllFTHandlers();
+    deleteFTProfile();
     delete m_client;
     m_client = nullptr;
+    if (m_history) {
+        m_history->disconnect();
+        m_history->deleteLater();
+        m_history = nullptr;
+    }
 
     m_client = new gloox::Client(jid, password.toStdString(), port);
     m_client->setServer(server.toStdString());
@@ -166,6 +188,9 @@ void XmppClient::connectToServer(const QString& chatId, const QString& password,
 
     m_client->logInstance().registerLogHandler(gloox::LogLevelDebug, 0xffffff, this);
 
+    m_siManager = new gloox::SIManager(m_client);
+    m_ftProfile = new gloox::SIProfileFT(m_client, this, m_siManager, nullptr);
+
     startConnection();
 }
 
@@ -187,9 +212,20 @@ void XmppClient::startConnection()
 
 void XmppClient::recvData()
 {
+    releaseClosedStreams();
     if (!m_client)
         return;
-    const gloox::ConnectionError error = m_client->recv(1000);
+    const QDeadlineTimer budget(RecvBudgetMs);
+    long received = m_client->getStatistics().totalBytesReceived;
+    gloox::ConnectionError error = m_client->recv(1000);
+    // Whatever else is already waiting is read in the same tick, within the budget.
+    while (error == gloox::ConnNoError && m_client && !budget.hasExpired()) {
+        const long now = m_client->getStatistics().totalBytesReceived;
+        if (now == received)
+            break;
+        received = now;
+        error = m_client->recv(0);
+    }
     // A broken link is reported through onDisconnect.
     if (error != gloox::ConnNoError)
         XLOG(10) << "m_client->recv() failed with error" << int(error);
@@ -395,6 +431,7 @@ void XmppClient::cleanupOnClose()
     if (m_keepAliveReplyTimer)
         m_keepAliveReplyTimer->stop();
     closeAllSessions();
+    disposeAllFTHandlers();
     m_presences.clear();
     m_connected = false;
     m_connecting = false;
@@ -491,6 +528,9 @@ void XmppClient::handlePresence(const gloox::Presence& presence)
         if (type == TELVIX::ChatPresenceOffline)
             closeMessageSession(bareJid);
     }
+
+    if (type == TELVIX::ChatPresenceOffline)
+        abortTransfersFrom(fromStd(presence.from().full()));
 
     if (fromStd(presence.from().full()) == m_fullJid) {
         Q_EMIT sigClientPresenceUpdate(type, status);
@@ -589,6 +629,13 @@ XmppChatSession* XmppClient::createChatSession(const gloox::JID& jid, gloox::Mes
     ok = bool(connect(chat, SIGNAL(sigMessageDisplayed(QString)), this, SIGNAL(sigMessageDisplayed(QString))))
         && ok;
     ok = bool(connect(chat, SIGNAL(sigMessageOffline(QString)), this, SIGNAL(sigMessageOffline(QString))))
+        && ok;
+    // Archived messages are gathered by the history object of this client, if any.
+    ok = bool(connect(chat, &XmppChatSession::sigMessageHistory, this,
+                      [this](const QString& archiveId, const ChatMessage& message) {
+                          if (m_history)
+                              m_history->addMessage(archiveId, message);
+                      }))
         && ok;
     if (!ok)
         qCritical() << "signal-slot connection failed!";

@@ -41,7 +41,12 @@ class TELVIX_EXPORT Telvix : public QThread
     Q_OBJECT
 public:
     /// Connection states of getConnectionState().
-    enum ConnectionState { StateConnecting = 0, StateConnected = 1, StateDisconnecting = 2, StateDisconnected = 3 };
+    enum ConnectionState {
+        StateConnecting = 0,
+        StateConnected = 1,
+        StateDisconnecting = 2,
+        StateDisconnected = 3
+    };
     Q_ENUM(ConnectionState)
 
     /// \param dataDir directory of logs and files; "." when empty.
@@ -398,6 +403,24 @@ public:
     Q_INVOKABLE bool sendChatCloseConversation(const QString& exten);
     /// Queued. Tells `exten` that its messages were read.
     Q_INVOKABLE bool sendChatMessageDisplayed(const QString& exten);
+    /// Blocking. Offers the file at `path` to `exten`, which must be online;
+    /// returns the transfer's session id, empty when nothing was offered. The
+    /// MIME type is guessed from the file name. Answers: sigChatFtSent() or
+    /// sigChatFtError() with that id.
+    Q_INVOKABLE QString sendChatFile(const QString& exten, const QString& path);
+    /// Blocking. Offers `data` as the vCard "`fileName`.vcf"; as sendChatFile().
+    Q_INVOKABLE QString sendChatVCard(const QString& exten, const QByteArray& data, const QString& fileName);
+    /// Queued. Accepts the offer `sid` of sigChatFtRequest(); a file is
+    /// stored in the directory `path` under a name that is free there, a vCard
+    /// is kept in memory. Answers: sigChatFtStart(), sigChatFtProgress(),
+    /// then sigChatFtComplete(), sigChatVcardComplete() or sigChatFtError().
+    Q_INVOKABLE bool chatFtAccept(const QString& sid, const QString& path);
+    /// Queued. Declines the offer `sid`.
+    Q_INVOKABLE bool chatFtDecline(const QString& sid);
+    /// Queued. Asks the server's archive for the messages after `since`, or
+    /// for all of them when `since` is invalid; one query at a time, and a
+    /// query without answer within 5 s gives none. Answer: sigChatHistory().
+    Q_INVOKABLE bool getChatHistory(const QDateTime& since);
     /// The chat id of an extension, empty when unknown.
     Q_INVOKABLE QString chatIdFromExten(const QString& exten);
     /// The extension of a chat id, empty when unknown.

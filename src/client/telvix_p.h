@@ -4,8 +4,8 @@
 #include "directorymessages.h"
 #include "servicemessages.h"
 #include "telvix.h"
-#include "telvixhop_p.h"
 #include "telvixdispatch_p.h"
+#include "telvixhop_p.h"
 #include "telvixlog_p.h"
 #include "telvixtimers_p.h"
 #include "xmppengine.h"
@@ -189,7 +189,7 @@ public:
     QString serverAddress;
     quint16 serverPort = 0;
     // Read without locking from any thread by getConnectionState().
-    std::atomic<int> connectionState{Telvix::StateDisconnected};
+    std::atomic<int> connectionState {Telvix::StateDisconnected};
     QDateTime lastLoginAttempt;
     QSslSocket* socket = nullptr;
     /// UTF-8 decoder of the socket's text; it keeps a character split
@@ -227,7 +227,7 @@ public:
     Persistence* persistence = nullptr;
 
     // Thread bookkeeping and client identity
-    std::atomic<bool> threadStarted{false};
+    std::atomic<bool> threadStarted {false};
     bool externalApplication = false;
     QCoreApplication* ownApplication = nullptr;
     QSemaphore movedToThread;
@@ -244,6 +244,14 @@ public:
     /// Looks `exten` up and calls `operation` on the chat client with its chat id.
     bool sendToExten(const QString& exten, void (XmppClient::*operation)(const QString&));
     bool sendChatMessageDisplayed(const QString& exten);
+    QString sendChatFile(const QString& exten, const QString& path);
+    QString sendChatVCard(const QString& exten, const QByteArray& data, const QString& fileName);
+    bool chatFtAccept(const QString& sid, const QString& path);
+    bool chatFtDecline(const QString& sid);
+    bool getChatHistory(const QDateTime& since);
+    void onChatFtRequest(const QString& sid, const QString& chatId, const QString& fileName,
+                         const QString& mimeType);
+    void onChatHistory(const QList<ChatMessage>& messages);
     QString chatIdFromExten(const QString& exten) const;
     QString extenFromchatId(const QString& chatId) const;
     bool setChatKeepAliveSendIntervalSec(int seconds);

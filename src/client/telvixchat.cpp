@@ -6,6 +6,7 @@
 #include "xmppengine.h"
 
 #include <QDebug>
+#include <QMimeDatabase>
 
 namespace {
 constexpr int DefaultChatPort = 5222;
@@ -57,6 +58,31 @@ bool Telvix::sendChatCloseConversation(const QString& exten)
 bool Telvix::sendChatMessageDisplayed(const QString& exten)
 {
     TELVIX_QUEUED(d->sendChatMessageDisplayed(exten));
+}
+
+QString Telvix::sendChatFile(const QString& exten, const QString& path)
+{
+    TELVIX_BLOCKING(QString, d->sendChatFile(exten, path), QString());
+}
+
+QString Telvix::sendChatVCard(const QString& exten, const QByteArray& data, const QString& fileName)
+{
+    TELVIX_BLOCKING(QString, d->sendChatVCard(exten, data, fileName), QString());
+}
+
+bool Telvix::chatFtAccept(const QString& sid, const QString& path)
+{
+    TELVIX_QUEUED(d->chatFtAccept(sid, path));
+}
+
+bool Telvix::chatFtDecline(const QString& sid)
+{
+    TELVIX_QUEUED(d->chatFtDecline(sid));
+}
+
+bool Telvix::getChatHistory(const QDateTime& since)
+{
+    TELVIX_QUEUED(d->getChatHistory(since));
 }
 
 QString Telvix::chatIdFromExten(const QString& exten)
@@ -134,6 +160,18 @@ bool TelvixPrivate::enableChatSupport(bool enable)
     QObject::connect(chat, &XmppClient::sigMessageDisplayed, q, [this](const QString& chatId) {
         relayWithExten(chatId, &Telvix::sigChatMessageDisplayed);
     });
+    QObject::connect(chat, &XmppClient::sigFTRequest, q,
+                     [this](const QString& sid, const QString& chatId, const QString& name,
+                            const QString& mime) { onChatFtRequest(sid, chatId, name, mime); });
+    // Session ids pass on untranslated.
+    QObject::connect(chat, &XmppClient::sigFTStart, q, &Telvix::sigChatFtStart);
+    QObject::connect(chat, &XmppClient::sigFTSent, q, &Telvix::sigChatFtSent);
+    QObject::connect(chat, &XmppClient::sigFTComplete, q, &Telvix::sigChatFtComplete);
+    QObject::connect(chat, &XmppClient::sigVCardComplete, q, &Telvix::sigChatVcardComplete);
+    QObject::connect(chat, &XmppClient::sigFTError, q, &Telvix::sigChatFtError);
+    QObject::connect(chat, &XmppClient::sigFTProgress, q, &Telvix::sigChatFtProgress);
+    QObject::connect(chat, &XmppClient::sigHistoryComplete, q,
+                     [this](const QList<ChatMessage>& messages) { onChatHistory(messages); });
     QObject::connect(chat, &XmppClient::sigHistoryEnabled, q, &Telvix::sigChatHistoryEnabled);
     return true;
 }
@@ -309,6 +347,26 @@ void TelvixPrivate::onChatContactComposing(const QString& chatId, const QString&
     Q_EMIT q->sigChatContactComposing(peer, threadId, composing);
 }
 
+void TelvixPrivate::onChatFtRequest(const QString& sid, const QString& chatId, const QString& fileName,
+                                    const QString& mimeType)
+{
+    Q_Q(Telvix);
+    const QString peer = extenFromchatId(chatId);
+    if (!peer.isEmpty())
+        Q_EMIT q->sigChatFtRequest(sid, peer, fileName, mimeType);
+}
+
+void TelvixPrivate::onChatHistory(const QList<ChatMessage>& messages)
+{
+    Q_Q(Telvix);
+    TLOG(1000) << "Chat history received with " << messages.size() << " messages";
+    // A message with a stranger stays, without an extension.
+    QList<ChatMessage> translated = messages;
+    for (ChatMessage& message : translated)
+        message.exten = extenFromchatId(message.chatId);
+    Q_EMIT q->sigChatHistory(translated);
+}
+
 void TelvixPrivate::relayWithExten(const QString& chatId, void (Telvix::*signal)(QString))
 {
     const QString peer = extenFromchatId(chatId);
@@ -399,6 +457,47 @@ bool TelvixPrivate::sendChatMessageDisplayed(const QString& to)
     const QString chatId = chatIdFromExten(to);
     if (!chatId.isEmpty() && chat)
         chat->sendMessageDisplayed(chatId);
+    return true;
+}
+
+QString TelvixPrivate::sendChatFile(const QString& to, const QString& path)
+{
+    const QString chatId = chatIdFromExten(to);
+    if (chatId.isEmpty() || !chat)
+        return QString();
+    // By the file name alone: the file is not read for this.
+    const QMimeType type = QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchExtension);
+    return chat->sendFile(chatId, path, type.isValid() ? type.name() : QStringLiteral("text/plain"));
+}
+
+QString TelvixPrivate::sendChatVCard(const QString& to, const QByteArray& data, const QString& fileName)
+{
+    const QString chatId = chatIdFromExten(to);
+    if (chatId.isEmpty() || !chat)
+        return QString();
+    return chat->sendVCard(chatId, data, fileName);
+}
+
+bool TelvixPrivate::chatFtAccept(const QString& sid, const QString& path)
+{
+    if (chat)
+        chat->acceptFT(sid, path);
+    return true;
+}
+
+bool TelvixPrivate::chatFtDecline(const QString& sid)
+{
+    if (chat)
+        chat->declineFT(sid);
+    return true;
+}
+
+bool TelvixPrivate::getChatHistory(const QDateTime& since)
+{
+    TLOG(1000) << "Requesting chat history from"
+               << (since.isValid() ? since.toString(Qt::ISODateWithMs) : QStringLiteral("the beginning"));
+    if (chat)
+        chat->getHistory(since);
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "loggedinclient.h"
 #include "prosodyserver.h"
 #include "telvix.h"
+#include "xmppaccount.h"
 #include "xmppengine.h"
 
 #include <QPointer>
@@ -219,6 +220,66 @@ private Q_SLOTS:
         QVERIFY(!client->isChatConnected());
         // The user asked for it, in effect: no reconnection is planned.
         QVERIFY(!log.contains(QStringLiteral("requesting to reconnect")));
+    }
+
+    void filesVCardsAndHistoryTravelByExtension()
+    {
+        auto session = login();
+        QVERIFY(session);
+        Telvix* client = session->client();
+        QSignalSpy connected(client, &Telvix::sigChatConnected);
+        QSignalSpy offers(client, &Telvix::sigChatFtRequest);
+        QSignalSpy started(client, &Telvix::sigChatFtStart);
+        QSignalSpy vcards(client, &Telvix::sigChatVcardComplete);
+        QSignalSpy sent(client, &Telvix::sigChatFtSent);
+        QSignalSpy histories(client, &Telvix::sigChatHistory);
+        QVERIFY(sendExtenList(*session));
+        QTRY_VERIFY_WITH_TIMEOUT(connected.count() > 0, 10000);
+        auto bob = XmppAccount::online(*m_prosody, m_logDir.path(), QStringLiteral("bob"));
+        QVERIFY(bob);
+        QTRY_VERIFY_WITH_TIMEOUT(bob->onlineContacts.contains(QStringLiteral("alice@default")), 10000);
+
+        // In: the offer names the extension; the session id passes unchanged.
+        const QByteArray card("BEGIN:VCARD\r\nFN:Bob\r\nEND:VCARD\r\n");
+        const QString in
+            = bob->client->sendVCard(QStringLiteral("alice@default"), card, QStringLiteral("bob"));
+        QTRY_COMPARE_WITH_TIMEOUT(offers.count(), 1, 10000);
+        QCOMPARE(offers.at(0),
+                 (QVariantList {in, QStringLiteral("201"), QStringLiteral("bob.vcf"),
+                                QStringLiteral("text/vcard")}));
+        QTemporaryDir inbox;
+        QVERIFY(client->chatFtAccept(in, inbox.path()));
+        QTRY_COMPARE_WITH_TIMEOUT(vcards.count(), 1, 10000);
+        QCOMPARE(vcards.at(0), (QVariantList {in, card}));
+        QCOMPARE(started.at(0).at(0).toString(), in);
+
+        // Out: a file path and an extension; a stranger gets nothing.
+        const QString path = inbox.filePath(QStringLiteral("notes.txt"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("notes") == 5);
+        file.close();
+        QVERIFY(client->sendChatFile(QStringLiteral("299"), path).isEmpty());
+        const QString out = client->sendChatFile(QStringLiteral("201"), path);
+        QVERIFY(!out.isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(!bob->offers.isEmpty(), 10000);
+        QCOMPARE(bob->offers.first().mime, QStringLiteral("text/plain"));
+        bob->client->acceptFT(out, inbox.path());
+        QTRY_COMPARE_WITH_TIMEOUT(sent.count(), 1, 10000);
+        QCOMPARE(sent.at(0).at(0).toString(), out);
+
+        // History comes with extensions.
+        bob->client->sendMessage(QStringLiteral("alice@default"), QStringLiteral("archived"));
+        QTRY_VERIFY_WITH_TIMEOUT(!bob->messages.isEmpty(), 10000);
+        QVERIFY(client->getChatHistory(QDateTime()));
+        QTRY_COMPARE_WITH_TIMEOUT(histories.count(), 1, 10000);
+        const auto history = histories.at(0).at(0).value<QList<ChatMessage>>();
+        // The whole archive, earlier tests' messages included, in the order of its ids.
+        const auto archived = std::find_if(history.cbegin(), history.cend(), [](const ChatMessage& m) {
+            return m.body == QLatin1String("archived");
+        });
+        QVERIFY(archived != history.cend());
+        QCOMPARE(archived->exten, QStringLiteral("201"));
+        QCOMPARE(archived->type, int(ChatMessage::History));
     }
 
     void lostChatServerIsRetried()

@@ -128,11 +128,13 @@ bool ProsodyServer::writeConfig()
         << "storage = \"internal\"\n"
         << "default_archive_policy = true\n"
         << "ssl = { key = " << luaString(m_dir.filePath(QStringLiteral("server.key")))
-        << ", certificate = " << luaString(m_dir.filePath(QStringLiteral("server.crt"))) << " }\n"
+        << ", certificate = " << luaString(m_dir.filePath(QStringLiteral("server.crt")))
+        << " }\n"
+        // The archive's older namespace is served by a module of the tests.
+        << "plugin_paths = { " << luaString(QStringLiteral(TELVIX_TEST_PROSODY_PLUGINS)) << " }\n"
         << "modules_enabled = { \"roster\", \"saslauth\", \"tls\", \"disco\", \"ping\", \"carbons\", "
-           "\"mam\", "
            "\"offline\", \"vcard_legacy\", \"private\", \"posix\""
-        << (m_sharedRoster ? ", \"groups\"" : "") << " }\n";
+        << (m_archive ? ", \"mam\", \"mam_v1\"" : "") << (m_sharedRoster ? ", \"groups\"" : "") << " }\n";
     if (m_sharedRoster)
         out << "groups_file = " << luaString(m_dir.filePath(QStringLiteral("groups.txt"))) << '\n';
     out << "VirtualHost " << luaString(domain()) << '\n';

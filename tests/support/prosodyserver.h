@@ -27,6 +27,9 @@ public:
     /// Puts every account into one shared roster group, so that they see each
     /// other's presence without subscribing first.
     void setSharedRoster(bool shared) { m_sharedRoster = shared; }
+    /// Whether the server keeps a message archive (on by default). Clients
+    /// may query it in the namespace "urn:xmpp:mam:1" as well as ":2".
+    void setArchive(bool archive) { m_archive = archive; }
 
     /// Writes the configuration, registers the accounts, starts the server
     /// and waits until its port accepts connections.
@@ -56,6 +59,7 @@ private:
     QTemporaryDir m_dir;
     QMap<QString, QString> m_users;
     bool m_sharedRoster = false;
+    bool m_archive = true;
     std::unique_ptr<QProcess> m_process;
     bool m_suspended = false;
     quint16 m_port = 0;

@@ -9,6 +9,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -484,6 +485,32 @@ void tst_CliPbxSim::chatBetweenTwoClientsThroughTheSimulatorsChatServer()
     QVERIFY(!received.isEmpty());
     QCOMPARE(arg0(received).value("exten").toString(), QStringLiteral("1000"));
     QCOMPARE(arg0(received).value("direction").toInt(), 0);
+
+    // A vCard travels as Base64, a file by its path; session ids are plain text.
+    const QString card
+        = QString::fromLatin1(QByteArray("BEGIN:VCARD\r\nFN:Anna\r\nEND:VCARD\r\n").toBase64());
+    const QString path = m_dir.filePath(QStringLiteral("agenda.txt"));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("agenda") == 6);
+    file.close();
+    const QString inbox = m_dir.filePath(QStringLiteral("inbox"));
+    QVERIFY(QDir().mkpath(inbox));
+    anna->send(call("sendChatVCard", {"1001", card, "anna"}, 2));
+    anna->send(call("sendChatFile", {"1001", path}, 3));
+    const QString vcardSid = anna->takeAnswer(2).value("result").toString();
+    const QString fileSid = anna->takeAnswer(3).value("result").toString();
+    QVERIFY(!vcardSid.isEmpty() && !fileSid.isEmpty());
+    for (const QString& sid : {vcardSid, fileSid}) {
+        const QJsonObject offer = bruno->takeSignal("sigChatFtRequest", [&](const QJsonObject& o) {
+            return o.value("args").toArray().at(0).toString() == sid;
+        });
+        QCOMPARE(offer.value("args").toArray().at(1).toString(), QStringLiteral("1000"));
+        bruno->send(call("chatFtAccept", {sid, inbox}, sid));
+    }
+    const QJsonObject vcard = bruno->takeSignal("sigChatVcardComplete");
+    QCOMPARE(vcard.value("args").toArray(), (QJsonArray {vcardSid, card}));
+    const QJsonObject stored = bruno->takeSignal("sigChatFtComplete");
+    QCOMPARE(stored.value("args").toArray(), (QJsonArray {fileSid, inbox + "/agenda.txt"}));
 
     for (auto* cli : {anna.get(), bruno.get()}) {
         cli->send(call("quit", {}, "bye"));
