@@ -62,8 +62,9 @@ const QByteArray& gsmMessage(int seconds)
         check(!sox.isEmpty(), "sox is needed to make the GSM audio");
         const QString pcm = workDir().filePath(QStringLiteral("sweep%1.wav").arg(seconds));
         const QString gsm = workDir().filePath(QStringLiteral("sweep%1_gsm.wav").arg(seconds));
-        check(QProcess::execute(sox, {"-D", "-n", "-r", "8000", "-c", "1", "-b", "16", "-e", "signed-integer", pcm,
-                                      "synth", QString::number(seconds), "sine", "300-3400", "vol", "0.5"})
+        check(QProcess::execute(sox,
+                                {"-D", "-n", "-r", "8000", "-c", "1", "-b", "16", "-e", "signed-integer", pcm,
+                                 "synth", QString::number(seconds), "sine", "300-3400", "vol", "0.5"})
                       == 0
                   && QProcess::execute(sox, {"-D", pcm, "-e", "gsm-full-rate", gsm}) == 0,
               "sox failed");
@@ -144,8 +145,18 @@ void BM_BareLibgsm(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * (bare.data.size() - 33));
 }
 
-BENCHMARK(BM_VoicemailToWave)->Arg(60)->Arg(600)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
-BENCHMARK(BM_BareLibgsm)->Arg(60)->Arg(600)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
+BENCHMARK(BM_VoicemailToWave)
+    ->Arg(60)
+    ->Arg(600)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_BareLibgsm)
+    ->Arg(60)
+    ->Arg(600)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(7)
+    ->ReportAggregatesOnly(true);
 
 class SummaryReporter : public benchmark::ConsoleReporter
 {
@@ -168,9 +179,11 @@ void printSummary(std::map<std::string, double>& ms)
     const double bare1 = ms["BM_BareLibgsm/60"], bare10 = ms["BM_BareLibgsm/600"];
     std::printf("\nSummary (medians of CPU time, ms)\n%-10s %12s %12s %8s\n", "message", "to wave", "libgsm",
                 "ratio");
-    std::printf("%-10s %12.2f %12.2f %8.2f   (target <= 1.2)\n", "1 min", wave1, bare1, bare1 > 0 ? wave1 / bare1 : 0);
+    std::printf("%-10s %12.2f %12.2f %8.2f   (target <= 1.2)\n", "1 min", wave1, bare1,
+                bare1 > 0 ? wave1 / bare1 : 0);
     std::printf("%-10s %12.2f %12.2f %8.2f\n", "10 min", wave10, bare10, bare10 > 0 ? wave10 / bare10 : 0);
-    std::printf("%-36s %8.2f   (target <= 10.5)\n", "to wave, 10 min / 1 min", wave1 > 0 ? wave10 / wave1 : 0);
+    std::printf("%-36s %8.2f   (target <= 10.5)\n", "to wave, 10 min / 1 min",
+                wave1 > 0 ? wave10 / wave1 : 0);
     std::printf("%-36s %8.2f\n", "libgsm, 10 min / 1 min", bare1 > 0 ? bare10 / bare1 : 0);
 }
 
