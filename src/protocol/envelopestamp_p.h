@@ -7,9 +7,10 @@
 #include <QString>
 #include <QUuid>
 
-/// The fresh parts of every envelope sent: its UUID and its time stamp. Each
-/// message, every acknowledgement included, makes both, so they are made
-/// without the costly general paths.
+/// The parts of every envelope sent that change from message to message: its
+/// UUID and time stamp, and the id an acknowledgement carries. Each message,
+/// every acknowledgement included, makes them, so they are made without the
+/// costly general paths.
 namespace EnvelopeStamp {
 
 /// A random (version 4) UUID in brace form. QUuid::createUuid() asks the
@@ -56,6 +57,19 @@ inline QString isoMilliseconds(const QDateTime& time)
     sep('.');
     put(clock.msec(), 3);
     return text;
+}
+
+/// Whether `text` holds only letters, digits, braces and hyphens (a UUID in
+/// any of its forms), which XML text carries unescaped.
+inline bool isPlainText(const QString& text)
+{
+    for (const QChar c : text) {
+        const ushort u = c.unicode();
+        if (!((u >= '0' && u <= '9') || (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || u == '{'
+              || u == '}' || u == '-'))
+            return false;
+    }
+    return true;
 }
 
 } // namespace EnvelopeStamp

@@ -154,6 +154,11 @@ QString KeepAliveReqMsg::generateXmlMessageBody() const
 
 QString AckMsg::generateXmlMessageBody() const
 {
+    // Every message is acknowledged, and ids are UUIDs: text that the writer
+    // would leave as it is, so it is written straight.
+    if (EnvelopeStamp::isPlainText(uuid))
+        return OPENTAG(S_COMMAND_MSGACK) + OPENTAG(S_XMLTAG_ACK_UUID) + uuid + CLOSETAG(S_XMLTAG_ACK_UUID)
+            + CLOSETAG(S_COMMAND_MSGACK);
     QString body;
     QXmlStreamWriter writer(&body);
     writer.writeStartElement(S_COMMAND_MSGACK);

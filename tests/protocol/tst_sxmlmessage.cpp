@@ -12,6 +12,7 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QUuid>
+#include <QXmlStreamWriter>
 #include <QtTest>
 
 namespace {
@@ -214,6 +215,27 @@ private Q_SLOTS:
         const QString xml = ack.serializeToXml("5.0");
         QVERIFY2(xml.endsWith("<Info><MsgAck><AckUUID>{id&amp;1}</AckUUID></MsgAck></Info></SRNT>"), qPrintable(xml));
         QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, "AckUUID"), QStringLiteral("{id&1}"));
+    }
+
+    // Plain ids are written straight; the writer is the reference for them
+    // and for every id that needs escaping.
+    void ackBodyMatchesTheWriter_data()
+    {
+        QTest::addColumn<QString>("id");
+        for (const char* id : {"{67c8770b-44f1-410a-ab9a-f9b5446f13ee}", "67C8770B44F1", "", "a", "{id&1}",
+                               "<x>", "a\"b", "tab\there", "line\nbreak", "\x01", "caff\xc3\xa8"})
+            QTest::newRow(id) << QString::fromUtf8(id);
+    }
+
+    void ackBodyMatchesTheWriter()
+    {
+        QFETCH(QString, id);
+        QString expected;
+        QXmlStreamWriter writer(&expected);
+        writer.writeStartElement(QStringLiteral("MsgAck"));
+        writer.writeTextElement(QStringLiteral("AckUUID"), id);
+        writer.writeEndElement();
+        QCOMPARE(AckMsg(id).generateXmlMessageBody(), expected);
     }
 
     void plainRequestIsVerbatim()
