@@ -16,6 +16,7 @@
 // is blocked for (a disk sync waits without using the CPU), so both times
 // are printed.
 
+#include "medianreporter.h"
 #include "persistencesqlite.h"
 #include "telvix_const.h"
 
@@ -298,45 +299,24 @@ BENCHMARK(BM_StoreAppend)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetit
 BENCHMARK(BM_PeerWrite)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(7)->UseRealTime();
 BENCHMARK(BM_PeerRead)->Unit(benchmark::kMillisecond)->Iterations(3)->Repetitions(7)->UseRealTime();
 
-struct Times
-{
-    double real = 0;
-    double cpu = 0;
-};
-
-class SummaryReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, Times> median;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                median[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
-void printSummary(std::map<std::string, Times>& m)
+void printSummary(Medians& m)
 {
     std::printf("\nSummary (medians, ms)\n%-44s %10s %10s\n", "", "wall", "cpu");
     const auto row = [&](const char* label, const char* name, const char* target) {
-        std::printf("%-44s %10.1f %10.1f   %s\n", label, m[name].real, m[name].cpu, target);
+        std::printf("%-44s %10.1f %10.1f   %s\n", label, m[name].realTime, m[name].cpuTime, target);
     };
     row("store: CallList of 10,000, stored + handed on", "BM_StoreWrite", "(target < 100)");
     row("store: login over 10,000, history read", "BM_StoreLogin", "(target < 100)");
     row("store: 1,000 into 10,000, 11,000 handed on", "BM_StoreAppend", "");
     row("peer: 10,000 rows, one transaction", "BM_PeerWrite", "");
     row("peer: 10,000 rows read into records", "BM_PeerRead", "");
-    const double peerWrite = m["BM_PeerWrite"].real + m["BM_PeerRead"].real;
+    const double peerWrite = m["BM_PeerWrite"].realTime + m["BM_PeerRead"].realTime;
     if (peerWrite > 0)
         std::printf("%-44s %10.2f\n", "store write / (peer write + read), wall",
-                    m["BM_StoreWrite"].real / peerWrite);
-    if (m["BM_PeerRead"].real > 0)
+                    m["BM_StoreWrite"].realTime / peerWrite);
+    if (m["BM_PeerRead"].realTime > 0)
         std::printf("%-44s %10.2f\n", "store login / peer read, wall",
-                    m["BM_StoreLogin"].real / m["BM_PeerRead"].real);
+                    m["BM_StoreLogin"].realTime / m["BM_PeerRead"].realTime);
 }
 
 void silence(QtMsgType, const QMessageLogContext&, const QString&) { }
@@ -348,12 +328,5 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     DataDir::systemTemp(); // before any store moves TMPDIR
     qInstallMessageHandler(silence);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    printSummary(reporter.median);
-    return 0;
+    return runBenchmarks(argc, argv, printSummary);
 }
