@@ -3,6 +3,7 @@
 // regular-expression reference and against pugixml reading the same bytes.
 
 #include "referencexmlparser.h"
+#include "medianreporter.h"
 #include "simplexmlparser.h"
 
 #include <QString>
@@ -253,27 +254,11 @@ BENCHMARK(BM_ReferenceLookups)
     ->Repetitions(3)
     ->ReportAggregatesOnly(true);
 
-// Keeps the median of every benchmark for the summary table.
-class SummaryReporter : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, double> medianMs;
-
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                medianMs[run.run_name.function_name + "/" + run.run_name.args] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
-void printSummary(const std::map<std::string, double>& ms)
+void printSummary(const Medians& ms)
 {
     auto get = [&](const char* name, int n) {
         const auto it = ms.find(std::string(name) + "/" + std::to_string(n));
-        return it == ms.end() ? 0.0 : it->second;
+        return it == ms.end() ? 0.0 : it->second.cpuTime;
     };
     // CPU time: the machines these run on are shared, and wall time there
     // measures the neighbours as much as the code.
@@ -307,12 +292,5 @@ void printSummary(const std::map<std::string, double>& ms)
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    printSummary(reporter.medianMs);
-    return 0;
+    return runBenchmarks(argc, argv, printSummary);
 }

@@ -12,6 +12,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 // The outlook source has no enumerator of its own: it is not part of this
@@ -171,14 +172,16 @@ void TelvixPrivate::onOutlookPhoneBookUpdated(const QList<PhoneBook>& books)
 
 void TelvixPrivate::rowPhoneBook(const QString& xml, DispatchContext& ctx)
 {
-    const auto msg
+    auto msg
         = parseRow<PBookRespMsg>(xml, ctx, logger, Q_FUNC_INFO, {1000, "Invalid General PhoneBook received"});
     if (!msg.success)
         return;
     if (phoneBookTimer && phoneBookTimer->isActive())
         phoneBookTimer->stop();
     TLOG(1000) << "Received a valid phonebook, going to update contacts...";
-    m_serverPhoneBooks = msg.phoneBooks;
+    // Taken over rather than shared: the removal below would otherwise copy
+    // every entry of a book that may hold tens of thousands.
+    m_serverPhoneBooks = std::move(msg.phoneBooks);
     m_phonebookFlags |= TELVIX::PhonebookTypePhonebooks;
     // The user is not a contact of his own.
     for (PhoneBook& book : m_serverPhoneBooks) {

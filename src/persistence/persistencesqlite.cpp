@@ -5,8 +5,11 @@
 
 #include <QDebug>
 #include <QFileInfo>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
+
+#include <utility>
 
 #define DBLOG(priority) TelvixLogLine(m_logger, priority, Q_FUNC_INFO)
 #define PLOG(priority) TelvixLogLine(logger, priority, Q_FUNC_INFO)
@@ -28,6 +31,42 @@ QString isoText(const QDateTime& time)
 } // namespace
 
 // ---- PersistenceSqliteDbHandler -----------------------------------------
+
+/// The statements of one save in one transaction, committed however the save
+/// ends: the rows written before a failure stay, as they would one statement
+/// at a time, and a failed statement undoes only itself. Without a
+/// transaction every row would cost a disk commit of its own.
+class PersistenceSqlite::PersistenceSqliteDbHandler::Batch
+{
+public:
+    explicit Batch(QSqlDatabase db)
+        : m_db(std::move(db))
+        , m_open(m_db.transaction())
+    {
+    }
+    ~Batch() { commit(); }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    /// False when the rows could not be committed; they are then gone.
+    bool commit()
+    {
+        if (!m_open)
+            return true;
+        m_open = false;
+        if (m_db.commit())
+            return true;
+        m_error = m_db.lastError().text();
+        m_db.rollback();
+        return false;
+    }
+    QString error() const { return m_error; }
+
+private:
+    QSqlDatabase m_db;
+    bool m_open;
+    QString m_error;
+};
 
 PersistenceSqlite::PersistenceSqliteDbHandler::PersistenceSqliteDbHandler(const DbhConfig& config,
                                                                           QObject* parent)
@@ -66,6 +105,10 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::open()
         DBLOG(10) << NoConnection;
         return false;
     }
+    // The working copy is thrown away after a crash, when only the scrambled
+    // file of the last close counts: syncing it to disk buys nothing.
+    run(QStringLiteral("PRAGMA synchronous = OFF"));
+    run(QStringLiteral("PRAGMA journal_mode = MEMORY"));
 
     // Tables of an older shape are rebuilt rather than migrated: they hold
     // copies of server data, which the next request fills in again.
@@ -263,6 +306,7 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::saveSmsEntries(const QList<S
     bool ok = prepareQuery(query,
                            QStringLiteral("INSERT INTO sms_table (caller, callee, body, sendtime) VALUES "
                                           "(:caller, :callee, :body, :sendtime)"));
+    Batch batch(m_db);
     for (const SmsEntry& entry : list) {
         if (!ok)
             break;
@@ -272,10 +316,11 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::saveSmsEntries(const QList<S
         query.bindValue(QStringLiteral(":sendtime"), entry.sendTime);
         ok = executeQuery(query);
     }
-    if (!ok)
+    const bool committed = batch.commit();
+    if (!ok || !committed)
         DBLOG(10) << "Error storing SMS entries into SQLite db... user:" << exten
-                  << "- error:" << lastErrorText();
-    return ok;
+                  << "- error:" << (ok ? batch.error() : lastErrorText());
+    return ok && committed;
 }
 
 bool PersistenceSqlite::PersistenceSqliteDbHandler::getSmsEntries(QList<SmsEntry>& list, const QString& exten)
@@ -285,6 +330,7 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::getSmsEntries(QList<SmsEntry
         return false;
     }
     QSqlQuery query = createNewQuery();
+    query.setForwardOnly(true);
     bool ok = prepareQuery(query,
                            QStringLiteral("SELECT caller, callee, body, sendtime FROM sms_table WHERE caller "
                                           "= :exten OR callee = :exten ORDER BY sendtime ASC"));
@@ -328,6 +374,7 @@ int PersistenceSqlite::PersistenceSqliteDbHandler::saveCdrEntries(const Cdr& cdr
                   << "- error:" << lastErrorText();
         return 0;
     }
+    Batch batch(m_db);
     int written = 0;
     for (const CdrEntry& entry : cdr) {
         if (entry.caller != localNum && entry.callee != localNum) {
@@ -361,7 +408,12 @@ int PersistenceSqlite::PersistenceSqliteDbHandler::saveCdrEntries(const Cdr& cdr
             DBLOG(10) << "Error storing entries into SQLite db... user:" << localNum
                       << "- error:" << lastErrorText();
     }
-    // No transaction, and the connection stays open until close().
+    if (!batch.commit()) {
+        DBLOG(10) << "Error storing entries into SQLite db... user:" << localNum
+                  << "- error:" << batch.error();
+        return 0;
+    }
+    // The connection stays open until close().
     return written;
 }
 
@@ -372,6 +424,9 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::getCdrEntries(Cdr& cdr, cons
         return false;
     }
     QSqlQuery query = createNewQuery();
+    // Rows are read once, in order: a scrollable query would keep a copy of
+    // each in the driver.
+    query.setForwardOnly(true);
     bool ok = prepareQuery(query,
                            QStringLiteral("SELECT callid, caller, callername, callee, calleename, direction, "
                                           "status, starttime, duration, entryuid, callattributes FROM "
@@ -470,6 +525,7 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::savePhoneBookEntries(const Q
         DBLOG(10) << NoConnection;
         return false;
     }
+    Batch batch(m_db);
     QSqlQuery deleteEntries = createNewQuery();
     bool ok = prepareQuery(deleteEntries,
                            QStringLiteral("DELETE FROM pbentry_table WHERE pbid IN (SELECT id FROM "
@@ -539,6 +595,11 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::savePhoneBookEntries(const Q
                 return false;
             }
         }
+    }
+    if (!batch.commit()) {
+        DBLOG(10) << "Error storing PB entries into SQLite db... user:" << exten
+                  << "- error:" << batch.error();
+        return false;
     }
     return true;
 }

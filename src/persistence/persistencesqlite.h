@@ -44,6 +44,8 @@ public:
         bool savePhoneBookEntries(const QList<PhoneBook>& books, const QString& exten);
 
     private:
+        class Batch;
+
         /// Whether `statement` runs and gives at least one row.
         bool hasRow(const QString& statement);
         bool run(const QString& statement);

@@ -1,9 +1,9 @@
 #include "sxmlmessage.h"
 
+#include "envelopestamp_p.h"
 #include "sarnetxml.h"
 #include "simplexmlparser.h"
 
-#include <QUuid>
 #include <QXmlStreamWriter>
 
 using namespace SARNET_XML;
@@ -77,9 +77,10 @@ SXmlMessage::~SXmlMessage() = default;
 
 QString SXmlMessage::getMessageHeader() const
 {
-    return OPENTAG(S_XMLTAG_ROOT) + OPENTAG(S_XMLTAG_API) + api + CLOSETAG(S_XMLTAG_API) + OPENTAG(S_XMLTAG_UUID)
-        + QUuid::createUuid().toString(QUuid::WithBraces) + CLOSETAG(S_XMLTAG_UUID) + OPENTAG(S_XMLTAG_TIMESTAMP)
-        + QDateTime::currentDateTimeUtc().toString(S_ISO_DATE) + CLOSETAG(S_XMLTAG_TIMESTAMP);
+    return OPENTAG(S_XMLTAG_ROOT) + OPENTAG(S_XMLTAG_API) + api + CLOSETAG(S_XMLTAG_API)
+        + OPENTAG(S_XMLTAG_UUID) + EnvelopeStamp::freshUuid() + CLOSETAG(S_XMLTAG_UUID)
+        + OPENTAG(S_XMLTAG_TIMESTAMP) + EnvelopeStamp::isoMilliseconds(QDateTime::currentDateTimeUtc())
+        + CLOSETAG(S_XMLTAG_TIMESTAMP);
 }
 
 QString SXmlMessage::getMessageFooter() const
@@ -153,6 +154,11 @@ QString KeepAliveReqMsg::generateXmlMessageBody() const
 
 QString AckMsg::generateXmlMessageBody() const
 {
+    // Every message is acknowledged, and ids are UUIDs: text that the writer
+    // would leave as it is, so it is written straight.
+    if (EnvelopeStamp::isPlainText(uuid))
+        return OPENTAG(S_COMMAND_MSGACK) + OPENTAG(S_XMLTAG_ACK_UUID) + uuid + CLOSETAG(S_XMLTAG_ACK_UUID)
+            + CLOSETAG(S_COMMAND_MSGACK);
     QString body;
     QXmlStreamWriter writer(&body);
     writer.writeStartElement(S_COMMAND_MSGACK);

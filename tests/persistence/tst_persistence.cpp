@@ -231,6 +231,11 @@ void TestPersistence::filters_data()
     QTest::newRow("one good of two")
         << Cdr {entry(QStringLiteral("400")), entry(QStringLiteral("501"))}
         << "Errors occurred in writing entries to persistence Db. Written 1 of 2 entries" << 2;
+    // The list is stored in one transaction: the refused row undoes only
+    // itself, the rows around it stay.
+    QTest::newRow("uid twice in one list")
+        << Cdr {entry(QStringLiteral("501")), entry(QStringLiteral("501")), entry(QStringLiteral("502"))}
+        << "Errors occurred in writing entries to persistence Db. Written 2 of 3 entries" << 3;
 }
 
 void TestPersistence::filters()

@@ -5,10 +5,14 @@
 #include "qtlogcapture.h"
 #include "sarnetxml.h"
 #include "simplexmlparser.h"
+#include "envelopestamp_p.h"
 #include "sxmlmessage.h"
 #include "xmlbodywriter.h"
 
+#include <QRandomGenerator>
 #include <QRegularExpression>
+#include <QUuid>
+#include <QXmlStreamWriter>
 #include <QtTest>
 
 namespace {
@@ -63,6 +67,28 @@ private Q_SLOTS:
         const QString b = SimpleXmlParser::getTagValue(msg.serializeToXml("6.1"), "UUID");
         QVERIFY(!a.isEmpty());
         QVERIFY(a != b);
+        // A random UUID as QUuid tells one: version 4, the RFC 4122 variant.
+        QCOMPARE(QUuid(a).version(), QUuid::Random);
+        QCOMPARE(QUuid(a).variant(), QUuid::DCE);
+    }
+
+    // The envelope's stamp is written digit by digit; QDateTime::toString()
+    // with the envelope's format is the reference, over every year it pads.
+    void timestampTextMatchesQDateTime()
+    {
+        QRandomGenerator random(17);
+        const qint64 first = QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC).toMSecsSinceEpoch();
+        const qint64 last
+            = QDateTime(QDate(9999, 12, 31), QTime(23, 59, 59, 999), Qt::UTC).toMSecsSinceEpoch();
+        QList<QDateTime> times {QDateTime::fromMSecsSinceEpoch(first, Qt::UTC),
+                                QDateTime::fromMSecsSinceEpoch(last, Qt::UTC),
+                                QDateTime(QDate(999, 12, 31), QTime(23, 59, 59, 9), Qt::UTC),
+                                QDateTime(QDate(2026, 2, 28), QTime(9, 5, 7, 30), Qt::UTC), QDateTime()};
+        for (int i = 0; i < 20000; ++i)
+            times.append(QDateTime::fromMSecsSinceEpoch(first + qint64(random.bounded(double(last - first))),
+                                                        Qt::UTC));
+        for (const QDateTime& time : times)
+            QCOMPARE(EnvelopeStamp::isoMilliseconds(time), time.toString(SARNET_XML::S_ISO_DATE));
     }
 
     void defaultsOfAFreshMessage()
@@ -189,6 +215,27 @@ private Q_SLOTS:
         const QString xml = ack.serializeToXml("5.0");
         QVERIFY2(xml.endsWith("<Info><MsgAck><AckUUID>{id&amp;1}</AckUUID></MsgAck></Info></SRNT>"), qPrintable(xml));
         QCOMPARE(SimpleXmlParser::getDecodedTagValue(xml, "AckUUID"), QStringLiteral("{id&1}"));
+    }
+
+    // Plain ids are written straight; the writer is the reference for them
+    // and for every id that needs escaping.
+    void ackBodyMatchesTheWriter_data()
+    {
+        QTest::addColumn<QString>("id");
+        for (const char* id : {"{67c8770b-44f1-410a-ab9a-f9b5446f13ee}", "67C8770B44F1", "", "a", "{id&1}",
+                               "<x>", "a\"b", "tab\there", "line\nbreak", "\x01", "caff\xc3\xa8"})
+            QTest::newRow(id) << QString::fromUtf8(id);
+    }
+
+    void ackBodyMatchesTheWriter()
+    {
+        QFETCH(QString, id);
+        QString expected;
+        QXmlStreamWriter writer(&expected);
+        writer.writeStartElement(QStringLiteral("MsgAck"));
+        writer.writeTextElement(QStringLiteral("AckUUID"), id);
+        writer.writeEndElement();
+        QCOMPARE(AckMsg(id).generateXmlMessageBody(), expected);
     }
 
     void plainRequestIsVerbatim()
