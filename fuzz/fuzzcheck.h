@@ -8,6 +8,8 @@
 /// Every fuzz target defines this; libFuzzer, or the corpus replay of the
 /// unit tests, calls it with one input.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+/// A target may define this for set-up before the first input.
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 /// A broken property aborts, which both libFuzzer and ctest report with the
 /// input that caused it.
