@@ -303,6 +303,16 @@ public:
 private:
     size_t find(QStringView text) const
     {
+        // Values often repeat one reference many times.
+        if (m_lastSlot != size_t(-1) && m_slots[m_lastSlot] >= 0
+            && m_texts[size_t(m_slots[m_lastSlot])] == text)
+            return m_lastSlot;
+        m_lastSlot = locate(text);
+        return m_lastSlot;
+    }
+
+    size_t locate(QStringView text) const
+    {
         const size_t mask = m_slots.size() - 1;
         size_t at = std::hash<std::u16string_view>()(std::u16string_view(
                         reinterpret_cast<const char16_t*>(text.data()), size_t(text.size())))
@@ -315,6 +325,7 @@ private:
     std::vector<int> m_slots;
     std::vector<QStringView> m_texts;
     qsizetype m_longest = 0;
+    mutable size_t m_lastSlot = size_t(-1);
 };
 
 // Gives what replaceEachEverywhere gives in time linear in the text.
