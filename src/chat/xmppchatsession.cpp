@@ -242,16 +242,19 @@ ChatMessage XmppChatSession::parseMessage(const gloox::Message& msg) const
     message.type = ChatMessage::Normal;
 
     const gloox::JID own = m_client ? m_client->jid() : gloox::JID();
+    // A message without "to" is addressed to this account: the server drops
+    // a "to" that names the account itself, as in a message to oneself.
+    const gloox::JID to = msg.to() ? msg.to() : gloox::JID(own.bare());
     if (msg.from().full() == own.full()) {
         message.direction = ChatMessage::Sent;
-        message.chatId = bareOf(msg.to());
-    } else if (msg.to().bare() == own.bare()) {
+        message.chatId = bareOf(to);
+    } else if (to.bare() == own.bare()) {
         message.direction = ChatMessage::Received;
         message.chatId = bareOf(msg.from());
     } else {
         // Sent by this account to a third party.
         message.direction = ChatMessage::Sent;
-        message.chatId = bareOf(msg.to());
+        message.chatId = bareOf(to);
     }
 
     const gloox::DelayedDelivery* delay = msg.when();

@@ -1,11 +1,12 @@
 #include "simplexmlparser.h"
 
+#include "entitydecoder_p.h"
+
 #include <QMutexLocker>
 #include <QStringView>
 #include <QVarLengthArray>
 #include <QtAlgorithms>
 
-#include <climits>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -42,22 +43,6 @@ inline bool endsElementName(ushort c)
 inline bool endsListedName(ushort c)
 {
     return c == '>' || c == '|' || c == '*' || isSpaceUnit(c);
-}
-
-inline bool isDecimalDigit(ushort c)
-{
-    return c >= '0' && c <= '9';
-}
-
-inline int hexDigitValue(ushort c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 // Where a search from `offset` begins, with negative offsets counted from the
@@ -315,129 +300,6 @@ QStringView midLikeString(QStringView s, qsizetype position, qsizetype n)
     return s.mid(position, n);
 }
 
-bool startsWithAscii(const QChar* d, qsizetype available, const char* text, qsizetype textLen)
-{
-    if (available < textLen)
-        return false;
-    for (qsizetype k = 0; k < textLen; ++k) {
-        if (d[k].unicode() != ushort(uchar(text[k])))
-            return false;
-    }
-    return true;
-}
-
-// Numeric character reference ("&#65;", "&#x41;", "&#X41;") at d[0]; returns
-// its length, or 0 when there is none. "&#X" is a reference but reads as 0,
-// numbers beyond int read as 0, and only the low 16 bits are kept.
-qsizetype numericReferenceAt(const QChar* d, qsizetype available, ushort& unit)
-{
-    if (available < 4 || d[0].unicode() != '&' || d[1].unicode() != '#')
-        return 0;
-    const ushort marker = d[2].unicode();
-    quint64 value = 0;
-    bool overflow = false;
-    qsizetype j;
-    if (isDecimalDigit(marker)) {
-        for (j = 2; j < available && isDecimalDigit(d[j].unicode()); ++j) {
-            if (!overflow) {
-                value = value * 10 + (d[j].unicode() - '0');
-                overflow = value > quint64(INT_MAX);
-            }
-        }
-    } else if (marker == 'x' || marker == 'X') {
-        for (j = 3; j < available; ++j) {
-            const int digit = hexDigitValue(d[j].unicode());
-            if (digit < 0)
-                break;
-            if (!overflow) {
-                value = value * 16 + quint64(digit);
-                overflow = value > quint64(INT_MAX);
-            }
-        }
-        if (j == 3)
-            return 0;
-        if (marker == 'X')
-            value = 0;
-    } else {
-        return 0;
-    }
-    if (j >= available || d[j].unicode() != ';')
-        return 0;
-    unit = overflow ? ushort(0) : ushort(value & 0xFFFF);
-    return j + 1;
-}
-
-// A character that can be part of a numeric reference's text: producing one
-// may form a new reference out of its neighbours.
-inline bool canFormReference(ushort c)
-{
-    return c == '&' || c == '#' || c == ';' || c == 'x' || c == 'X' || hexDigitValue(c) >= 0;
-}
-
-// Named entities, in the order and with the single double decoding of
-// "&amp;" that sequential replacement gives. Returns units consumed; writes
-// the decoded unit.
-qsizetype namedEntityAt(const QChar* d, qsizetype available, QChar& out)
-{
-    auto tail = [&](qsizetype at) -> qsizetype {
-        const QChar* t = d + at;
-        const qsizetype left = available - at;
-        if (startsWithAscii(t, left, "gt;", 3)) {
-            out = QLatin1Char('>');
-            return 3;
-        }
-        if (startsWithAscii(t, left, "lt;", 3)) {
-            out = QLatin1Char('<');
-            return 3;
-        }
-        if (startsWithAscii(t, left, "quot;", 5)) {
-            out = QLatin1Char('"');
-            return 5;
-        }
-        if (startsWithAscii(t, left, "apos;", 5)) {
-            out = QLatin1Char('\'');
-            return 5;
-        }
-        return 0;
-    };
-    if (startsWithAscii(d, available, "&amp;", 5)) {
-        // "&amp;" becomes "&" first, which may then start one of the others.
-        const qsizetype more = tail(5);
-        if (more > 0)
-            return 5 + more;
-        out = QLatin1Char('&');
-        return 5;
-    }
-    const qsizetype used = tail(1);
-    if (used > 0)
-        return 1 + used;
-    out = QLatin1Char('&');
-    return 1;
-}
-
-// Index of the first "&" or U+FFFD, or n: most values hold neither.
-inline qsizetype findDecodable(const QChar* text, qsizetype n)
-{
-    const ushort* d = reinterpret_cast<const ushort*>(text);
-    qsizetype i = 0;
-#if defined(__SSE2__)
-    const __m128i amp = _mm_set1_epi16(short('&'));
-    const __m128i bad = _mm_set1_epi16(short(0xFFFD));
-    for (; i + 8 <= n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
-        const uint mask
-            = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
-        if (mask)
-            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
-    }
-#endif
-    for (; i < n; ++i) {
-        if (d[i] == '&' || d[i] == 0xFFFD)
-            return i;
-    }
-    return n;
-}
-
 // QList (Qt 5) only copies in: hand the string over without touching its
 // reference count.
 inline void appendTaken(QStringList& list, QString&& value)
@@ -446,107 +308,6 @@ inline void appendTaken(QStringList& list, QString&& value)
         list.reserve(8);
     list.append(QString());
     list.last().swap(value);
-}
-
-// Copies text to out up to the first "&" or U+FFFD, and returns its index or
-// n. Units behind it may be copied too; the caller overwrites them.
-inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
-{
-    const ushort* d = reinterpret_cast<const ushort*>(text);
-    ushort* o = reinterpret_cast<ushort*>(out);
-    qsizetype i = 0;
-#if defined(__SSE2__)
-    const __m128i amp = _mm_set1_epi16(short('&'));
-    const __m128i bad = _mm_set1_epi16(short(0xFFFD));
-    for (; i + 8 <= n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), x);
-        const uint mask
-            = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
-        if (mask)
-            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
-    }
-#endif
-    for (; i < n; ++i) {
-        if (d[i] == '&' || d[i] == 0xFFFD)
-            return i;
-        o[i] = d[i];
-    }
-    return n;
-}
-
-QString decodeView(QStringView s, const QString* original)
-{
-    const qsizetype n = s.size();
-    const QChar* d = s.data();
-    qsizetype first;
-    QString out;
-    if (original) {
-        // Nothing to decode is the common case: hand back the same string.
-        first = findDecodable(d, n);
-        if (first == n)
-            return *original;
-        out = QString(int(n), Qt::Uninitialized);
-        std::memcpy(out.data(), d, size_t(first) * sizeof(QChar));
-    } else {
-        out = QString(int(n), Qt::Uninitialized);
-        first = copyUntilDecodable(d, n, out.data());
-        if (first == n)
-            return out;
-    }
-
-    // References are looked for in the input but replaced in the decoded
-    // text, everywhere their text occurs there. Unless one decodes to a
-    // character that could build a new reference, or "&amp;#" builds one
-    // that the input does not hold, that is the same as decoding each in place.
-    bool inPlace = true;
-    QVarLengthArray<QPair<qsizetype, qsizetype>, 16> references;
-    QVarLengthArray<ushort, 16> units;
-    for (qsizetype i = first; i < n; ++i) {
-        if (d[i].unicode() != '&')
-            continue;
-        ushort unit = 0;
-        const qsizetype len = numericReferenceAt(d + i, n - i, unit);
-        if (len > 0) {
-            references.append(qMakePair(i, len));
-            units.append(unit);
-            if (canFormReference(unit))
-                inPlace = false;
-            i += len - 1;
-        } else if (startsWithAscii(d + i, n - i, "&amp;#", 6)) {
-            inPlace = false;
-        }
-    }
-
-    QChar* o = out.data();
-    qsizetype w = first;
-    int nextReference = 0;
-    for (qsizetype i = first; i < n;) {
-        const ushort c = d[i].unicode();
-        if (c == 0xFFFD) {
-            o[w++] = QLatin1Char(' ');
-            ++i;
-        } else if (c != '&') {
-            o[w++] = d[i++];
-        } else if (inPlace && nextReference < references.size() && references[nextReference].first == i) {
-            o[w++] = QChar(units[nextReference]);
-            i += references[nextReference].second;
-            ++nextReference;
-        } else {
-            QChar decoded;
-            i += namedEntityAt(d + i, n - i, decoded);
-            o[w++] = decoded;
-        }
-    }
-    out.resize(int(w));
-    if (inPlace)
-        return out;
-
-    for (int k = 0; k < references.size(); ++k) {
-        const QString text = s.mid(references[k].first, references[k].second).toString();
-        out.replace(text, QString(QChar(units[k])));
-    }
-    return out;
 }
 
 struct QuotedAttribute
@@ -940,7 +701,7 @@ QString SimpleXmlParser::getDecodedTagValue(const QString& xml, const QString& t
     case ValueKind::Found:
         break;
     }
-    return decodeView(value, nullptr);
+    return EntityDecoder::decode(value);
 }
 
 QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& tag)
@@ -972,8 +733,9 @@ QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QStr
             break;
         QStringView value;
         appendTaken(values,
-                    locateValue(xml, name.view(), at, value) == ValueKind::Found ? decodeView(value, nullptr)
-                                                                                 : QStringLiteral(""));
+                    locateValue(xml, name.view(), at, value) == ValueKind::Found
+                        ? EntityDecoder::decode(value)
+                        : QStringLiteral(""));
         from = at + 1;
     }
     return values;
@@ -1016,7 +778,7 @@ QString SimpleXmlParser::unquoteString(const QString& s)
 
 QString SimpleXmlParser::decodeEntities(const QString& s)
 {
-    return decodeView(s, &s);
+    return EntityDecoder::decode(s, &s);
 }
 
 QString SimpleXmlParser::encodeEntities(const QString& s, bool encodeNonAscii)

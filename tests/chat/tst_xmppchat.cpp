@@ -225,6 +225,28 @@ private Q_SLOTS:
         QVERIFY(phone->ofType(ChatMessage::Normal).isEmpty());
     }
 
+    void messageToOwnAccountComesBackAsSent()
+    {
+        auto alice = online(QStringLiteral("alice"), QStringLiteral("desk"));
+        auto bob = online(QStringLiteral("bob"), QStringLiteral("desk"));
+        alice->client->sendMessage(jid("bob"), QStringLiteral("hello bob"));
+        // Bob's receipt comes back mirrored to her own account as a carbon
+        // from her own full JID, which she ignores.
+        QTRY_COMPARE_WITH_TIMEOUT(alice->delivered, QStringList {jid("bob")}, 10000);
+
+        // The server hands a message to her own account back to the same
+        // connection, from her own full JID, behind the mirror.
+        alice->client->sendMessage(jid("alice"), QStringLiteral("note to self"));
+        QTRY_COMPARE_WITH_TIMEOUT(alice->ofType(ChatMessage::Normal).size(), 1, 10000);
+        const ChatMessage self = alice->ofType(ChatMessage::Normal).first();
+        QCOMPARE(self.direction, int(ChatMessage::Sent));
+        QCOMPARE(self.chatId, jid("alice"));
+        QCOMPARE(self.body, QStringLiteral("note to self"));
+        QCOMPARE(self.id, alice->ofType(ChatMessage::Feedback).last().id);
+        QTRY_COMPARE(alice->delivered, QStringList({jid("bob"), jid("alice")}));
+        QVERIFY(alice->ofType(ChatMessage::Copy).isEmpty());
+    }
+
     void messageToContactGoneOffline()
     {
         auto alice = online(QStringLiteral("alice"), QStringLiteral("desk"));

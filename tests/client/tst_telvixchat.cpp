@@ -165,6 +165,30 @@ private Q_SLOTS:
                                  10000);
     }
 
+    void messageToOwnExtensionComesBackAsSent()
+    {
+        auto session = login();
+        QVERIFY(session);
+        Telvix* client = session->client();
+        QSignalSpy connected(client, &Telvix::sigChatConnected);
+        QSignalSpy messages(client, &Telvix::sigChatMessage);
+        QVERIFY(sendExtenList(*session));
+        QTRY_VERIFY_WITH_TIMEOUT(connected.count() > 0, 10000);
+
+        QVERIFY(client->sendChatMessage(QStringLiteral("200"), QStringLiteral("note to self")));
+        // The echo of the sending (type 3), then the message itself.
+        QTRY_COMPARE_WITH_TIMEOUT(messages.count(), 2, 10000);
+        const auto echo = messages.at(0).at(0).value<ChatMessage>();
+        const auto self = messages.at(1).at(0).value<ChatMessage>();
+        QCOMPARE(echo.type, int(ChatMessage::Feedback));
+        QCOMPARE(self.type, int(ChatMessage::Normal));
+        QCOMPARE(self.direction, int(ChatMessage::Sent));
+        QCOMPARE(self.exten, QStringLiteral("200"));
+        QCOMPARE(self.chatId, QStringLiteral("alice@default"));
+        QCOMPARE(self.body, QStringLiteral("note to self"));
+        QCOMPARE(self.id, echo.id);
+    }
+
     void unknownExtensionIsRefused_data()
     {
         QTest::addColumn<QString>("exten");
