@@ -34,16 +34,12 @@ inline bool isWordUnit(ushort c)
 }
 
 // What may follow a tag name in the single-element lookups: "[>|\s]".
-inline bool endsElementName(ushort c)
-{
-    return c == '>' || c == '|' || isSpaceUnit(c);
-}
+// Closures rather than functions, so that findOpening inlines the test
+// instead of calling through a pointer for every candidate.
+const auto endsElementName = [](ushort c) { return c == '>' || c == '|' || isSpaceUnit(c); };
 
 // What may follow a tag name in the list lookups: "[\s*|>]".
-inline bool endsListedName(ushort c)
-{
-    return c == '>' || c == '|' || c == '*' || isSpaceUnit(c);
-}
+const auto endsListedName = [](ushort c) { return c == '>' || c == '|' || c == '*' || isSpaceUnit(c); };
 
 // Where a search from `offset` begins, with negative offsets counted from the
 // end; -1 when nothing can match.
