@@ -19,6 +19,7 @@ PbxSimulator::PbxSimulator(const SimSettings& settings, const SimDirectory& dire
     , m_listener(new TlsListener(this))
 {
     m_calls.setTimings(settings.timings);
+    m_calls.setDeskPhones(settings.deskPhones);
     connect(m_listener, &TlsListener::connectionAccepted, this, &PbxSimulator::onConnection);
 }
 

@@ -1,0 +1,115 @@
+#include "mainwindow.h"
+
+#include "callspanel.h"
+#include "chatpanel.h"
+#include "extensionpanel.h"
+#include "historyview.h"
+#include "reasontext.h"
+#include "telvix.h"
+#include "voicemailview.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QMenuBar>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTabWidget>
+
+MainWindow::MainWindow(Telvix* client, const QString& dataDir, QWidget* parent)
+    : QMainWindow(parent)
+    , m_client(client)
+    , m_extensions(new ExtensionPanel(client))
+    , m_calls(new CallsPanel(client, m_extensions))
+    , m_chat(new ChatPanel(client))
+    , m_tabs(new QTabWidget)
+    , m_state(new QLabel)
+{
+    setWindowTitle(tr("Switchboard"));
+    m_tabs->addTab(new HistoryView(client), tr("History"));
+    m_tabs->addTab(new VoicemailView(client, dataDir + QStringLiteral("/voicemail")), tr("Voicemail"));
+    const int chatTab = m_tabs->addTab(m_chat, tr("Chat"));
+    m_tabs->setTabEnabled(chatTab, false);
+    connect(m_chat, &ChatPanel::availabilityChanged, this,
+            [this, chatTab](bool on) { m_tabs->setTabEnabled(chatTab, on); });
+    connect(m_extensions, &ExtensionPanel::chatRequested, this, [this, chatTab](const QString& exten) {
+        if (!m_tabs->isTabEnabled(chatTab))
+            return;
+        m_chat->openChat(exten, m_extensions->nameOf(exten));
+        m_tabs->setCurrentIndex(chatTab);
+    });
+
+    auto* right = new QSplitter(Qt::Vertical);
+    right->addWidget(m_calls);
+    right->addWidget(m_tabs);
+    auto* main = new QSplitter(Qt::Horizontal);
+    main->addWidget(m_extensions);
+    main->addWidget(right);
+    main->setStretchFactor(1, 2);
+    main->setSizes({360, 740});
+    setCentralWidget(main);
+
+    m_state->setObjectName(QStringLiteral("connectionState"));
+    statusBar()->addPermanentWidget(m_state, 1);
+    setState(QStringLiteral("gray"), tr("Not connected"));
+
+    QMenu* session = menuBar()->addMenu(tr("&Session"));
+    // Both are queued to the library's thread; the outcome comes back as
+    // loggedToServer or disconnectedFromServer.
+    session->addAction(tr("&Reconnect"), this, [this] {
+        setState(QStringLiteral("orange"),
+                 tr("Connecting to %1:%2...").arg(m_settings.host).arg(m_settings.port));
+        m_client->reconnectToServer();
+    });
+    session->addAction(tr("&Log out"), this, [this] { m_client->logout(); });
+    session->addSeparator();
+    session->addAction(tr("&Quit"), qApp, &QApplication::quit);
+
+    // Queued connections: the library raises its signals on its own thread.
+    connect(client, &Telvix::loggedToServer, this, &MainWindow::onLoggedIn);
+    connect(client, &Telvix::disconnectedFromServer, this, &MainWindow::onDisconnected);
+}
+
+void MainWindow::connectTo(const LoginSettings& settings)
+{
+    m_settings = settings;
+    // A plain setting read when the socket is made: set it before connecting.
+    m_client->ignoreSslErrors(!settings.verifyTls);
+    m_client->connectToServer(settings.user, settings.password, settings.domain, settings.mode, settings.host,
+                              settings.port);
+    setState(QStringLiteral("orange"), tr("Connecting to %1:%2...").arg(settings.host).arg(settings.port));
+}
+
+void MainWindow::dial(const QString& number)
+{
+    if (m_loggedIn)
+        m_calls->dial(number);
+    else
+        m_pendingDial = number;
+}
+
+void MainWindow::onLoggedIn(const LoginDetails& details)
+{
+    m_loggedIn = true;
+    const QString name = QStringLiteral("%1 %2").arg(details.firstName, details.lastName).trimmed();
+    setState(QStringLiteral("green"),
+             tr("Connected to %1:%2 as %3 (%4)")
+                 .arg(m_settings.host)
+                 .arg(m_settings.port)
+                 .arg(name, details.exten));
+    if (!m_pendingDial.isEmpty())
+        m_calls->dial(m_pendingDial);
+    m_pendingDial.clear();
+}
+
+void MainWindow::onDisconnected(const QString& reason)
+{
+    m_loggedIn = false;
+    setState(QStringLiteral("red"), tr("Disconnected: %1").arg(reasonText(reason)));
+}
+
+void MainWindow::setState(const QString& colour, const QString& text)
+{
+    m_state->setText(
+        QStringLiteral("<span style=\"color:%1\">&#9679;</span> %2").arg(colour, text.toHtmlEscaped()));
+    m_state->setToolTip(text);
+}
