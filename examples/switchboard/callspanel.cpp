@@ -41,7 +41,9 @@ CallsPanel::CallsPanel(Telvix* client, ExtensionPanel* colleagues, QWidget* pare
     m_view->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_view->setSelectionMode(QAbstractItemView::SingleSelection);
     m_view->verticalHeader()->hide();
-    m_view->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    m_view->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    m_view->horizontalHeader()->setSectionResizeMode(CallsModel::CallerColumn, QHeaderView::Stretch);
+    m_view->horizontalHeader()->setSectionResizeMode(CallsModel::CalleeColumn, QHeaderView::Stretch);
 
     m_number->setObjectName(QStringLiteral("dialNumber"));
     m_number->setPlaceholderText(tr("Number to call"));

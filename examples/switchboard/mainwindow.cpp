@@ -41,6 +41,7 @@ MainWindow::MainWindow(Telvix* client, const QString& dataDir, QWidget* parent)
     auto* right = new QSplitter(Qt::Vertical);
     right->addWidget(m_calls);
     right->addWidget(m_tabs);
+    right->setSizes({250, 400});
     auto* main = new QSplitter(Qt::Horizontal);
     main->addWidget(m_extensions);
     main->addWidget(right);

@@ -306,8 +306,9 @@ bool CallEngine::redirect(const QString& channel, const QString& toNumber, QStri
         sendIncoming(call, leaves, *stays, QString());
     sendColp(*stays, leaves);
     m_hub.log(QStringLiteral("call %1: redirected to %2").arg(uid, toNumber));
-    updateLamps({leaves.exten});
+    // Ringing first, so that the new party's lamp shows it.
     startRinging(call);
+    updateLamps({leaves.exten});
     return true;
 }
 

@@ -8,12 +8,15 @@
 #include "toolprocess.h"
 
 #include <QDir>
+#include <QItemSelectionModel>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeView>
 
 class TestSwitchboard : public QObject
 {
@@ -23,9 +26,18 @@ private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
     void incomingCallIsAnsweredFromTheWindow();
+    void answeredCallIsTransferredToAColleague();
     void lostConnectionIsToldInWords();
 
 private:
+    QPushButton* button(const char* name) const
+    {
+        return m_window->findChild<QPushButton*>(QLatin1String(name));
+    }
+    QString callState() const
+    {
+        return m_window->calls()->model()->index(0, CallsModel::StateColumn).data().toString();
+    }
     QString state() const
     {
         return m_window->findChild<QLabel*>(QStringLiteral("connectionState"))->toolTip();
@@ -42,11 +54,11 @@ void TestSwitchboard::initTestCase()
 {
     QVERIFY(m_dataDir.isValid());
     QVERIFY(QDir().mkpath(QStringLiteral(SWITCHBOARD_SCREENSHOTS)));
-    // Nobody answers by themselves: the call waits for the window.
+    // Nobody answers or hangs up by themselves: the calls wait for the window.
     m_sim = new ToolProcess(QStringLiteral(TELVIX_PBXSIM),
                             {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--desk-phones"),
                              QStringLiteral("--answer-delay"), QStringLiteral("-1"),
-                             QStringLiteral("--call-duration"), QStringLiteral("2500"),
+                             QStringLiteral("--call-duration"), QStringLiteral("60000"),
                              QStringLiteral("--probe-interval"), QStringLiteral("0"),
                              QStringLiteral("--scenario"), QStringLiteral(SWITCHBOARD_SCENARIO)});
     QVERIFY(m_sim->start());
@@ -97,25 +109,60 @@ void TestSwitchboard::incomingCallIsAnsweredFromTheWindow()
     QCOMPARE(calls->index(0, CallsModel::CallerColumn).data().toString(),
              QStringLiteral("Laura Bianchi (0612345678)"));
     QCOMPARE(calls->index(0, CallsModel::StateColumn).data().toString(), QStringLiteral("ringing"));
-    auto* answer = m_window->findChild<QPushButton*>(QStringLiteral("answerButton"));
-    auto* hold = m_window->findChild<QPushButton*>(QStringLiteral("holdButton"));
+    QPushButton* answer = button("answerButton");
+    QPushButton* hold = button("holdButton");
     QTRY_VERIFY(answer->isEnabled()); // once the desk phone reported its line
     QVERIFY(!hold->isEnabled());
     screenshot(QStringLiteral("2-ringing"));
 
     QTest::mouseClick(answer, Qt::LeftButton);
-    QVERIFY(!m_sim->waitForLine(QStringLiteral("desk phone SIP/1000-")).contains(QLatin1String("refuses")));
-    QTRY_COMPARE(calls->index(0, CallsModel::StateColumn).data().toString(), QStringLiteral("talking"));
+    QVERIFY(m_sim->waitForLine(QStringLiteral("desk phone SIP/1000-")).contains(QLatin1String("obeys")));
+    QTRY_COMPARE(callState(), QStringLiteral("talking"));
     QVERIFY(!answer->isEnabled());
-    QVERIFY(hold->isEnabled());
+    QTRY_VERIFY(hold->isEnabled());
     screenshot(QStringLiteral("3-answered"));
 
-    // The caller hangs up; the call leaves the list and enters the history.
+    QTest::mouseClick(hold, Qt::LeftButton);
+    QTRY_COMPARE(callState(), QStringLiteral("on hold"));
+    QCOMPARE(hold->text(), QStringLiteral("Resume"));
+    screenshot(QStringLiteral("4-on-hold"));
+    QTest::mouseClick(hold, Qt::LeftButton);
+    QTRY_COMPARE(callState(), QStringLiteral("talking"));
+
+    // Hung up from the window; the call leaves the list and enters the history.
+    QTest::mouseClick(button("hangupButton"), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(calls->rowCount(), 0, 10000);
     auto* history = m_window->findChild<QTableWidget*>(QStringLiteral("historyView"));
     QTRY_VERIFY(history->rowCount() > 0);
     QTRY_VERIFY(history->item(0, 1)->text().contains(QLatin1String("0612345678")));
-    screenshot(QStringLiteral("4-ended"));
+    screenshot(QStringLiteral("5-ended"));
+}
+
+void TestSwitchboard::answeredCallIsTransferredToAColleague()
+{
+    // The scenario's second caller rings once the first call is hung up.
+    CallsModel* calls = m_window->calls()->model();
+    QTRY_COMPARE_WITH_TIMEOUT(calls->rowCount(), 1, 15000);
+    QTRY_VERIFY(button("answerButton")->isEnabled());
+    QTest::mouseClick(button("answerButton"), Qt::LeftButton);
+    QTRY_COMPARE(callState(), QStringLiteral("talking"));
+
+    // The colleague is found by the search field and picked in the panel.
+    QTest::keyClicks(m_window->findChild<QLineEdit*>(QStringLiteral("extensionSearch")),
+                     QStringLiteral("kell"));
+    auto* view = m_window->findChild<QTreeView*>(QStringLiteral("extensionView"));
+    QTRY_COMPARE(view->model()->rowCount(), 1);
+    view->setCurrentIndex(view->model()->index(0, 0));
+    view->selectionModel()->select(view->model()->index(0, 0),
+                                   QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    QTRY_VERIFY(button("transferButton")->isEnabled());
+    QTest::mouseClick(button("transferButton"), Qt::LeftButton);
+
+    QVERIFY(!m_sim->waitForLine(QStringLiteral("redirected to 1001")).isEmpty());
+    QTRY_COMPARE(calls->rowCount(), 0);
+    QTRY_COMPARE(view->model()->index(0, ExtensionModel::LineColumn).data().toString(),
+                 QStringLiteral("ringing"));
+    screenshot(QStringLiteral("6-transferred"));
 }
 
 void TestSwitchboard::lostConnectionIsToldInWords()
@@ -124,7 +171,7 @@ void TestSwitchboard::lostConnectionIsToldInWords()
     m_sim = nullptr;
     QTRY_COMPARE_WITH_TIMEOUT(state(), QStringLiteral("Disconnected: the server closed the connection"),
                               10000);
-    screenshot(QStringLiteral("5-disconnected"));
+    screenshot(QStringLiteral("7-disconnected"));
 }
 
 QTEST_MAIN(TestSwitchboard)
