@@ -4,7 +4,7 @@
 
 class ExtensionModel;
 class QLineEdit;
-class QSortFilterProxyModel;
+class ExtensionFilter;
 class QTreeView;
 class Telvix;
 
@@ -28,7 +28,7 @@ Q_SIGNALS:
 
 private:
     ExtensionModel* m_model;
-    QSortFilterProxyModel* m_filter;
+    ExtensionFilter* m_filter;
     QLineEdit* m_search;
     QTreeView* m_view;
 };
