@@ -7,7 +7,9 @@
 #include "telvix.h"
 #include "toolprocess.h"
 
+#include <QDate>
 #include <QDir>
+#include <QFileInfo>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
@@ -27,7 +29,9 @@ private Q_SLOTS:
     void cleanupTestCase();
     void incomingCallIsAnsweredFromTheWindow();
     void answeredCallIsTransferredToAColleague();
+    void voicemailIsDownloadedAsWave();
     void lostConnectionIsToldInWords();
+    void storedHistoryIsShownAfterARestart();
 
 private:
     QPushButton* button(const char* name) const
@@ -42,31 +46,43 @@ private:
     {
         return m_window->findChild<QLabel*>(QStringLiteral("connectionState"))->toolTip();
     }
+    QTableWidget* history() const
+    {
+        return m_window->findChild<QTableWidget*>(QStringLiteral("historyView"));
+    }
+    void startSimulator(const QStringList& extraArguments);
+    void startWindow();
+    void stopWindow();
     void screenshot(const QString& name);
 
     QTemporaryDir m_dataDir;
     ToolProcess* m_sim = nullptr;
+    quint16 m_port = 0;
     Telvix* m_client = nullptr;
     MainWindow* m_window = nullptr;
 };
 
-void TestSwitchboard::initTestCase()
+void TestSwitchboard::startSimulator(const QStringList& extraArguments)
 {
-    QVERIFY(m_dataDir.isValid());
-    QVERIFY(QDir().mkpath(QStringLiteral(SWITCHBOARD_SCREENSHOTS)));
     // Nobody answers or hangs up by themselves: the calls wait for the window.
     m_sim = new ToolProcess(QStringLiteral(TELVIX_PBXSIM),
-                            {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--desk-phones"),
-                             QStringLiteral("--answer-delay"), QStringLiteral("-1"),
-                             QStringLiteral("--call-duration"), QStringLiteral("60000"),
-                             QStringLiteral("--probe-interval"), QStringLiteral("0"),
-                             QStringLiteral("--scenario"), QStringLiteral(SWITCHBOARD_SCENARIO)});
+                            QStringList {QStringLiteral("--port"), QStringLiteral("0"),
+                                         QStringLiteral("--desk-phones"), QStringLiteral("--answer-delay"),
+                                         QStringLiteral("-1"), QStringLiteral("--call-duration"),
+                                         QStringLiteral("60000"), QStringLiteral("--probe-interval"),
+                                         QStringLiteral("0")}
+                                + extraArguments);
     QVERIFY(m_sim->start());
     const QRegularExpressionMatch port
         = QRegularExpression(QStringLiteral("listening on 127\\.0\\.0\\.1:(\\d+)"))
               .match(m_sim->waitForLine(QStringLiteral("listening on")));
     QVERIFY2(port.hasMatch(), qPrintable(m_sim->errorOutput()));
+    m_port = quint16(port.captured(1).toUInt());
+}
 
+// The application's own order: the library's thread first, then the window.
+void TestSwitchboard::startWindow()
+{
     m_client = new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("switchboard-test"),
                           QStringLiteral("1.0"), QStringLiteral("switchboard-test-device"), m_dataDir.path());
     m_client->init();
@@ -75,16 +91,31 @@ void TestSwitchboard::initTestCase()
     m_window->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_window));
     LoginSettings settings;
-    settings.port = quint16(port.captured(1).toUInt());
+    settings.port = m_port;
     m_window->connectTo(settings);
+}
+
+void TestSwitchboard::stopWindow()
+{
+    delete m_window;
+    m_window = nullptr;
+    if (m_client)
+        m_client->shutdown();
+    delete m_client;
+    m_client = nullptr;
+}
+
+void TestSwitchboard::initTestCase()
+{
+    QVERIFY(m_dataDir.isValid());
+    QVERIFY(QDir().mkpath(QStringLiteral(SWITCHBOARD_SCREENSHOTS)));
+    startSimulator({QStringLiteral("--scenario"), QStringLiteral(SWITCHBOARD_SCENARIO)});
+    startWindow();
 }
 
 void TestSwitchboard::cleanupTestCase()
 {
-    delete m_window;
-    if (m_client)
-        m_client->shutdown();
-    delete m_client;
+    stopWindow();
     delete m_sim;
 }
 
@@ -132,9 +163,8 @@ void TestSwitchboard::incomingCallIsAnsweredFromTheWindow()
     // Hung up from the window; the call leaves the list and enters the history.
     QTest::mouseClick(button("hangupButton"), Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(calls->rowCount(), 0, 10000);
-    auto* history = m_window->findChild<QTableWidget*>(QStringLiteral("historyView"));
-    QTRY_VERIFY(history->rowCount() > 0);
-    QTRY_VERIFY(history->item(0, 1)->text().contains(QLatin1String("0612345678")));
+    QTRY_VERIFY(history()->rowCount() > 0);
+    QTRY_VERIFY(history()->item(0, 1)->text().contains(QLatin1String("0612345678")));
     screenshot(QStringLiteral("5-ended"));
 }
 
@@ -165,13 +195,44 @@ void TestSwitchboard::answeredCallIsTransferredToAColleague()
     screenshot(QStringLiteral("6-transferred"));
 }
 
+void TestSwitchboard::voicemailIsDownloadedAsWave()
+{
+    auto* messages = m_window->findChild<QTableWidget*>(QStringLiteral("voicemailView"));
+    QTRY_VERIFY(messages->rowCount() > 0);
+    messages->selectRow(0);
+    QVERIFY(!button("playVoicemailButton")->isEnabled());
+    QTest::mouseClick(button("downloadVoicemailButton"), Qt::LeftButton);
+    // The file column fills in when the library has saved the wave file.
+    QTRY_VERIFY_WITH_TIMEOUT(!messages->item(0, 2)->text().isEmpty(), 15000);
+    const QFileInfo wave(messages->item(0, 2)->text());
+    QVERIFY(wave.absoluteFilePath().startsWith(m_dataDir.path() + QStringLiteral("/voicemail/")));
+    QCOMPARE(wave.suffix(), QStringLiteral("wav"));
+    QVERIFY(wave.size() > 44); // a header and some sound
+    QVERIFY(button("playVoicemailButton")->isEnabled());
+}
+
 void TestSwitchboard::lostConnectionIsToldInWords()
 {
     delete m_sim;
     m_sim = nullptr;
     QTRY_COMPARE_WITH_TIMEOUT(state(), QStringLiteral("Disconnected: the server closed the connection"),
                               10000);
+    QCOMPARE(m_window->extensions()->model()->index(0, ExtensionModel::LineColumn).data().toString(),
+             QStringLiteral("unknown"));
     screenshot(QStringLiteral("7-disconnected"));
+}
+
+// A fresh simulator knows nothing of the calls taken above: the one shown
+// comes from the history the library stored in the data directory.
+void TestSwitchboard::storedHistoryIsShownAfterARestart()
+{
+    stopWindow();
+    startSimulator({});
+    startWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(state().startsWith(QLatin1String("Connected")), 10000);
+    QTRY_VERIFY(history()->rowCount() > 0);
+    QVERIFY(history()->item(0, 1)->text().contains(QLatin1String("0612345678")));
+    QVERIFY(history()->item(0, 0)->text().startsWith(QDate::currentDate().toString(Qt::ISODate)));
 }
 
 QTEST_MAIN(TestSwitchboard)
