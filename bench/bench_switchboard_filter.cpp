@@ -41,6 +41,7 @@ struct Panel
         : filter(&model)
     {
         model.setBooks(extensionBook());
+        model.setLive(true);
         view.setUniformRowHeights(true);
         view.setModel(&filter);
         view.setSortingEnabled(true);

@@ -61,9 +61,10 @@ void ChatPanel::append(const ChatMessage& message)
         return;
     QTextBrowser* log = page(message.exten, QString());
     const bool mine = message.direction == ChatMessage::Sent;
+    const QString who = mine ? tr("You") : tabText(indexOf(log->parentWidget()));
     log->append(QStringLiteral("<b>%1</b> %2: %3")
                     .arg(message.timestamp.toLocalTime().toString(QStringLiteral("hh:mm")),
-                         mine ? tr("You") : message.exten, message.body.toHtmlEscaped()));
+                         who.toHtmlEscaped(), message.body.toHtmlEscaped()));
     if (!mine && currentWidget() == log->parentWidget())
         m_client->sendChatMessageDisplayed(message.exten);
 }

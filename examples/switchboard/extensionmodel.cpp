@@ -51,6 +51,8 @@ void ExtensionModel::setBooks(const QList<PhoneBook>& books)
 
 void ExtensionModel::setStatus(const BuddyStatus& status)
 {
+    if (!m_live)
+        return;
     const int row = m_rowOfExten.value(status.exten, -1);
     if (row < 0) {
         m_pending.insert(status.exten, status);
@@ -66,8 +68,11 @@ void ExtensionModel::setStatusMap(const QMap<QString, BuddyStatus>& statusMap)
         setStatus(status);
 }
 
-void ExtensionModel::forgetStatus()
+void ExtensionModel::setLive(bool live)
 {
+    m_live = live;
+    if (live)
+        return;
     m_pending.clear();
     for (Colleague& c : m_rows)
         c.status = BuddyStatus();

@@ -25,8 +25,10 @@ public:
     void setBooks(const QList<PhoneBook>& books);
     void setStatus(const BuddyStatus& status);
     void setStatusMap(const QMap<QString, BuddyStatus>& statusMap);
-    /// Every line back to "unknown".
-    void forgetStatus();
+    /// Whether a session keeps the status current. Off, every line shows
+    /// "unknown" and later updates are dropped: after a disconnection the
+    /// library may still republish the status it knew.
+    void setLive(bool live);
     QString nameOf(const QString& exten) const;
 
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
@@ -46,4 +48,5 @@ private:
     QHash<QString, int> m_rowOfExten;
     /// Status that came before its extension did.
     QMap<QString, BuddyStatus> m_pending;
+    bool m_live = false;
 };

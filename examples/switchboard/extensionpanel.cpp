@@ -50,7 +50,8 @@ ExtensionPanel::ExtensionPanel(Telvix* client, QWidget* parent)
     // Signals come from the library's thread; `this` as the context object
     // makes each connection queued, so the lambdas run on the GUI thread with
     // copies of the records.
-    connect(client, &Telvix::loggedToServer, this, [client] {
+    connect(client, &Telvix::loggedToServer, this, [this, client] {
+        m_model->setLive(true);
         // The extension list arrives as the extension book of the contact
         // book (sigPhonebookChanged); the status map follows separately.
         client->getContactsList(false, TELVIX::PhonebookTypeExtensions);
@@ -60,8 +61,7 @@ ExtensionPanel::ExtensionPanel(Telvix* client, QWidget* parent)
             [this](const QList<PhoneBook>& books) { m_model->setBooks(books); });
     connect(client, &Telvix::sigExtenStatusMapChanged, m_model, &ExtensionModel::setStatusMap);
     connect(client, &Telvix::sigExtenStatusChanged, m_model, &ExtensionModel::setStatus);
-    // The lamps say nothing while no session keeps them current.
-    connect(client, &Telvix::disconnectedFromServer, m_model, &ExtensionModel::forgetStatus);
+    connect(client, &Telvix::disconnectedFromServer, this, [this] { m_model->setLive(false); });
 }
 
 QString ExtensionPanel::selectedExten() const

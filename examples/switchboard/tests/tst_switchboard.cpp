@@ -1,9 +1,11 @@
 // The switchboard's window against the simulator, on a real X server.
 #include "callsmodel.h"
 #include "callspanel.h"
+#include "chatpanel.h"
 #include "extensionmodel.h"
 #include "extensionpanel.h"
 #include "mainwindow.h"
+#include "prosodyserver.h"
 #include "telvix.h"
 #include "toolprocess.h"
 
@@ -15,9 +17,12 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTabWidget>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextBrowser>
 #include <QTreeView>
 
 class TestSwitchboard : public QObject
@@ -30,6 +35,7 @@ private Q_SLOTS:
     void incomingCallIsAnsweredFromTheWindow();
     void answeredCallIsTransferredToAColleague();
     void voicemailIsDownloadedAsWave();
+    void chatWithAColleague();
     void lostConnectionIsToldInWords();
     void storedHistoryIsShownAfterARestart();
 
@@ -60,6 +66,8 @@ private:
     quint16 m_port = 0;
     Telvix* m_client = nullptr;
     MainWindow* m_window = nullptr;
+    /// The chat server, when prosody is installed.
+    std::unique_ptr<ProsodyServer> m_chat;
 };
 
 void TestSwitchboard::startSimulator(const QStringList& extraArguments)
@@ -109,7 +117,17 @@ void TestSwitchboard::initTestCase()
 {
     QVERIFY(m_dataDir.isValid());
     QVERIFY(QDir().mkpath(QStringLiteral(SWITCHBOARD_SCREENSHOTS)));
-    startSimulator({QStringLiteral("--scenario"), QStringLiteral(SWITCHBOARD_SCENARIO)});
+    QStringList arguments {QStringLiteral("--scenario"), QStringLiteral(SWITCHBOARD_SCENARIO)};
+    if (ProsodyServer::isInstalled()) {
+        // The simulator's chat ids, with the extensions' passwords.
+        m_chat.reset(new ProsodyServer);
+        m_chat->addUser(QStringLiteral("anna.rossi"), QStringLiteral("1000"));
+        m_chat->addUser(QStringLiteral("bruno.keller"), QStringLiteral("1001"));
+        m_chat->setSharedRoster(true);
+        QVERIFY2(m_chat->start(), qPrintable(m_chat->errorString()));
+        arguments << QStringLiteral("--chat-port") << QString::number(m_chat->port());
+    }
+    startSimulator(arguments);
     startWindow();
 }
 
@@ -211,6 +229,59 @@ void TestSwitchboard::voicemailIsDownloadedAsWave()
     QVERIFY(button("playVoicemailButton")->isEnabled());
 }
 
+void TestSwitchboard::chatWithAColleague()
+{
+    if (!m_chat)
+        QSKIP("prosody is not installed");
+    // Bruno Keller logs in from a client of his own.
+    QTemporaryDir brunoDir;
+    Telvix bruno(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("switchboard-test"),
+                 QStringLiteral("1.0"), QStringLiteral("bruno-device"), brunoDir.path());
+    bruno.init();
+    QSignalSpy brunoChat(&bruno, &Telvix::sigChatConnected);
+    QSignalSpy brunoMessages(&bruno, &Telvix::sigChatMessage);
+    bruno.connectToServer(QStringLiteral("1001"), QStringLiteral("1001"), QString(), TELVIX::AppModeSrntPro,
+                          QStringLiteral("127.0.0.1"), m_port);
+    QTRY_VERIFY_WITH_TIMEOUT(brunoChat.count() > 0, 15000);
+    // His client maps chat ids to extensions with the extension list.
+    QSignalSpy brunoBook(&bruno, &Telvix::sigPhonebookChanged);
+    bruno.getContactsList(false, TELVIX::PhonebookTypeExtensions);
+    QTRY_VERIFY(brunoBook.count() > 0);
+
+    auto* tabs = m_window->findChild<ChatPanel*>(QStringLiteral("chatPanel"));
+    auto* pages = qobject_cast<QTabWidget*>(tabs->parentWidget()->parentWidget());
+    QTRY_VERIFY_WITH_TIMEOUT(pages->isTabEnabled(pages->indexOf(tabs)), 15000);
+    auto* search = m_window->findChild<QLineEdit*>(QStringLiteral("extensionSearch"));
+    search->clear();
+    QTest::keyClicks(search, QStringLiteral("bruno"));
+    auto* view = m_window->findChild<QTreeView*>(QStringLiteral("extensionView"));
+    QTRY_COMPARE(view->model()->rowCount(), 1);
+    // Bruno's chat presence reaches the panel by the extension status.
+    QTRY_VERIFY_WITH_TIMEOUT(view->model()->index(0, 0).data(ExtensionModel::CanChatRole).toBool(), 10000);
+    const QRect row = view->visualRect(view->model()->index(0, 0));
+    // A view takes a double click only on the row pressed before it.
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, row.center());
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, row.center());
+    QTRY_COMPARE(tabs->count(), 1);
+    QCOMPARE(tabs->tabText(0), QStringLiteral("Bruno Keller"));
+
+    auto* input = tabs->widget(0)->findChild<QLineEdit*>();
+    auto* log = tabs->widget(0)->findChild<QTextBrowser*>();
+    QTest::keyClicks(input, QStringLiteral("Can you take the Acme call?"));
+    QTest::keyClick(input, Qt::Key_Return);
+    QTRY_VERIFY_WITH_TIMEOUT(log->toPlainText().contains(QLatin1String("You: Can you take the Acme call?")),
+                             10000);
+    QTRY_VERIFY_WITH_TIMEOUT(brunoMessages.count() > 0, 10000);
+    QCOMPARE(brunoMessages.last().at(0).value<ChatMessage>().body,
+             QStringLiteral("Can you take the Acme call?"));
+
+    bruno.sendChatMessage(QStringLiteral("1000"), QStringLiteral("Sure, put it through."));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        log->toPlainText().contains(QLatin1String("Bruno Keller: Sure, put it through.")), 10000);
+    screenshot(QStringLiteral("7-chat"));
+    bruno.shutdown();
+}
+
 void TestSwitchboard::lostConnectionIsToldInWords()
 {
     delete m_sim;
@@ -219,7 +290,7 @@ void TestSwitchboard::lostConnectionIsToldInWords()
                               10000);
     QCOMPARE(m_window->extensions()->model()->index(0, ExtensionModel::LineColumn).data().toString(),
              QStringLiteral("unknown"));
-    screenshot(QStringLiteral("7-disconnected"));
+    screenshot(QStringLiteral("8-disconnected"));
 }
 
 // A fresh simulator knows nothing of the calls taken above: the one shown
