@@ -27,13 +27,10 @@ if [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
   exit 1
 fi
 
+. scripts/simulator.sh
 work=$(mktemp -d)
-sim_pid=""
 cleanup() {
-  if [ -n "$sim_pid" ]; then
-    kill "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-  fi
+  stop_simulator
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -53,24 +50,11 @@ PY
   directory=(--directory "$work/many.json")
 fi
 
-# Port 0: the system picks a free port and the simulator prints it. Desk
-# phones let the window answer, hold and transfer; a called person answers
-# after 8 s when nobody clicks first.
-"$SIM" --port 0 --desk-phones --answer-delay 8000 --call-duration 20000 --probe-interval 0 \
-  "${directory[@]}" --scenario tools/pbxsim/scenarios/switchboard.json >"$work/sim.log" 2>&1 &
-sim_pid=$!
-port=""
-for _ in $(seq 200); do
-  port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9][0-9]*\).*/\1/p' "$work/sim.log")
-  [ -n "$port" ] && break
-  kill -0 "$sim_pid" 2>/dev/null || break
-  sleep 0.05
-done
-if [ -z "$port" ]; then
-  echo "switchboard: the simulator did not start:" >&2
-  cat "$work/sim.log" >&2
-  exit 1
-fi
+# Desk phones let the window answer, hold and transfer; a called person
+# answers after 8 s when nobody clicks first.
+start_simulator "$SIM" "$work/sim.log" --desk-phones --answer-delay 8000 --call-duration 20000 \
+  --probe-interval 0 "${directory[@]}" --scenario tools/pbxsim/scenarios/switchboard.json ||
+  { echo "switchboard: no simulator" >&2; exit 1; }
 
 echo "switchboard: telvix-pbx-sim listens on 127.0.0.1:$port; log in as 1000 (password 1000)."
 echo "  A customer calls about five seconds after the login; colleagues' lamps change as they take calls."

@@ -45,7 +45,9 @@ public:
     void onAnswered(const AnsweredCallEvent& e);
     void onFinished(const FinishedCallEvent& e);
     void onColp(const ColpUpdateEvent& e);
-    /// The desk phone names its line by the channel of its own account.
+    /// A desk-phone event: its call id is matched with the legs' local
+    /// channels, as the phone names its line by the channel of its own SIP
+    /// account. The library itself ties a phone event to no call.
     void onPhoneLine(const QString& callId, bool ringingOrTalking);
     void onPhoneHold(const QString& callId, bool held);
 
