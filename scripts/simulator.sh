@@ -3,8 +3,11 @@
 #       output in LOG; sets sim_pid and port (the free port it picked), or
 #       prints LOG and returns 1 when it does not come up.
 #   stop_simulator                       ends it, if it runs.
+# Also makes the scratch directory $work; both go when the script exits.
 sim_pid=""
 port=""
+work=$(mktemp -d)
+trap 'stop_simulator; rm -rf "$work"' EXIT
 
 start_simulator() {
   local program=$1 log=$2

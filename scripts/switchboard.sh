@@ -28,12 +28,6 @@ if [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
 fi
 
 . scripts/simulator.sh
-work=$(mktemp -d)
-cleanup() {
-  stop_simulator
-  rm -rf "$work"
-}
-trap cleanup EXIT
 
 directory=()
 if [ -n "$MANY" ]; then

@@ -16,12 +16,6 @@ for tool in "$SIM" "$CLI"; do
 done
 
 . scripts/simulator.sh
-work=$(mktemp -d)
-cleanup() {
-  stop_simulator
-  rm -rf "$work"
-}
-trap cleanup EXIT
 
 # Port 0: the system picks a free port and the simulator prints it.
 start_simulator "$SIM" "$work/sim.log" --answer-delay 1500 --call-duration 3000 --probe-interval 0 \
