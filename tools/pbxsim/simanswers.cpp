@@ -384,7 +384,7 @@ void SimAnswers::phoneCommand(SimSession& s, const QString& xml)
         s.sendError(QStringLiteral("Unknown request"), xml);
         return;
     }
-    const QString line = MessageReader::text(xml, QStringLiteral("lineId"));
+    const QString line = text(xml, QStringLiteral("lineId"));
     const auto has = [&xml](const char* command) {
         return xml.contains(QStringLiteral("<%1>").arg(QLatin1String(command)));
     };
@@ -397,10 +397,9 @@ void SimAnswers::phoneCommand(SimSession& s, const QString& xml)
     } else if (has("putOnHold") || has("resumeFromHold")) {
         done = m_calls.holdChannel(line, has("putOnHold"));
     } else if (has("unattendedTransfer") || has("attendedTransfer")) {
-        done = m_calls.transferChannel(line, MessageReader::text(xml, QStringLiteral("to")), &error);
+        done = m_calls.transferChannel(line, text(xml, QStringLiteral("to")), &error);
     } else if (has("makeCall")) {
-        done = !m_calls.dial(s.exten(), MessageReader::text(xml, QStringLiteral("numberToCall")), &error)
-                    .isEmpty();
+        done = !m_calls.dial(s.exten(), text(xml, QStringLiteral("numberToCall")), &error).isEmpty();
     } else if (has("getDndStatus")) {
         SimResponse dnd(QStringLiteral("<phoneEvent><eventType>dnd</eventType><propName>dnd</propName>"
                                        "<propValue>0</propValue></phoneEvent>"));
