@@ -75,6 +75,8 @@ void MainWindow::connectTo(const LoginSettings& settings)
     m_settings = settings;
     // A plain setting read when the socket is made: set it before connecting.
     m_client->ignoreSslErrors(!settings.verifyTls);
+    // Queued: it returns at once; the outcome is loggedToServer, or
+    // disconnectedFromServer with the reason.
     m_client->connectToServer(settings.user, settings.password, settings.domain, settings.mode, settings.host,
                               settings.port);
     setState(QStringLiteral("orange"), tr("Connecting to %1:%2...").arg(settings.host).arg(settings.port));
