@@ -34,10 +34,11 @@ INTRO
 
 mkdir "$work/voicemail"
 
-# The commands, as a person would type them. waitFor holds the next command
-# until the library raises that signal.
+# The commands, as a person would type them. They run as soon as they are
+# read; waitFor holds the next command until the library raises that signal.
 timeout 180 "$CLI" --user 1000 --password 1000 --server "127.0.0.1:$port" --mode srnt_mobile \
   --data-dir "$work/cli" 2>"$work/cli.err" <<COMMANDS | tee "$work/cli.out"
+waitFor loggedToServer
 echo "### 1. Logged in. Who works here? The extension list arrives as contacts:"
 getExtenList
 waitFor sigPhonebookChanged

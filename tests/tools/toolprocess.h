@@ -18,6 +18,7 @@ public:
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
 
+    void setWorkingDirectory(const QString& dir) { m_process.setWorkingDirectory(dir); }
     bool start();
     void sendLine(const QString& line);
     void send(const QJsonObject& command);

@@ -1,11 +1,14 @@
 // telvix-cli --json against telvix-pbx-sim, both run as real processes over
 // TLS on 127.0.0.1.
+#include "fakectiserver.h"
 #include "prosodyserver.h"
+#include "telvix.h"
 #include "toolprocess.h"
 #include "wavefileparser.h"
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -44,6 +47,11 @@ private Q_SLOTS:
     void downloadWithoutValidTokenIsRefused_data();
     void downloadWithoutValidTokenIsRefused();
     void expiredTokenOpensNoDownload();
+    void commandsRunWhileTheLoginHangs_data();
+    void commandsRunWhileTheLoginHangs();
+    void emptyDataDirWritesTheLogInTheWorkingDirectory();
+    void reconnectBringsTheSessionBack_data();
+    void reconnectBringsTheSessionBack();
 
 private:
     /// Starts the simulator on a free port; false if it does not come up.
@@ -231,6 +239,9 @@ void tst_CliPbxSim::refusedLoginEndsWithTheReason_data()
                                     << "not-the-password" << QStringList() << "WrongPassword";
     QTest::newRow("unknown user") << "4711"
                                   << "4711" << QStringList() << "UnknownUser";
+    QTest::newRow("wrong password, reconnecting")
+        << "1002"
+        << "not-the-password" << QStringList {"--reconnect"} << "WrongPassword";
     // The simulator's certificate is self-signed: verified, it is refused.
     QTest::newRow("certificate verified") << "1002"
                                           << "1002" << QStringList {"--verify-tls"} << QString();
@@ -703,6 +714,99 @@ void tst_CliPbxSim::expiredTokenOpensNoDownload()
     QCOMPARE(cli->takeAnswer(2).value("result"), QJsonValue(true));
     QVERIFY(cli->takeSignal("sigRebrandingDownloadCompleted", {}, 0).isEmpty());
     QVERIFY(!QFile::exists(folder + "/assets.zip"));
+}
+
+void tst_CliPbxSim::commandsRunWhileTheLoginHangs_data()
+{
+    QTest::addColumn<bool>("endOfInput");
+    QTest::newRow("quit") << false;
+    QTest::newRow("end of input") << true;
+}
+
+// A server that takes the connection and the login and never answers.
+void tst_CliPbxSim::commandsRunWhileTheLoginHangs()
+{
+    QFETCH(bool, endOfInput);
+    FakeCtiServer server;
+    QVERIFY(server.listen());
+    m_port = server.port();
+    auto cli = startCli("1000");
+    QVERIFY(cli);
+    QVERIFY(!server.waitForFrame("Login", 10000).isEmpty());
+
+    cli->send(call("getConnectionState", {}, 1));
+    QCOMPARE(cli->takeAnswer(1).value("result").toInt(), int(Telvix::StateConnecting));
+    QElapsedTimer clock;
+    clock.start();
+    if (endOfInput)
+        cli->closeInput();
+    else
+        cli->send(call("quit", {}, 2));
+    QVERIFY(cli->waitForExit(5000));
+    QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(cli->exitCode(), 0);
+    QTRY_COMPARE(server.openConnectionCount(), 0);
+}
+
+void tst_CliPbxSim::emptyDataDirWritesTheLogInTheWorkingDirectory()
+{
+    QVERIFY(startSimulator());
+    const QString work = m_dir.path() + "/work";
+    QVERIFY(QDir().mkpath(work));
+    ToolProcess cli(QStringLiteral(TELVIX_CLI),
+                    {"--json", "--user", "1001", "--password", "1001", "--server",
+                     QStringLiteral("127.0.0.1:%1").arg(m_port), "--data-dir", ""});
+    cli.setWorkingDirectory(work);
+    QVERIFY(cli.start());
+    QVERIFY(!cli.takeSignal("loggedToServer").isEmpty());
+    cli.send(call("quit", {}, 1));
+    QVERIFY(cli.waitForExit());
+    QVERIFY(QFileInfo(work + "/telvixLog.txt").size() > 0);
+}
+
+void tst_CliPbxSim::reconnectBringsTheSessionBack_data()
+{
+    QTest::addColumn<bool>("periodic");
+    QTest::newRow("restart step of a scenario") << false;
+    QTest::newRow("periodic restarts") << true;
+}
+
+void tst_CliPbxSim::reconnectBringsTheSessionBack()
+{
+    QFETCH(bool, periodic);
+    QStringList options {"--restart-every", "3000", "--restart-downtime", "1500"};
+    if (!periodic) {
+        const QString path = m_dir.path() + "/restart.json";
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"({"steps": [
+            {"waitFor": "GetExtenStatus", "from": "1002", "timeout": 20000},
+            {"after": 200, "do": "restart", "ms": 1500}
+        ]})");
+        options = QStringList {"--scenario", path};
+    }
+    QVERIFY(startSimulator(options));
+    auto cli = startCli("1002", QString(), {"--reconnect"});
+    QVERIFY(cli);
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+    cli->send(call("getExtenStatus", {}, 1));
+    QCOMPARE(cli->takeAnswer(1).value("result"), QJsonValue(true));
+    QVERIFY(!cli->takeSignal("sigExtenStatusMapChanged").isEmpty());
+
+    QCOMPARE(cli->takeSignal("disconnectedFromServer").value("args").toArray().at(0).toString(),
+             QStringLiteral("Unkown"));
+    const QJsonArray waiting = cli->takeSignal("waiting").value("args").toArray();
+    QCOMPARE(waiting.at(0).toInt(), 1);
+    QVERIFY(waiting.at(1).toInt() <= 1000);
+    const QJsonObject back = cli->takeSignal("reconnected", {}, 20000);
+    QVERIFY2(back.value("args").toArray().at(0).toInt() >= 1000, QJsonDocument(back).toJson().constData());
+    QVERIFY(!cli->takeSignal("loggedToServer").isEmpty());
+    // The status asked for in the lost session is asked for again.
+    QVERIFY(!cli->takeSignal("sigExtenStatusMapChanged").isEmpty());
+    QVERIFY(!m_sim->waitForLine(periodic ? "accepting connections again" : "scenario: done").isEmpty());
+    cli->send(call("quit", {}, 2));
+    QVERIFY(cli->waitForExit());
+    QCOMPARE(cli->exitCode(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_CliPbxSim)

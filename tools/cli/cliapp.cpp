@@ -4,16 +4,25 @@
 #include "signaltap.h"
 #include "stopsignals.h"
 #include "telvix.h"
+#include "telvixreconnector.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
 
 namespace {
 
 constexpr int DefaultWaitForMs = 30000;
 // Signals kept for waitFor while no method is called (a long watch).
 constexpr int SeenSignalsKept = 1000;
+// Once the program is told to end, it ends within this time even if the
+// library's shutdown does not come back.
+constexpr int ExitDeadlineMs = 4500;
 
 QString modeText(TELVIX::AppMode mode)
 {
@@ -34,11 +43,13 @@ CliApp::CliApp(const CliOptions& options, QObject* parent)
 CliApp::~CliApp()
 {
     delete m_tap;
+    delete m_reconnectorTap;
 }
 
 void CliApp::start()
 {
-    const QString dataDir = m_options.dataDir.isEmpty() ? m_tempDir.path() : m_options.dataDir;
+    // An empty --data-dir goes to the library as it is: its working directory.
+    const QString dataDir = m_options.tempDataDir ? m_tempDir.path() : m_options.dataDir;
     m_client.reset(new Telvix(m_options.osType, m_options.osVersion, m_options.swType, m_options.swVersion,
                               m_options.deviceId, dataDir));
     m_tap = new SignalTap(
@@ -61,7 +72,9 @@ void CliApp::start()
         finish(m_exitCode);
     });
 
-    CliOutput::note(QStringLiteral("libtelvix %1, data directory %2").arg(m_client->getVersion(), dataDir));
+    CliOutput::note(QStringLiteral("libtelvix %1, data directory %2")
+                        .arg(m_client->getVersion(),
+                             dataDir.isEmpty() ? QStringLiteral("(working directory)") : dataDir));
     m_client->init();
     if (m_options.dump)
         m_client->enableMessagesDump(true);
@@ -76,6 +89,8 @@ void CliApp::start()
                 QJsonValue::Null,
                 QStringLiteral("--local-server: the local server could not listen (%1)").arg(port));
     }
+    if (m_options.reconnect)
+        attachReconnector();
     CliOutput::note(QStringLiteral("connecting to %1:%2 as %3 (%4)")
                         .arg(m_options.host)
                         .arg(m_options.port)
@@ -92,12 +107,13 @@ void CliApp::onSignal(const QMetaMethod& signal, const QJsonArray& args)
     if (m_seen.size() > SeenSignalsKept)
         m_seen.removeFirst();
 
+    // Without --reconnect the first disconnection before a login ends the
+    // program; with it, only what the reconnector gives up on.
     const QByteArray name = signal.name();
-    if (name == "loggedToServer" && !m_loggedIn) {
+    const QByteArray fatal = m_reconnector ? "gaveUp" : "disconnectedFromServer";
+    if (name == "loggedToServer") {
         m_loggedIn = true;
-        m_ready = true;
-        runQueue();
-    } else if (name == "disconnectedFromServer" && !m_loggedIn && !m_finishing) {
+    } else if (name == fatal && !m_loggedIn && !m_finishing) {
         CliOutput::note(QStringLiteral("login failed: %1").arg(args.at(0).toString()));
         finish(1);
         return;
@@ -152,7 +168,7 @@ void CliApp::onLine(const QString& rawLine)
 
 void CliApp::runQueue()
 {
-    while (m_ready && !m_waiting && !m_finishing && !m_queue.isEmpty()) {
+    while (!m_waiting && !m_finishing && !m_queue.isEmpty()) {
         if (!run(m_queue.takeFirst()))
             return;
     }
@@ -206,6 +222,8 @@ bool CliApp::run(const Command& c)
     // waitFor looks at what this call brings about, nothing earlier.
     m_seen.clear();
     m_out.printResult(c.id, c.name, r.value);
+    if (m_reconnector)
+        rememberRequest(c);
     if (c.name == QLatin1String("shutdown")) {
         // The library's thread is gone: it must not be asked to shut down again.
         m_clientShutDown = true;
@@ -262,12 +280,46 @@ void CliApp::endWait(bool matched)
     QMetaObject::invokeMethod(this, &CliApp::runQueue, Qt::QueuedConnection);
 }
 
+void CliApp::attachReconnector()
+{
+    m_reconnector = new TelvixReconnector(m_client.data(), this);
+    m_reconnectorTap = new SignalTap(
+        m_reconnector, TelvixReconnector::staticMetaObject,
+        [this](const QMetaMethod& signal, const QJsonArray& args) { onSignal(signal, args); });
+}
+
+void CliApp::rememberRequest(const Command& c)
+{
+    if (!TelvixReconnector::stateRequests().contains(c.name.toLatin1()))
+        return;
+    const QString key = c.name + QLatin1Char(' ')
+        + (c.fromJson ? QString::fromUtf8(QJsonDocument(c.args).toJson(QJsonDocument::Compact))
+                      : c.words.join(QLatin1Char(' ')));
+    // The invoker calls directly when it runs on the library's thread, as
+    // remembered requests do.
+    const CommandInvoker* invoker = m_invoker.data();
+    m_reconnector->remember(key, [invoker, c](Telvix*) {
+        if (c.fromJson)
+            invoker->invoke(c.name, c.args);
+        else
+            invoker->invokeWords(c.name, c.words);
+    });
+}
+
 void CliApp::finish(int exitCode)
 {
     if (m_finishing)
         return;
     m_finishing = true;
     m_exitCode = exitCode;
+    // A library that does not come back from shutdown must not keep the
+    // program alive: quit and end of input end it in a bounded time.
+    std::thread([exitCode] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ExitDeadlineMs));
+        std::fprintf(stderr, "telvix-cli: the library did not shut down in time\n");
+        std::fflush(stdout);
+        std::_Exit(exitCode);
+    }).detach();
     m_waitTimer.stop();
     m_queue.clear();
     // This may run inside the tap's handler: tear down from the event loop.
@@ -276,11 +328,18 @@ void CliApp::finish(int exitCode)
 
 void CliApp::shutdownClient()
 {
+    if (m_reconnector)
+        m_reconnector->stop();
     if (!m_clientShutDown)
         m_client->shutdown();
     // What the library raised up to its end is still printed, nothing after.
     QCoreApplication::sendPostedEvents(m_tap);
     delete m_tap;
     m_tap = nullptr;
+    if (m_reconnectorTap) {
+        QCoreApplication::sendPostedEvents(m_reconnectorTap);
+        delete m_reconnectorTap;
+        m_reconnectorTap = nullptr;
+    }
     Q_EMIT finished(m_exitCode);
 }

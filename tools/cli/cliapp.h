@@ -16,13 +16,17 @@
 class InputReader;
 class SignalTap;
 class Telvix;
+class TelvixReconnector;
 
 /// \brief telvix-cli itself: one Telvix client driven by commands from
 /// standard input, every signal printed.
 ///
-/// Commands are queued until the login is answered, then run in order; a
-/// waitFor or wait holds the queue. Input that ends, "quit" or SIGINT shuts
-/// the library down and ends the program.
+/// Commands run in order as soon as they are read, also while the client is
+/// still connecting or logging in; a waitFor or wait holds the queue. Input
+/// that ends, "quit" or SIGINT shuts the library down and ends the program
+/// within a few seconds, whatever the server does. With --reconnect a
+/// TelvixReconnector brings lost sessions back and its signals are printed
+/// like the client's.
 class CliApp : public QObject
 {
     Q_OBJECT
@@ -63,6 +67,10 @@ private:
     void endWait(bool matched);
     void finish(int exitCode);
     void shutdownClient();
+    void attachReconnector();
+    /// With --reconnect, a state request that ran is asked again after a
+    /// reconnection.
+    void rememberRequest(const Command& command);
 
     CliOptions m_options;
     CliOutput m_out;
@@ -70,10 +78,11 @@ private:
     QScopedPointer<Telvix> m_client;
     QScopedPointer<CommandInvoker> m_invoker;
     SignalTap* m_tap = nullptr;
+    TelvixReconnector* m_reconnector = nullptr;
+    SignalTap* m_reconnectorTap = nullptr;
     InputReader* m_input = nullptr;
 
     QList<Command> m_queue;
-    bool m_ready = false;
     bool m_loggedIn = false;
     bool m_finishing = false;
     bool m_clientShutDown = false;

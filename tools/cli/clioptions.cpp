@@ -7,21 +7,31 @@
 namespace {
 
 const char* const Commands = R"(
-Commands, one per line on standard input:
+Commands, one per line on standard input, run as soon as they are read, also
+while the client is still connecting or logging in:
   <method> <arg> ...     calls a public method of Telvix, e.g. "newCall 1001 0";
                          a QString argument is taken as typed ("quote it" when
                          it has blanks), any other is read as JSON
   help                   lists the methods
   waitFor <signal> [ms]  waits for a signal raised since the last call
-                         (default 30000 ms)
+                         (default 30000 ms); a script that needs the session
+                         starts with "waitFor loggedToServer"
   wait <ms>              pauses the command queue
   echo <text>            prints the text
-  quit                   shuts the library down and ends (so does end of input)
+  quit                   shuts the library down and ends within 5 s, whatever
+                         the server does (so does end of input); a wait or
+                         waitFor before it is finished first
 With --json each line is {"call": "<method>", "args": [...], "id": <any>},
 answered by {"id", "call", "result"} or {"id", "error"}; every signal is printed
 as {"signal", "signature", "args"}.
+With --reconnect a lost session is brought back: the reconnector's signals
+waiting(attempt, delayMs), reconnected(downtimeMs) and gaveUp(reason) are
+printed like the client's, and the state requests made (getExtenList,
+getExtenStatus, getVoicemail, queue statistics, ...) are asked again after each
+reconnection.
 Exit codes: 0 after quit, 1 when the login was refused or the server could not
-be reached, 2 for bad options.)";
+be reached (with --reconnect: when the reconnector gave up before a first
+login, e.g. on a wrong password), 2 for bad options.)";
 
 QString defaultDeviceId()
 {
@@ -55,10 +65,15 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
         QStringLiteral("Application mode: srnt_pro (default), srnt_phone, atnd_cti, "
                        "atnd_phone, srntlog, srnt_mobile, srnt_mobile_phone."),
         QStringLiteral("MODE"));
-    const QCommandLineOption dataDir(QStringLiteral("data-dir"),
-                                     QStringLiteral("Directory of the library's logs and files (default: a "
-                                                    "temporary one, removed at exit)."),
-                                     QStringLiteral("DIR"));
+    const QCommandLineOption dataDir(
+        QStringLiteral("data-dir"),
+        QStringLiteral("Directory of the library's logs and files, given to it as it is: \"\" is the "
+                       "working directory. Without this option: a temporary one, removed at exit."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption reconnect(
+        QStringLiteral("reconnect"),
+        QStringLiteral("Reconnect after a lost session, with back-off (not after a refused login or a "
+                       "logout)."));
     const QCommandLineOption verifyTls(QStringLiteral("verify-tls"),
                                        QStringLiteral("Refuse a server certificate that does not verify."));
     const QCommandLineOption localServer(QStringLiteral("local-server"),
@@ -77,8 +92,8 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
                                       QStringLiteral("TEXT"));
     const QCommandLineOption json(QStringLiteral("json"),
                                   QStringLiteral("One JSON object per line, both ways."));
-    parser.addOptions({help, server, user, password, domain, mode, dataDir, verifyTls, localServer, dump,
-                       osType, osVersion, swType, swVersion, deviceId, json});
+    parser.addOptions({help, server, user, password, domain, mode, dataDir, reconnect, verifyTls, localServer,
+                       dump, osType, osVersion, swType, swVersion, deviceId, json});
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -127,6 +142,8 @@ CliOptions::Outcome CliOptions::parse(const QStringList& arguments, CliOptions* 
     o.password = parser.value(password);
     o.domain = parser.value(domain);
     o.dataDir = parser.value(dataDir);
+    o.tempDataDir = !parser.isSet(dataDir);
+    o.reconnect = parser.isSet(reconnect);
     o.verifyTls = parser.isSet(verifyTls);
     o.localServer = parser.isSet(localServer);
     o.dump = parser.isSet(dump);

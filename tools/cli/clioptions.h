@@ -14,8 +14,13 @@ struct CliOptions
     QString password;
     QString domain;
     TELVIX::AppMode mode = TELVIX::AppModeSrntPro;
-    /// Empty: a temporary directory removed at exit.
+    /// Given as it is to the library, which takes an empty one as its
+    /// working directory.
     QString dataDir;
+    /// No --data-dir: a temporary directory removed at exit.
+    bool tempDataDir = true;
+    /// Bring lost sessions back with a TelvixReconnector.
+    bool reconnect = false;
     bool verifyTls = false;
     bool localServer = false;
     bool dump = false;

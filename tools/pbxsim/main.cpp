@@ -98,8 +98,17 @@ int main(int argc, char** argv)
                                   QStringLiteral("FILE"));
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("Its unencrypted PEM key."),
                                  QStringLiteral("FILE"));
+    const QCommandLineOption restartEvery(
+        QStringLiteral("restart-every"),
+        QStringLiteral("Restart every MS milliseconds: drop every client and refuse new connections for "
+                       "--restart-downtime, to rehearse reconnection (default 0: never)."),
+        QStringLiteral("MS"));
+    const QCommandLineOption restartDowntime(
+        QStringLiteral("restart-downtime"),
+        QStringLiteral("Milliseconds a restart refuses connections (default 3000)."), QStringLiteral("MS"));
     parser.addOptions({port, api, noBanner, directory, scenario, answerDelay, callDuration, ringTimeout,
-                       probeInterval, noRebranding, tokenValidity, chatPort, deskPhones, cert, key});
+                       probeInterval, noRebranding, tokenValidity, chatPort, deskPhones, cert, key,
+                       restartEvery, restartDowntime});
     if (!parser.parse(QCoreApplication::arguments()))
         return bad(parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
@@ -128,6 +137,12 @@ int main(int argc, char** argv)
         return bad(QStringLiteral("bad --token-validity"));
     if (!readInt(parser, chatPort, &settings.chatPort) || settings.chatPort < 0 || settings.chatPort > 65535)
         return bad(QStringLiteral("bad --chat-port"));
+    int restartEveryMs = 0;
+    int restartDowntimeMs = DefaultDowntimeMs;
+    if (!readInt(parser, restartEvery, &restartEveryMs)
+        || !readInt(parser, restartDowntime, &restartDowntimeMs) || restartEveryMs < 0
+        || restartDowntimeMs < 0)
+        return bad(QStringLiteral("bad --restart-every or --restart-downtime"));
     settings.certificate = parser.value(cert);
     settings.key = parser.value(key);
 
@@ -159,5 +174,7 @@ int main(int argc, char** argv)
                       .arg(settings.certificate));
     if (parser.isSet(scenario))
         runner.start();
+    if (restartEveryMs > 0)
+        simulator.restartPeriodically(restartEveryMs, restartDowntimeMs);
     return app.exec();
 }

@@ -31,6 +31,9 @@ ScenarioRunner::ScenarioRunner(PbxSimulator& simulator, QObject* parent)
          {&ScenarioRunner::redirectConnection,
           {QStringLiteral("exten"), QStringLiteral("ip"), QStringLiteral("port")}}},
         {QStringLiteral("probe"), {&ScenarioRunner::probe, none}},
+        {QStringLiteral("dropClients"), {&ScenarioRunner::dropClients, none}},
+        {QStringLiteral("refuse"), {&ScenarioRunner::refuse, {QStringLiteral("ms")}}},
+        {QStringLiteral("restart"), {&ScenarioRunner::restart, none}},
         {QStringLiteral("send"), {&ScenarioRunner::send, {QStringLiteral("exten"), QStringLiteral("body")}}},
         {QStringLiteral("quit"), {&ScenarioRunner::quit, none}}};
     m_timer.setSingleShot(true);
@@ -257,6 +260,29 @@ bool ScenarioRunner::probe(const QJsonObject& p, QString*)
 {
     SimInfo msg = SimNotice::probe();
     m_sim.sendToExten(p.value(QLatin1String("exten")).toString(QStringLiteral("*")), msg);
+    return true;
+}
+
+bool ScenarioRunner::dropClients(const QJsonObject&, QString*)
+{
+    m_sim.dropAll();
+    return true;
+}
+
+bool ScenarioRunner::refuse(const QJsonObject& p, QString* error)
+{
+    const int ms = p.value(QLatin1String("ms")).toInt(-1);
+    if (ms < 0) {
+        *error = QStringLiteral("refuse: \"ms\" is a number of milliseconds");
+        return false;
+    }
+    m_sim.refuseFor(ms);
+    return true;
+}
+
+bool ScenarioRunner::restart(const QJsonObject& p, QString*)
+{
+    m_sim.restart(qMax(0, p.value(QLatin1String("ms")).toInt(DefaultDowntimeMs)));
     return true;
 }
 

@@ -29,6 +29,10 @@ class PbxSimulator;
 ///   loggedOff exten [reason]               the server logs the extension off
 ///   redirectConnection exten ip port       orders the clients to another server
 ///   probe [exten]                          asks the clients for a keep-alive
+///   dropClients                            drops every connection at once
+///   refuse ms                              refuses new connections for ms
+///   restart [ms]                           dropClients, then refuse for ms
+///                                          (default 3000)
 ///   send exten body                        a response with a ready-made body
 ///   quit [code]                            ends the simulator
 class ScenarioRunner : public QObject
@@ -77,6 +81,9 @@ private:
     bool loggedOff(const QJsonObject& p, QString* error);
     bool redirectConnection(const QJsonObject& p, QString* error);
     bool probe(const QJsonObject& p, QString* error);
+    bool dropClients(const QJsonObject& p, QString* error);
+    bool refuse(const QJsonObject& p, QString* error);
+    bool restart(const QJsonObject& p, QString* error);
     bool send(const QJsonObject& p, QString* error);
     bool quit(const QJsonObject& p, QString* error);
 

@@ -97,6 +97,12 @@ void SimSession::close()
     m_socket->disconnectFromHost();
 }
 
+void SimSession::drop()
+{
+    m_socket->abort();
+    onDisconnected();
+}
+
 QString SimSession::requestElement(const QString& xml)
 {
     int from = -1;

@@ -37,6 +37,8 @@ public:
     void sendError(const QString& reason, const QString& request);
     /// Closes the connection once everything queued is written.
     void close();
+    /// Drops the connection at once, without a goodbye, as a crash would.
+    void drop();
 
     /// The element that names what a client document asks for: the first
     /// element inside "Request" (after an access token) or "Info".

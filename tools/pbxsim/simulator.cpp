@@ -17,10 +17,13 @@ PbxSimulator::PbxSimulator(const SimSettings& settings, const SimDirectory& dire
     , m_downloads(*this, settings.rebranding, settings.tokenValiditySecs)
     , m_answers(*this, m_calls, m_downloads)
     , m_listener(new TlsListener(this))
+    , m_refusal(new QTimer(this))
 {
     m_calls.setTimings(settings.timings);
     m_calls.setDeskPhones(settings.deskPhones);
     connect(m_listener, &TlsListener::connectionAccepted, this, &PbxSimulator::onConnection);
+    m_refusal->setSingleShot(true);
+    connect(m_refusal, &QTimer::timeout, this, &PbxSimulator::listenAgain);
 }
 
 PbxSimulator::~PbxSimulator() = default;
@@ -52,6 +55,53 @@ QList<SimSession*> PbxSimulator::sessionsOf(const QString& exten) const
             result.append(s);
     }
     return result;
+}
+
+void PbxSimulator::dropAll()
+{
+    const QList<SimSession*> sessions = m_sessions;
+    log(QStringLiteral("dropping %1 connections").arg(sessions.size()));
+    for (SimSession* s : sessions)
+        s->drop();
+}
+
+void PbxSimulator::refuseFor(int ms)
+{
+    if (m_refusal->isActive()) {
+        m_refusal->start(qMax(ms, m_refusal->remainingTime()));
+        return;
+    }
+    // The port is kept: clients come back to the address they know.
+    m_settings.port = port();
+    m_listener->close();
+    log(QStringLiteral("refusing connections for %1 ms").arg(ms));
+    m_refusal->start(ms);
+}
+
+void PbxSimulator::restart(int downMs)
+{
+    log(QStringLiteral("restarting"));
+    refuseFor(downMs);
+    dropAll();
+}
+
+void PbxSimulator::restartPeriodically(int everyMs, int downMs)
+{
+    delete m_restarts;
+    m_restarts = new QTimer(this);
+    connect(m_restarts, &QTimer::timeout, this, [this, downMs] { restart(downMs); });
+    m_restarts->start(everyMs);
+}
+
+void PbxSimulator::listenAgain()
+{
+    QString error;
+    if (listen(&error))
+        log(QStringLiteral("accepting connections again on %1:%2")
+                .arg(m_settings.address.toString())
+                .arg(port()));
+    else
+        log(QStringLiteral("cannot accept connections again: %1").arg(error));
 }
 
 void PbxSimulator::onConnection(QSslSocket* socket)

@@ -10,10 +10,14 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 class QSslSocket;
 class SimSession;
 class TlsListener;
+
+/// How long a restart refuses connections unless told.
+constexpr int DefaultDowntimeMs = 3000;
 
 /// How the simulator presents itself.
 struct SimSettings
@@ -60,6 +64,16 @@ public:
     /// Logged-in sessions of `exten`, or of everybody when it is "*".
     QList<SimSession*> sessionsOf(const QString& exten) const;
 
+    /// Drops every connection at once, logged in or not.
+    void dropAll();
+    /// Refuses new connections for `ms`, then accepts them again on the same
+    /// port. A new call while refusing extends the refusal to the later end.
+    void refuseFor(int ms);
+    /// A restart: every connection dropped, then `downMs` of refusal.
+    void restart(int downMs);
+    /// restart() every `everyMs`, each down for `downMs`.
+    void restartPeriodically(int everyMs, int downMs);
+
     /// Answers a request of a logged-in client; false if it is unknown.
     bool answer(SimSession& session, const QString& element, const QString& xml);
     /// Answers a download request of a client that is not logged in; false
@@ -88,6 +102,10 @@ private:
     CallEngine m_calls;
     SimDownloads m_downloads;
     SimAnswers m_answers;
+    void listenAgain();
+
     TlsListener* m_listener;
     QList<SimSession*> m_sessions;
+    QTimer* m_refusal;
+    QTimer* m_restarts = nullptr;
 };
