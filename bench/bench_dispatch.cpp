@@ -18,6 +18,7 @@
 // Qt debug output (each parser logs a line) is silenced, as in a release
 // application; the library's own log file is written as usual.
 
+#include "benchloop.h"
 #include "fakectiserver.h"
 #include "telvix.h"
 #include "telvixdispatch_p.h"
@@ -48,30 +49,9 @@ namespace {
 constexpr int EventsPerBatch = 2000;
 constexpr int PhoneBookBytes = 5 * 1024 * 1024;
 
-void silence(QtMsgType, const QMessageLogContext&, const QString&) { }
-
-/// Runs the main thread's events (the server's) until `done` holds. The
-/// loop sleeps between events, so that the server does not take a core from
-/// the client by polling; what `done` waits for must wake it (a socket event,
-/// or wakeMainThread()).
-bool spinUntil(const std::function<bool()>& done, int timeoutMs = 60000)
-{
-    const QDeadlineTimer deadline(timeoutMs);
-    QTimer watchdog;
-    watchdog.start(std::max(1, timeoutMs / 10));
-    while (!done()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        if (deadline.hasExpired())
-            return false;
-    }
-    return true;
-}
-
-void wakeMainThread()
-{
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [] {}, Qt::QueuedConnection);
-}
+using BenchLoop::silence;
+using BenchLoop::spinUntil;
+using BenchLoop::wakeMainThread;
 
 QString text(const char* name, const QString& value)
 {
@@ -361,20 +341,11 @@ int main(int argc, char** argv)
     // The library's console log (stderr) prints every message, 5 MB phone
     // books included, and would measure the terminal: it goes to /dev/null
     // while the client lives. The log file is written as usual.
-    std::fflush(stderr);
-    const int savedStderr = dup(STDERR_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDERR_FILENO);
-    const auto restoreStderr = [&] {
-        std::fflush(stderr);
-        dup2(savedStderr, STDERR_FILENO);
-        close(devNull);
-        close(savedStderr);
-    };
+    BenchLoop::QuietStderr quiet;
 
     auto session = std::make_unique<Session>();
     if (!session->start()) {
-        restoreStderr();
+        quiet.restore();
         std::fprintf(stderr, "cannot log in to the fake CTI server\n");
         return 1;
     }
@@ -407,7 +378,7 @@ int main(int argc, char** argv)
     benchmark::RunSpecifiedBenchmarks();
     g_session = nullptr;
     session.reset();
-    restoreStderr();
+    quiet.restore();
     benchmark::Shutdown();
 
     const double eventBytes = double(FakeCtiServer::document(eventBody(1000)).toUtf8().size());

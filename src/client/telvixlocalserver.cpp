@@ -1,7 +1,39 @@
 // The local server: a loopback port on which one application receives the
 // library's events as XML.
 #include "clientsocketmanager.h"
+#include "publishedevents_p.h"
 #include "telvix_p.h"
+
+namespace {
+
+// The chat receipts name the local server current at each event, so that the
+// wiring of a replaced server still reaches the new one.
+class ReceiptForwarder : public QObject
+{
+    Q_OBJECT
+public:
+    ReceiptForwarder(TelvixPrivate* d, QObject* parent)
+        : QObject(parent)
+        , m_d(d)
+    {
+    }
+
+public Q_SLOTS:
+    void forward(const QString& who)
+    {
+        const int signal = senderSignalIndex();
+        for (const PublishedEvents::Row* row = PublishedEvents::begin(); row != PublishedEvents::end();
+             ++row) {
+            if (row->receipt && PublishedEvents::signalOf(*row).methodIndex() == signal)
+                m_d->sendChatMessageEvent(who, QString::fromLatin1(row->receipt));
+        }
+    }
+
+private:
+    TelvixPrivate* m_d;
+};
+
+} // namespace
 
 int Telvix::initTcpServer()
 {
@@ -36,70 +68,21 @@ int TelvixPrivate::initTcpServer()
     // Every connection is direct: the signals are raised on this thread, so
     // messages leave in the order of the events, before the emitter returns.
     bool connected = true;
-    const auto check = [&connected](const QMetaObject::Connection& connection) {
-        if (!connection)
+    ReceiptForwarder* receipts = nullptr;
+    for (const PublishedEvents::Row* row = PublishedEvents::begin(); row != PublishedEvents::end(); ++row) {
+        const QByteArray signal = QByteArray::number(QSIGNAL_CODE) + row->signal;
+        QMetaObject::Connection connection;
+        if (row->receipt) {
+            if (!receipts)
+                receipts = new ReceiptForwarder(this, manager);
+            connection = QObject::connect(q, signal.constData(), receipts, SLOT(forward(QString)));
+        } else {
+            const QByteArray slot = QByteArray::number(QSLOT_CODE) + row->localServerSlot;
+            connection = QObject::connect(q, signal.constData(), manager, slot.constData());
+        }
+        if (row->checked && !connection)
             connected = false;
-    };
-    check(QObject::connect(q, SIGNAL(loggedToServer(LoginDetails)), manager,
-                           SLOT(sendLoginMessage(LoginDetails))));
-    check(QObject::connect(q, SIGNAL(disconnectedFromServer(QString)), manager,
-                           SLOT(sendLogoutMessage(QString))));
-    check(QObject::connect(q, SIGNAL(sigIncomingCall(QString, QString, QString, bool)), manager,
-                           SLOT(sendIncomingCallMessage(QString, QString, QString, bool))));
-    check(QObject::connect(q, SIGNAL(sigAnsweredCall(QString, QString, QString)), manager,
-                           SLOT(sendAnsweredCallMessage(QString, QString, QString))));
-    check(QObject::connect(q, SIGNAL(sigFinishedCall(QString, QString, QString, bool)), manager,
-                           SLOT(sendFinishedCallMessage(QString, QString, QString, bool))));
-    check(QObject::connect(q, SIGNAL(sigStartingCall(QString, QString, QString)), manager,
-                           SLOT(sendOriginateCallMessage(QString, QString, QString))));
-    check(QObject::connect(q, SIGNAL(sigMissedCall(QString, QString)), manager,
-                           SLOT(sendMissedCallMessage(QString, QString))));
-
-    using M = ClientSocketManager;
-    check(
-        QObject::connect(q, &Telvix::sigCallTransferCanceled, manager, &M::sendCallTransferCanceledMessage));
-    check(QObject::connect(q, &Telvix::sigCallTransferStarted, manager, &M::sendCallTransferStartedMessage));
-    check(QObject::connect(q, &Telvix::sigCallTransferCompleted, manager,
-                           &M::sendCallTransferCompletedMessage));
-    QObject::connect(q, &Telvix::sigExtenStatusMapChanged, manager, &M::sendExtenStatusMap);
-    QObject::connect(q, &Telvix::sigExtenStatusChanged, manager, &M::sendExtenStatus);
-    QObject::connect(q, &Telvix::sigCdrChanged, manager, &M::sendCdr);
-    check(QObject::connect(q, &Telvix::sigPhonebookChanged, manager, &M::sendContacts));
-    check(QObject::connect(q, &Telvix::sigServiceStatusChanged, manager, &M::sendServiceStatus));
-    check(QObject::connect(q, &Telvix::sigServicesCodesReceived, manager, &M::sendDialCodesUpdateEvent));
-    check(QObject::connect(q, &Telvix::sigIdentitiesChanged, manager, &M::sendIdentities));
-    check(QObject::connect(q, &Telvix::sigVoicemailMsgList, manager, &M::sendVoicemailList));
-    check(QObject::connect(q, &Telvix::sigVoicemailDownloadCompleted, manager,
-                           &M::sendVoicemailMessageDownloadCompleted));
-    check(QObject::connect(q, &Telvix::sigRebrandingDownloadCompleted, manager,
-                           &M::sendRebrandingPackDownloadCompleted));
-    check(QObject::connect(q, &Telvix::sigMailboxStatusChanged, manager, &M::sendMailboxStatus));
-    check(QObject::connect(q, &Telvix::sigChatMessage, manager, &M::sendChatMessage));
-    check(QObject::connect(q, &Telvix::sigChatContactComposing, manager, &M::sendChatContactComposing));
-    // The receipts name the current local server at each event.
-    check(QObject::connect(q, &Telvix::sigChatMessageOffline, manager, [this](const QString& who) {
-        sendChatMessageEvent(who, QStringLiteral("OFFLINE"));
-    }));
-    check(QObject::connect(q, &Telvix::sigChatMessageDelivered, manager, [this](const QString& who) {
-        sendChatMessageEvent(who, QStringLiteral("DELIVERED"));
-    }));
-    check(QObject::connect(q, &Telvix::sigChatMessageDisplayed, manager, [this](const QString& who) {
-        sendChatMessageEvent(who, QStringLiteral("DISPLAYED"));
-    }));
-    check(QObject::connect(q, &Telvix::sigChatConnected, manager, &M::sendChatConnected));
-    check(QObject::connect(q, &Telvix::sigChatDisconnected, manager, &M::sendChatDisconnected));
-    check(QObject::connect(q, &Telvix::sigC2cOriginate, manager, &M::sendC2cOriginate));
-    check(QObject::connect(q, &Telvix::sigC2cFinished, manager, &M::sendC2cFinished));
-    check(QObject::connect(q, &Telvix::sigChatFtRequest, manager, &M::sendChatFtRequest));
-    check(QObject::connect(q, &Telvix::sigChatFtStart, manager, &M::sendChatFtStart));
-    check(QObject::connect(q, &Telvix::sigChatFtSent, manager, &M::sendChatFtSent));
-    check(QObject::connect(q, &Telvix::sigChatFtComplete, manager, &M::sendChatFtComplete));
-    check(QObject::connect(q, &Telvix::sigChatVcardComplete, manager, &M::sendChatVCardComplete));
-    check(QObject::connect(q, &Telvix::sigChatFtError, manager, &M::sendChatFtError));
-    check(QObject::connect(q, &Telvix::sigChatFtProgress, manager, &M::sendChatFtProgress));
-    check(QObject::connect(q, &Telvix::sigChatHistory, manager, &M::sendChatHistory));
-    check(QObject::connect(q, &Telvix::sigChatHistoryEnabled, manager, &M::sendChatHistoryEnabled));
-    check(QObject::connect(q, &Telvix::sigGuiKeepAlive, manager, &M::sendKeepAlive));
+    }
 
     if (!connected)
         qCritical() << "int Telvix::initTcpServer()"
@@ -158,3 +141,5 @@ void TelvixPrivate::shutdownLocalServer()
     }
     replacedLocalServers.clear();
 }
+
+#include "telvixlocalserver.moc"

@@ -1,5 +1,6 @@
 #include "directorymessages.h"
 
+#include "jsonconvert.h"
 #include "messagereader.h"
 #include "xmlbodywriter.h"
 
@@ -20,6 +21,7 @@ void registerDirectoryTypes()
     qRegisterMetaType<BuddyIdentityList>("QList<BuddyIdentityEntry>");
     qRegisterMetaType<QList<BuddyEntry>>("QList<BuddyEntry>");
     qRegisterMetaType<BuddyStatusMap>("QMap<QString,BuddyStatus>");
+    JsonConvert::registerMapType<BuddyStatusMap>();
 }
 
 // The wire's booleans are the numbers 1 and 0.

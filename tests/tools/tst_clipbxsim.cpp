@@ -36,6 +36,7 @@ private Q_SLOTS:
     void redirectedCallRingsTheNewParty();
     void customDirectoryWithoutBanner();
     void unknownCommandsAreAnsweredWithErrors();
+    void dialsATelLinkAsItsNumber();
     void localServerRepublishesTheSession();
     void chatBetweenTwoClientsThroughTheSimulatorsChatServer();
     void badOptions_data();
@@ -369,6 +370,25 @@ void tst_CliPbxSim::unknownCommandsAreAnsweredWithErrors()
     cli->send(call("quit", {}, 5));
     QVERIFY(cli->waitForExit());
     QCOMPARE(cli->exitCode(), 0);
+}
+
+// A number to dial may be given as the link a browser hands over.
+void tst_CliPbxSim::dialsATelLinkAsItsNumber()
+{
+    QVERIFY(startSimulator());
+    auto anna = startCli("1000");
+    QVERIFY(anna);
+    QVERIFY(!anna->takeSignal("loggedToServer").isEmpty());
+
+    anna->send(call("newCall", {"tel:10-01;phone-context=pbx.example", 0}, 1));
+    QCOMPARE(anna->takeAnswer(1).value("result"), QJsonValue(true));
+    QVERIFY(!m_sim->waitForLine("1000 dials 1001").isEmpty());
+
+    anna->send(call("newCall", {"tel:10x1", 0}, 2));
+    QCOMPARE(
+        anna->takeAnswer(2).value("error").toString(),
+        QStringLiteral("argument 1 (number) of newCall(QString number, TELVIX::NumberOutgoingPrefix prefix) "
+                       "-> bool: \"10x1\" is not a telephone number"));
 }
 
 void tst_CliPbxSim::localServerRepublishesTheSession()

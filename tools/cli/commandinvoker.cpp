@@ -1,9 +1,11 @@
 #include "commandinvoker.h"
 
 #include "jsonconvert.h"
+#include "telephoneuri.h"
 
 #include <QJsonDocument>
 #include <QObject>
+#include <QRegularExpression>
 #include <QThread>
 
 namespace {
@@ -43,6 +45,20 @@ QJsonValue wordToJson(const QString& word, int typeId)
     if (parsed.error == QJsonParseError::NoError && doc.array().size() == 1)
         return doc.array().at(0);
     return word;
+}
+
+// A number to dial may come as a link, as a browser hands it over
+// ("tel:+39-06-1234-5678"): it is read into the string the PBX dials.
+bool readDialLink(const QByteArray& parameterName, QVariant* value, QString* error)
+{
+    static const QRegularExpression link(QStringLiteral("^\\s*(tel|callto|sips?):"),
+                                         QRegularExpression::CaseInsensitiveOption);
+    if (parameterName != "number" || value->userType() != QMetaType::QString
+        || !link.match(value->toString()).hasMatch())
+        return true;
+    const QString dial = TelephoneUri::toDialString(value->toString(), error);
+    *value = dial;
+    return !dial.isEmpty();
 }
 
 } // namespace
@@ -108,8 +124,8 @@ bool CommandInvoker::convertArguments(const QMetaMethod& method, const QJsonArra
     const QList<QByteArray> names = method.parameterNames();
     for (int i = 0; i < args.size(); ++i) {
         QString why;
-        const QVariant value = JsonConvert::fromJson(args.at(i), parameterTypeId(method, i), &why);
-        if (!value.isValid()) {
+        QVariant value = JsonConvert::fromJson(args.at(i), parameterTypeId(method, i), &why);
+        if (!value.isValid() || !readDialLink(names.at(i), &value, &why)) {
             *error = QStringLiteral("argument %1 (%2) of %3: %4")
                          .arg(i + 1)
                          .arg(QString::fromLatin1(names.at(i)), describe(method), why);
@@ -137,8 +153,9 @@ CommandInvoker::Result CommandInvoker::invokeWords(const QString& name, const QS
     });
 }
 
-CommandInvoker::Result CommandInvoker::invokeFirstFitting(
-    const QString& name, int argCount, const std::function<QJsonArray(const QMetaMethod&)>& argsFor) const
+CommandInvoker::Result
+CommandInvoker::invokeFirstFitting(const QString& name, int argCount,
+                                   const std::function<QJsonArray(const QMetaMethod&)>& argsFor) const
 {
     Result result;
     const QVector<QMetaMethod> methods = candidates(name, argCount, &result.error);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "telvix_export.h"
+
 #include <QDateTime>
 #include <QJsonValue>
 #include <QMetaType>
@@ -7,7 +9,8 @@
 #include <QVariant>
 
 /// \brief Converts any value the library hands out or takes in to JSON and
-/// back, driven by the meta-type system alone.
+/// back, driven by the meta-type system alone. This is the one JSON form of
+/// the records: telvix-cli prints it and the web bridge publishes it.
 ///
 /// - Q_GADGET records: an object with one key per Q_PROPERTY, in declaration
 ///   order, base class properties first.
@@ -24,26 +27,27 @@
 /// does not pass unnoticed. A list is built through its container's append
 /// capability, so every registered QList<T> is read without further set-up.
 /// Maps have no such capability in Qt 5: map types are read once registered
-/// with registerMapType() (the library's own map types are registered here).
+/// with registerMapType() (the library's own map types are registered when it
+/// loads).
 namespace JsonConvert {
 
-QJsonValue toJson(const QVariant& value);
+TELVIX_EXPORT QJsonValue toJson(const QVariant& value);
 /// The value of meta-type `typeId` stored at `data` (for signal arguments).
-QJsonValue toJson(int typeId, const void* data);
+TELVIX_EXPORT QJsonValue toJson(int typeId, const void* data);
 
 /// Reads `json` as a value of meta-type `typeId`. Returns an invalid QVariant
 /// and sets `error` when it does not convert.
-QVariant fromJson(const QJsonValue& json, int typeId, QString* error = nullptr);
+TELVIX_EXPORT QVariant fromJson(const QJsonValue& json, int typeId, QString* error = nullptr);
 
 /// "yyyy-MM-ddTHH:mm:ss.zzz+hh:mm"; empty for an invalid date.
-QString dateTimeToText(const QDateTime& dateTime);
+TELVIX_EXPORT QString dateTimeToText(const QDateTime& dateTime);
 
 /// Lets fromJson build maps of type `Map` (a QMap or QHash).
 template <typename Map> void registerMapType();
 
 namespace detail {
 using MapInserter = void (*)(void* map, const void* key, const void* value);
-void addMapInserter(int mapTypeId, MapInserter inserter);
+TELVIX_EXPORT void addMapInserter(int mapTypeId, MapInserter inserter);
 } // namespace detail
 
 template <typename Map> void registerMapType()

@@ -1,6 +1,5 @@
 #include "jsonconvert_p.h"
 
-#include "directorymessages.h"
 #include "telvix_const.h"
 
 #include <QAssociativeIterable>
@@ -14,7 +13,7 @@
 #include <cstring>
 
 // Writing values as JSON, and what both directions share. Reading is in
-// jsonreader.cpp.
+// jsonconvertreader.cpp.
 
 namespace JsonConvert {
 namespace detail {
@@ -121,12 +120,12 @@ using namespace detail;
 
 namespace {
 
-// The library's map types; QList types need no such step.
+// The map types of this floor; those of records above it register where the
+// record does. QList types need no such step.
 void registerLibraryMaps()
 {
     registerMapType<QMap<QString, QString>>();
     registerMapType<QMap<QString, QStringList>>();
-    registerMapType<QMap<QString, BuddyStatus>>();
     registerMapType<QMap<TELVIX::ServiceDialCodeType, QString>>();
     qRegisterMetaType<QList<int>>("QList<int>");
 }

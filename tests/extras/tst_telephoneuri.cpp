@@ -1,0 +1,53 @@
+#include "telephoneuri.h"
+
+#include <QFile>
+#include <QtTest>
+
+class TestTelephoneUri : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void toDialString_data();
+    void toDialString();
+};
+
+void TestTelephoneUri::toDialString_data()
+{
+    QTest::addColumn<QString>("uri");
+    QTest::addColumn<QString>("dial");
+    QTest::addColumn<QString>("error");
+
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/telephoneuri.tsv"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    int line = 0;
+    while (!file.atEnd()) {
+        const QString text = QString::fromUtf8(file.readLine()).remove(QLatin1Char('\n'));
+        ++line;
+        if (text.isEmpty() || text.startsWith(QLatin1Char('#')))
+            continue;
+        const QStringList cols = text.split(QLatin1Char('\t'));
+        QVERIFY2(cols.size() == 2, qPrintable(QStringLiteral("line %1").arg(line)));
+        const bool refused = cols.at(1).startsWith(QLatin1Char('!'));
+        QTest::addRow("%d: %s", line, qPrintable(cols.at(0)))
+            << cols.at(0) << (refused ? QString() : cols.at(1)) << (refused ? cols.at(1).mid(1) : QString());
+    }
+}
+
+void TestTelephoneUri::toDialString()
+{
+    QFETCH(QString, uri);
+    QFETCH(QString, dial);
+    QFETCH(QString, error);
+
+    QString reason = QStringLiteral("stale");
+    QCOMPARE(TelephoneUri::toDialString(uri, &reason), dial);
+    if (error.isEmpty())
+        QVERIFY2(reason.isEmpty(), qPrintable(reason));
+    else
+        QVERIFY2(reason.contains(error), qPrintable(reason));
+    QCOMPARE(TelephoneUri::toDialString(uri), dial);
+}
+
+QTEST_APPLESS_MAIN(TestTelephoneUri)
+#include "tst_telephoneuri.moc"

@@ -1,0 +1,420 @@
+// The web bridge on a real Telvix logged in to the fake CTI server: the
+// events as pages see them, the commands, the security rules and the
+// behaviour under load. Cases come from tests/fixtures/webbridge/.
+#include "callevents.h"
+#include "directorymessages.h"
+#include "jsonconvert.h"
+#include "loggedinclient.h"
+#include "phonebookmessages.h"
+#include "publishedevents_p.h"
+#include "qtlogcapture.h"
+#include "telvixwebbridge.h"
+#include "webpageclient.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+const QString Origin = QStringLiteral("http://crm.test");
+
+QJsonValue fixture(const QString& name)
+{
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/webbridge/") + name);
+    if (!file.open(QIODevice::ReadOnly))
+        return QJsonValue();
+    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
+    return doc.isArray() ? QJsonValue(doc.array()) : QJsonValue(doc.object());
+}
+
+// Whether `actual` holds everything `expected` names; an empty expected
+// object stands for an empty answer.
+bool contains(const QJsonValue& actual, const QJsonValue& expected)
+{
+    if (expected.isObject()) {
+        const QJsonObject want = expected.toObject();
+        const QJsonObject have = actual.toObject();
+        if (!actual.isObject() || (want.isEmpty() && !have.isEmpty()))
+            return false;
+        for (auto it = want.begin(); it != want.end(); ++it) {
+            if (!have.contains(it.key()) || !contains(have.value(it.key()), it.value()))
+                return false;
+        }
+        return true;
+    }
+    if (expected.isArray()) {
+        const QJsonArray want = expected.toArray();
+        const QJsonArray have = actual.toArray();
+        if (!actual.isArray() || want.size() != have.size())
+            return false;
+        for (int i = 0; i < want.size(); ++i) {
+            if (!contains(have.at(i), want.at(i)))
+                return false;
+        }
+        return true;
+    }
+    return actual == expected;
+}
+
+QString compact(const QJsonValue& v)
+{
+    return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact));
+}
+
+int lastSeq(const WebPageClient& page)
+{
+    return page.events.isEmpty() ? 0 : page.events.last().value(QLatin1String("seq")).toInt();
+}
+
+template <typename T> T fromJson(const QJsonValue& json)
+{
+    return JsonConvert::fromJson(json, qMetaTypeId<T>()).template value<T>();
+}
+
+// Emits `signal` of Telvix with arguments read from JSON, on its thread.
+bool emitFromJson(LoggedInClient& app, const QMetaMethod& signal, const QJsonArray& args)
+{
+    QVector<QVariant> values;
+    for (int i = 0; i < signal.parameterCount(); ++i) {
+        int type = signal.parameterType(i);
+        if (type == QMetaType::UnknownType)
+            type = QMetaType::type(signal.parameterTypes().at(i).constData());
+        QString why;
+        values.append(JsonConvert::fromJson(args.at(i), type, &why));
+        if (!values.last().isValid())
+            return false;
+    }
+    QVector<QGenericArgument> a(10);
+    for (int i = 0; i < values.size(); ++i)
+        a[i] = QGenericArgument(values.at(i).typeName(), values.at(i).constData());
+    bool invoked = false;
+    app.onLibraryThread([&] {
+        invoked = signal.invoke(app.client(), Qt::DirectConnection, a[0], a[1], a[2], a[3], a[4], a[5], a[6],
+                                a[7], a[8], a[9]);
+    });
+    return invoked;
+}
+
+} // namespace
+
+class TestTelvixWebBridge : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void fixtureNamesEveryPublishedEventInTableOrder();
+    void publishesEveryEventInOrder_data();
+    void publishesEveryEventInOrder();
+    void commands_data();
+    void commands();
+    void securityRules_data();
+    void securityRules();
+    void refusesPagesBeyondTheBound();
+    void tenThousandCallsReachTwoPagesInOrder();
+    void closesAPageThatStopsReading();
+
+private:
+    std::unique_ptr<LoggedInClient> m_app;
+    std::unique_ptr<TelvixWebBridge> m_bridge;
+    std::unique_ptr<WebPageClient> m_page;
+};
+
+void TestTelvixWebBridge::initTestCase()
+{
+    // Mobile mode: one call event per call, the form the local server publishes.
+    m_app = std::make_unique<LoggedInClient>(TELVIX::AppModeSrntMobile);
+    QVERIFY(m_app->start());
+
+    const QJsonObject directory = fixture(QStringLiteral("directory.json")).toObject();
+    BuddiesRespMsg extensions;
+    extensions.buddies = fromJson<QList<BuddyEntry>>(directory.value(QLatin1String("extensions")));
+    QCOMPARE(extensions.buddies.size(), 2);
+    PBookRespMsg books;
+    books.phoneBooks = {fromJson<PhoneBook>(directory.value(QLatin1String("phoneBook")))};
+    QVERIFY(m_app->deliver(extensions.generateXmlMessageBody()));
+    QVERIFY(m_app->deliver(books.generateXmlMessageBody()));
+    QVERIFY(m_app->deliver(directory.value(QLatin1String("services")).toString()));
+    QCOMPARE(m_app->client()->getOutboundLinePrefix(), QStringLiteral("0"));
+    const QJsonObject ringing = directory.value(QLatin1String("ringing")).toObject();
+    QVERIFY(m_app->deliver(CallEvents::incoming(
+        ringing.value(QLatin1String("uid")).toString(), ringing.value(QLatin1String("account")).toString(),
+        ringing.value(QLatin1String("remote")).toString(), QStringLiteral("SIP/200-soft-1"),
+        QStringLiteral("SIP/trunk-1"))));
+
+    m_bridge = std::make_unique<TelvixWebBridge>(m_app->client());
+    QVERIFY(m_bridge->allowedOrigins().isEmpty());
+    QCOMPARE(m_bridge->maxMessageSize(), 64 * 1024);
+    QVERIFY(m_bridge->pairingToken().size() >= TelvixWebBridge::MinPairingTokenLength);
+    QVERIFY(!m_bridge->setPairingToken(QStringLiteral("short")));
+    m_bridge->setAllowedOrigins({Origin});
+    QVERIFY(m_bridge->listen());
+    QVERIFY(m_bridge->serverPort() > 0);
+    m_page = std::make_unique<WebPageClient>(Origin);
+    QVERIFY(m_page->openPaired(m_bridge->serverPort(), m_bridge->pairingToken()));
+}
+
+void TestTelvixWebBridge::fixtureNamesEveryPublishedEventInTableOrder()
+{
+    const QJsonArray events = fixture(QStringLiteral("events.json")).toArray();
+    QStringList fromFixture, fromTable;
+    for (const QJsonValue& e : events)
+        fromFixture << e.toObject().value(QLatin1String("signal")).toString();
+    for (const PublishedEvents::Row* row = PublishedEvents::begin(); row != PublishedEvents::end(); ++row) {
+        QVERIFY2(PublishedEvents::signalOf(*row).isValid(), row->signal);
+        fromTable << QString::fromLatin1(row->signal);
+    }
+    QCOMPARE(fromFixture, fromTable);
+}
+
+void TestTelvixWebBridge::publishesEveryEventInOrder_data()
+{
+    QTest::addColumn<QString>("signal");
+    QTest::addColumn<QJsonArray>("args");
+    QTest::addColumn<QJsonValue>("record");
+    const QJsonArray events = fixture(QStringLiteral("events.json")).toArray();
+    QVERIFY(!events.isEmpty());
+    for (const QJsonValue& e : events) {
+        const QJsonObject o = e.toObject();
+        const QString signal = o.value(QLatin1String("signal")).toString();
+        QTest::newRow(qPrintable(signal))
+            << signal << o.value(QLatin1String("args")).toArray() << o.value(QLatin1String("record"));
+    }
+}
+
+// Rows run in table order on one page: each event must come next, with the
+// next sequence number, named after its signal and with the whole record.
+void TestTelvixWebBridge::publishesEveryEventInOrder()
+{
+    QFETCH(QString, signal);
+    QFETCH(QJsonArray, args);
+    QFETCH(QJsonValue, record);
+
+    const QMetaMethod method
+        = Telvix::staticMetaObject.method(Telvix::staticMetaObject.indexOfSignal(signal.toLatin1()));
+    const int before = m_page->events.size();
+    const int seq = lastSeq(*m_page) + 1;
+    QVERIFY(emitFromJson(*m_app, method, args));
+    QVERIFY(m_page->waitForEvents(before + 1));
+    QCOMPARE(m_page->events.size(), before + 1);
+    const QJsonObject event = m_page->events.last();
+    QCOMPARE(event.value(QLatin1String("event")).toString(), QString::fromLatin1(method.name()));
+    QCOMPARE(event.value(QLatin1String("seq")).toInt(), seq);
+    QVERIFY2(contains(event.value(QLatin1String("record")), record),
+             qPrintable(compact(event.value(QLatin1String("record")))));
+}
+
+void TestTelvixWebBridge::commands_data()
+{
+    QTest::addColumn<QJsonValue>("send");
+    QTest::addColumn<QJsonObject>("answer");
+    QTest::addColumn<QString>("frame");
+    const QJsonArray commands = fixture(QStringLiteral("commands.json")).toArray();
+    QVERIFY(!commands.isEmpty());
+    for (const QJsonValue& c : commands) {
+        const QJsonObject o = c.toObject();
+        QTest::newRow(qPrintable(o.value(QLatin1String("name")).toString()))
+            << o.value(QLatin1String("send")) << o.value(QLatin1String("answer")).toObject()
+            << o.value(QLatin1String("frame")).toString();
+    }
+}
+
+void TestTelvixWebBridge::commands()
+{
+    QFETCH(QJsonValue, send);
+    QFETCH(QJsonObject, answer);
+    QFETCH(QString, frame);
+
+    const int conn = m_app->connection();
+    const int framesBefore = m_app->server().receivedFrames(conn).size();
+    if (send.isString())
+        m_page->sendText(send.toString());
+    else
+        m_page->send(send.toObject());
+    const QJsonObject got = m_page->waitForAnswer(answer.value(QLatin1String("id")));
+    QVERIFY2(contains(got, answer), qPrintable(compact(got)));
+    if (!frame.isEmpty()) {
+        QTRY_VERIFY(m_app->server().receivedFrames(conn).mid(framesBefore).join(QString()).contains(frame));
+    }
+    QVERIFY(!m_page->closed);
+}
+
+void TestTelvixWebBridge::securityRules_data()
+{
+    QTest::addColumn<QString>("origin");
+    QTest::addColumn<QStringList>("messages");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("reason");
+    QTest::addColumn<int>("pairingTimeout");
+    const QJsonArray rules = fixture(QStringLiteral("security.json")).toArray();
+    QVERIFY(!rules.isEmpty());
+    const QString token = m_bridge->pairingToken();
+    for (const QJsonValue& r : rules) {
+        const QJsonObject o = r.toObject();
+        QStringList messages;
+        for (const QJsonValue& m : o.value(QLatin1String("send")).toArray()) {
+            QString text = m.toString();
+            if (text == QLatin1String("$OVERSIZE")) {
+                messages << QString(int(m_bridge->maxMessageSize()) + 1, QLatin1Char('x'));
+            } else if (text.startsWith(QLatin1String("$FLOOD"))) {
+                for (int i = 0; i <= m_bridge->maxCommandsPerSecond(); ++i)
+                    messages << text.mid(6);
+            } else {
+                text.replace(QLatin1String("$TOKEN_PREFIX"), token.left(token.size() - 1));
+                messages << text.replace(QLatin1String("$TOKEN"), token);
+            }
+        }
+        QTest::newRow(qPrintable(o.value(QLatin1String("name")).toString()))
+            << o.value(QLatin1String("origin")).toString() << messages
+            << o.value(QLatin1String("code")).toInt() << o.value(QLatin1String("reason")).toString()
+            << o.value(QLatin1String("pairingTimeoutMs")).toInt(TelvixWebBridge::DefaultPairingTimeoutMs);
+    }
+}
+
+// Each violation closes the page with its code and one log line naming the
+// peer and the reason; the page sees no event and the session no command.
+void TestTelvixWebBridge::securityRules()
+{
+    QFETCH(QString, origin);
+    QFETCH(QStringList, messages);
+    QFETCH(int, code);
+    QFETCH(QString, reason);
+    QFETCH(int, pairingTimeout);
+
+    m_bridge->setPairingTimeout(pairingTimeout);
+    QtLogCapture log;
+    QSignalSpy closedSpy(m_bridge.get(), &TelvixWebBridge::pageClosed);
+    m_app->clearFrames();
+    const int seq = lastSeq(*m_page) + 1;
+    WebPageClient page(origin);
+    QVERIFY(page.open(m_bridge->serverPort()));
+    for (const QString& m : qAsConst(messages))
+        page.sendText(m);
+    // Events raised meanwhile must not reach the page.
+    m_app->onLibraryThread([&] { Q_EMIT m_app->client()->sigGuiKeepAlive(); });
+    QVERIFY(page.waitForClose());
+    m_bridge->setPairingTimeout(TelvixWebBridge::DefaultPairingTimeoutMs);
+    QCOMPARE(page.closeCode, code);
+    QCOMPARE(closedSpy.count(), 1);
+    QCOMPARE(closedSpy.at(0).at(2).toString(), reason);
+    const QString peer = closedSpy.at(0).at(0).toString();
+    QVERIFY(peer.startsWith(QLatin1String("127.0.0.1:")));
+    QCOMPARE(
+        log.count(QStringLiteral("Web bridge closed page %1 (origin \"%2\"): %3").arg(peer, origin, reason)),
+        1);
+    QVERIFY(page.events.isEmpty());
+    QVERIFY(m_app->framesWith(QStringLiteral("C2C")).isEmpty());
+    QVERIFY(m_app->client()->isConnected());
+    // The paired page goes on as before.
+    QTRY_COMPARE(lastSeq(*m_page), seq);
+}
+
+void TestTelvixWebBridge::refusesPagesBeyondTheBound()
+{
+    QtLogCapture log;
+    QTRY_COMPARE(m_bridge->pageCount(), 1);
+    std::vector<std::unique_ptr<WebPageClient>> pages;
+    for (int i = 1; i < m_bridge->maxConnections(); ++i) {
+        pages.push_back(std::make_unique<WebPageClient>(Origin));
+        QVERIFY(pages.back()->open(m_bridge->serverPort()));
+    }
+    WebPageClient extra(Origin);
+    QVERIFY(extra.open(m_bridge->serverPort()));
+    QVERIFY(extra.waitForClose());
+    QCOMPARE(extra.closeCode, 1008);
+    QVERIFY(log.contains(QStringLiteral("too many connections")));
+    for (const auto& page : pages)
+        QVERIFY(!page->closed);
+    pages.clear();
+    QTRY_COMPARE(m_bridge->pageCount(), 1);
+}
+
+void TestTelvixWebBridge::tenThousandCallsReachTwoPagesInOrder()
+{
+    constexpr int Calls = 5000; // an incoming and a finished event each
+    WebPageClient first(Origin), second(Origin);
+    QVERIFY(first.openPaired(m_bridge->serverPort(), m_bridge->pairingToken()));
+    QVERIFY(second.openPaired(m_bridge->serverPort(), m_bridge->pairingToken()));
+    const int ownBefore = m_page->events.size();
+    for (int i = 0; i < Calls; ++i) {
+        const QString uid = QStringLiteral("load-%1").arg(i);
+        const QString remote = QStringLiteral("06%1").arg(i, 8, 10, QLatin1Char('0'));
+        m_app->sendEvent(CallEvents::incoming(uid, QStringLiteral("200-soft"), remote,
+                                              QStringLiteral("SIP/a"), QStringLiteral("SIP/b")));
+        m_app->sendEvent(
+            CallEvents::finished(uid, QStringLiteral("200-soft"), QStringLiteral("SIP/a"), remote));
+    }
+    QVERIFY(first.waitForEvents(2 * Calls, 60000));
+    QVERIFY(second.waitForEvents(2 * Calls, 60000));
+    for (const WebPageClient* page : {&first, &second}) {
+        QCOMPARE(page->events.size(), 2 * Calls);
+        for (int i = 0; i < 2 * Calls; ++i) {
+            const QJsonObject e = page->events.at(i);
+            QCOMPARE(e.value(QLatin1String("seq")).toInt(), i + 1);
+            QCOMPARE(e.value(QLatin1String("event")).toString(),
+                     i % 2 ? QStringLiteral("sigFinishedCall") : QStringLiteral("sigIncomingCall"));
+            QCOMPARE(e.value(QLatin1String("record")).toObject().value(QLatin1String("uid")).toString(),
+                     QStringLiteral("load-%1").arg(i / 2));
+        }
+    }
+    QVERIFY(m_page->waitForEvents(ownBefore + 2 * Calls));
+}
+
+// A page that stops reading fills its send buffer; the bridge closes it
+// once past the bound while the reading page gets every event.
+void TestTelvixWebBridge::closesAPageThatStopsReading()
+{
+    // Bursts stay below the bound, so only a page that does not read passes it.
+    constexpr int Burst = 10;
+    const QString bulk(16 * 1024, QLatin1Char('z'));
+    m_bridge->setMaxPendingBytes(4 * Burst * bulk.size());
+    QSignalSpy closedSpy(m_bridge.get(), &TelvixWebBridge::pageClosed);
+    WebPageClient reader(Origin);
+    QVERIFY(reader.openPaired(m_bridge->serverPort(), m_bridge->pairingToken()));
+
+    // A browser tab that hangs: it completes the handshake and pairs, then
+    // never reads again.
+    QTcpSocket stuck;
+    stuck.setReadBufferSize(1);
+    stuck.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 4096);
+    stuck.connectToHost(QHostAddress::LocalHost, m_bridge->serverPort());
+    QVERIFY(stuck.waitForConnected(5000));
+    const QByteArray pair
+        = QStringLiteral("{\"command\":\"pair\",\"token\":\"%1\"}").arg(m_bridge->pairingToken()).toUtf8();
+    QByteArray frame;
+    frame.append(char(0x81)).append(char(0x80 | pair.size())).append(4, '\0'); // zero mask
+    QVERIFY(pair.size() < 126);
+    stuck.write("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
+                "Origin: http://crm.test\r\n\r\n"
+                + frame + pair);
+    QSignalSpy paired(m_bridge.get(), &TelvixWebBridge::pagePaired);
+    QVERIFY(paired.wait(5000));
+
+    int sent = 0;
+    const int ownBefore = m_page->events.size();
+    while (closedSpy.isEmpty() && sent < 4000) {
+        m_app->onLibraryThread([&] {
+            for (int i = 0; i < Burst; ++i)
+                Q_EMIT m_app->client()->sigRebrandingDownloadCompleted(bulk);
+        });
+        sent += Burst;
+        QVERIFY(reader.waitForEvents(sent, 10000));
+    }
+    QCOMPARE(closedSpy.count(), 1);
+    QCOMPARE(closedSpy.at(0).at(0).toString(), QStringLiteral("127.0.0.1:%1").arg(stuck.localPort()));
+    QVERIFY(closedSpy.at(0).at(2).toString().startsWith(QLatin1String("send buffer full")));
+    QCOMPARE(reader.events.size(), sent);
+    QCOMPARE(reader.events.last().value(QLatin1String("seq")).toInt(), sent);
+    QVERIFY(m_page->waitForEvents(ownBefore + sent, 10000));
+    m_bridge->setMaxPendingBytes(TelvixWebBridge::DefaultMaxPendingBytes);
+}
+
+QTEST_GUILESS_MAIN(TestTelvixWebBridge)
+#include "tst_telvixwebbridge.moc"
