@@ -14,11 +14,13 @@ public:
 
     /// The name of this user's instance.
     static QString defaultName();
-    /// True when an instance listening as `name` took `uri`.
+    /// True when an instance listening as `name` took `uri` (empty: none,
+    /// the instance only comes to the front).
     static bool handOver(const QString& name, const QString& uri);
     /// Takes the links of later starts. Call it after handOver() failed: a
     /// socket left by an instance that crashed is removed.
     bool listen();
+    QString errorString() const { return m_server.errorString(); }
 
 Q_SIGNALS:
     void uriReceived(const QString& uri);

@@ -1,6 +1,7 @@
 // telvix-switchboard: a small desktop switchboard on libtelvix. The Telvix
 // object runs on its own thread; the widgets stay on the GUI thread and
 // reach it only through its signals and public methods.
+#include "instancelink.h"
 #include "logindialog.h"
 #include "mainwindow.h"
 #include "telvix.h"
@@ -51,8 +52,24 @@ int main(int argc, char** argv)
     const QCommandLineOption dataDir(QStringLiteral("data-dir"),
                                      QStringLiteral("Directory of the library's logs and stored history."),
                                      QStringLiteral("DIR"));
-    parser.addOptions({server, user, password, verifyTls, login, dataDir});
+    const QCommandLineOption instance(
+        QStringLiteral("instance"),
+        QStringLiteral("Name under which the running switchboard takes the links of later starts "
+                       "(default: one per desktop user)."),
+        QStringLiteral("NAME"));
+    parser.addOptions({server, user, password, verifyTls, login, dataDir, instance});
+    parser.addPositionalArgument(QStringLiteral("link"),
+                                 QStringLiteral("A tel:, callto: or sip: link to dial."),
+                                 QStringLiteral("[LINK]"));
     parser.process(app);
+
+    // A switchboard already runs for this user: it dials the link (or just
+    // comes to the front), and this start ends here.
+    const QString link = parser.positionalArguments().value(0);
+    const QString instanceName
+        = parser.isSet(instance) ? parser.value(instance) : InstanceLink::defaultName();
+    if (InstanceLink::handOver(instanceName, link))
+        return 0;
 
     LoginSettings settings;
     if (parser.isSet(server)) {
@@ -88,7 +105,13 @@ int main(int argc, char** argv)
     MainWindow window(&client, dir);
     window.resize(1100, 700);
     window.show();
+    InstanceLink links(instanceName);
+    if (!links.listen())
+        qWarning("Links of later starts cannot be taken: %s", qPrintable(links.errorString()));
+    QObject::connect(&links, &InstanceLink::uriReceived, &window, &MainWindow::openLink);
     window.connectTo(settings);
+    if (!link.isEmpty())
+        window.openLink(link);
     const int code = app.exec();
 
     // Blocks until the library's thread has torn the session down; the

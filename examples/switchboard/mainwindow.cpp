@@ -5,7 +5,9 @@
 #include "extensionpanel.h"
 #include "historyview.h"
 #include "reasontext.h"
+#include "telephoneuri.h"
 #include "telvix.h"
+#include "telvixreconnector.h"
 #include "voicemailview.h"
 
 #include <QApplication>
@@ -59,6 +61,7 @@ MainWindow::MainWindow(Telvix* client, const QString& dataDir, QWidget* parent)
     session->addAction(tr("&Reconnect"), this, [this] {
         setState(QStringLiteral("orange"),
                  tr("Connecting to %1:%2...").arg(m_settings.host).arg(m_settings.port));
+        m_reconnector->start(); // it may have given up, after a log-out say
         m_client->reconnectToServer();
     });
     session->addAction(tr("&Log out"), this, [this] { m_client->logout(); });
@@ -68,6 +71,24 @@ MainWindow::MainWindow(Telvix* client, const QString& dataDir, QWidget* parent)
     // Queued connections: the library raises its signals on its own thread.
     connect(client, &Telvix::loggedToServer, this, &MainWindow::onLoggedIn);
     connect(client, &Telvix::disconnectedFromServer, this, &MainWindow::onDisconnected);
+
+    // The library never reconnects by itself; this helper of the extras layer
+    // does, through the public methods only. It lives on the GUI thread. Made
+    // after the connections above, so that onDisconnected() has shown the
+    // reason before waiting() adds the retry to it. Nothing is named to it
+    // for asking again: every panel asks for its lists at each login.
+    m_reconnector = new TelvixReconnector(client, this);
+    connect(m_reconnector, &TelvixReconnector::waiting, this, [this](int attempt, int delayMs) {
+        setState(QStringLiteral("orange"),
+                 tr("%1. Reconnecting in %2 s (attempt %3)")
+                     .arg(m_disconnection)
+                     .arg((delayMs + 999) / 1000)
+                     .arg(attempt));
+    });
+    connect(m_reconnector, &TelvixReconnector::reconnected, this, [this](qint64 downtimeMs) {
+        statusBar()->showMessage(tr("Back after %1 s without a connection").arg((downtimeMs + 999) / 1000),
+                                 10000);
+    });
 }
 
 void MainWindow::connectTo(const LoginSettings& settings)
@@ -90,6 +111,21 @@ void MainWindow::dial(const QString& number)
         m_pendingDial = number;
 }
 
+void MainWindow::openLink(const QString& link)
+{
+    raise();
+    activateWindow();
+    if (link.isEmpty())
+        return;
+    // A plain function of the extras layer: no thread involved.
+    QString error;
+    const QString number = TelephoneUri::toDialString(link, &error);
+    if (number.isEmpty())
+        statusBar()->showMessage(tr("Cannot dial %1: %2").arg(link, error), 10000);
+    else
+        dial(number);
+}
+
 void MainWindow::onLoggedIn(const LoginDetails& details)
 {
     m_loggedIn = true;
@@ -107,7 +143,8 @@ void MainWindow::onLoggedIn(const LoginDetails& details)
 void MainWindow::onDisconnected(const QString& reason)
 {
     m_loggedIn = false;
-    setState(QStringLiteral("red"), tr("Disconnected: %1").arg(reasonText(reason)));
+    m_disconnection = tr("Disconnected: %1").arg(reasonText(reason));
+    setState(QStringLiteral("red"), m_disconnection);
 }
 
 void MainWindow::setState(const QString& colour, const QString& text)

@@ -10,6 +10,7 @@ class ExtensionPanel;
 class QLabel;
 class QTabWidget;
 class Telvix;
+class TelvixReconnector;
 struct LoginDetails;
 
 /// The switchboard: colleagues on the left, calls on the right, history,
@@ -27,6 +28,8 @@ public:
     void connectTo(const LoginSettings& settings);
     /// Places a call now, or as soon as the login is through.
     void dial(const QString& number);
+    /// Dials a tel:, callto: or sip: link; an empty one only raises the window.
+    void openLink(const QString& link);
 
     CallsPanel* calls() const { return m_calls; }
     ExtensionPanel* extensions() const { return m_extensions; }
@@ -40,9 +43,12 @@ private:
     LoginSettings m_settings;
     bool m_loggedIn = false;
     QString m_pendingDial;
+    /// The last disconnection, in words.
+    QString m_disconnection;
     ExtensionPanel* m_extensions;
     CallsPanel* m_calls;
     ChatPanel* m_chat;
     QTabWidget* m_tabs;
     QLabel* m_state;
+    TelvixReconnector* m_reconnector;
 };

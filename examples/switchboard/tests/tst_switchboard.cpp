@@ -7,6 +7,7 @@
 #include "mainwindow.h"
 #include "prosodyserver.h"
 #include "telvix.h"
+#include "telvixreconnector.h"
 #include "toolprocess.h"
 
 #include <QDate>
@@ -48,6 +49,8 @@ private Q_SLOTS:
     void answeredCallIsTransferredToAColleague();
     void voicemailIsDownloadedAsWave();
     void chatWithAColleague();
+    void linkOfASecondStartIsDialledByTheFirst();
+    void lostSessionComesBackByItself();
     void lostConnectionIsToldInWords();
     void storedHistoryIsShownAfterARestart();
 
@@ -300,15 +303,56 @@ void TestSwitchboard::chatWithAColleague()
     bruno.shutdown();
 }
 
+// Click to dial: the desktop starts the program again with the link; that
+// start hands it to the switchboard already running, which dials it.
+void TestSwitchboard::linkOfASecondStartIsDialledByTheFirst()
+{
+    const QString instance = QStringLiteral("tst-switchboard-%1").arg(QCoreApplication::applicationPid());
+    QTemporaryDir dataDir;
+    ToolProcess first(QStringLiteral(SWITCHBOARD_APP),
+                      {QStringLiteral("--login"), QStringLiteral("--server"),
+                       QStringLiteral("127.0.0.1:%1").arg(m_port), QStringLiteral("--user"),
+                       QStringLiteral("1002"), QStringLiteral("--password"), QStringLiteral("1002"),
+                       QStringLiteral("--data-dir"), dataDir.path(), QStringLiteral("--instance"), instance});
+    QVERIFY(first.start());
+    QVERIFY(!m_sim->waitForLine(QStringLiteral("1002 (Chiara Lambert) logged in")).isEmpty());
+
+    ToolProcess second(QStringLiteral(SWITCHBOARD_APP),
+                       {QStringLiteral("--instance"), instance, QStringLiteral("tel:+39-02-1234-5678")});
+    QVERIFY(second.start());
+    QVERIFY(second.waitForExit(10000));
+    QCOMPARE(second.exitCode(), 0);
+    QVERIFY(!m_sim->waitForLine(QStringLiteral("1002 dials 0212345678")).isEmpty());
+}
+
+void TestSwitchboard::lostSessionComesBackByItself()
+{
+    // The scenario restarts the simulator on this request: every client is
+    // dropped, and new connections are refused for a moment.
+    m_client->getTenantList();
+    QTRY_VERIFY_WITH_TIMEOUT(state().contains(QLatin1String("Reconnecting in")), 10000);
+    QVERIFY2(state().startsWith(QLatin1String("Disconnected: the server closed the connection.")),
+             qPrintable(state()));
+    screenshot(QStringLiteral("8-reconnecting"));
+    QTRY_VERIFY_WITH_TIMEOUT(state().startsWith(QLatin1String("Connected")), 20000);
+    // The panels asked for their lists again with the new session.
+    ExtensionModel* colleagues = m_window->extensions()->model();
+    QTRY_COMPARE(colleagues->rowCount(), 9);
+    QTRY_VERIFY(colleagues->index(0, ExtensionModel::LineColumn).data().toString()
+                != QLatin1String("unknown"));
+}
+
 void TestSwitchboard::lostConnectionIsToldInWords()
 {
+    // Without retries the reason stays on show.
+    m_window->findChild<TelvixReconnector*>()->stop();
     delete m_sim;
     m_sim = nullptr;
     QTRY_COMPARE_WITH_TIMEOUT(state(), QStringLiteral("Disconnected: the server closed the connection"),
                               10000);
     QCOMPARE(m_window->extensions()->model()->index(0, ExtensionModel::LineColumn).data().toString(),
              QStringLiteral("unknown"));
-    screenshot(QStringLiteral("8-disconnected"));
+    screenshot(QStringLiteral("9-disconnected"));
 }
 
 // A fresh simulator knows nothing of the calls taken above: the one shown
