@@ -52,7 +52,9 @@ MainWindow::MainWindow(Telvix* client, const QString& dataDir, QWidget* parent)
     setCentralWidget(main);
 
     m_state->setObjectName(QStringLiteral("connectionState"));
-    statusBar()->addPermanentWidget(m_state, 1);
+    // Permanent: a passing message (a link that cannot be dialled, a
+    // reconnection) shows beside it and never hides it.
+    statusBar()->addPermanentWidget(m_state);
     setState(QStringLiteral("gray"), tr("Not connected"));
 
     QMenu* session = menuBar()->addMenu(tr("&Session"));
