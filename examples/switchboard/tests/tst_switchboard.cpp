@@ -4,12 +4,14 @@
 #include "chatpanel.h"
 #include "extensionmodel.h"
 #include "extensionpanel.h"
+#include "logindialog.h"
 #include "mainwindow.h"
 #include "prosodyserver.h"
 #include "telvix.h"
 #include "telvixreconnector.h"
 #include "toolprocess.h"
 
+#include <QCheckBox>
 #include <QDate>
 #include <QDesktopServices>
 #include <QDir>
@@ -45,6 +47,7 @@ class TestSwitchboard : public QObject
 private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
+    void loginDialogShowsTheTlsChoice();
     void incomingCallIsAnsweredFromTheWindow();
     void answeredCallIsTransferredToAColleague();
     void voicemailIsDownloadedAsWave();
@@ -155,6 +158,19 @@ void TestSwitchboard::cleanupTestCase()
 void TestSwitchboard::screenshot(const QString& name)
 {
     QVERIFY(m_window->grab().save(QStringLiteral(SWITCHBOARD_SCREENSHOTS "/%1.png").arg(name)));
+}
+
+void TestSwitchboard::loginDialogShowsTheTlsChoice()
+{
+    LoginDialog dialog(LoginSettings {});
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    auto* verify = dialog.findChild<QCheckBox*>();
+    QVERIFY(verify->isVisible());
+    QVERIFY(!verify->isChecked()); // the simulator's certificate is self-signed
+    QVERIFY(dialog.grab().save(QStringLiteral(SWITCHBOARD_SCREENSHOTS "/0-login.png")));
+    verify->click();
+    QVERIFY(dialog.settings().verifyTls);
 }
 
 void TestSwitchboard::incomingCallIsAnsweredFromTheWindow()
