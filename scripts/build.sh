@@ -12,4 +12,7 @@ export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
 export CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-true}
 
 cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE="$BUILD_TYPE" "$@"
-cmake --build "$BUILD_DIR" -j"$(nproc)"
+# TELVIX_BUILD_TARGETS="a b" builds only those targets (and what they need).
+targets=()
+for t in ${TELVIX_BUILD_TARGETS:-}; do targets+=(--target "$t"); done
+cmake --build "$BUILD_DIR" -j"$(nproc)" "${targets[@]}"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that the include graph of src/ and tools/ is a clean stack.
+"""Checks that the include graph of src/, tools/ and examples/ is a clean stack.
 
 Every folder may include from the folders below it and from itself, never
 from above or beside. Include paths are flat (each folder is on the include
@@ -27,6 +27,9 @@ ALLOWED["src/client"] = set(ALLOWED) | {"src/core"}
 ALLOWED["src/extras"] = ALLOWED["src/client"] | {"src/client"}
 # The programs stand on the whole library; never the other way round.
 TOOLS = "tools"
+# The example applications stand on the library as an application outside
+# the tree would: no private header of it. They may share the tools' helpers.
+EXAMPLES = "examples"
 GENERATED = {"telvix_export.h": "src/core", "telvix_version.h": "src/core"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 SOURCE_ENDINGS = (".h", ".cpp")
@@ -39,8 +42,9 @@ def folder_of(path):
         if path == layer or path.startswith(layer + "/"):
             if best is None or len(layer) > len(best):
                 best = layer
-    if best is None and (path == TOOLS or path.startswith(TOOLS + "/")):
-        best = TOOLS
+    for top in (TOOLS, EXAMPLES):
+        if best is None and (path == top or path.startswith(top + "/")):
+            best = top
     return best
 
 
@@ -56,12 +60,13 @@ def main():
     owner = dict(GENERATED)
     for path in sources(root, "src"):
         owner.setdefault(os.path.basename(path), folder_of(os.path.dirname(path)))
-    for path in sources(root, TOOLS):
-        owner.setdefault(os.path.basename(path), TOOLS)
+    for top in (TOOLS, EXAMPLES):
+        for path in sources(root, top):
+            owner.setdefault(os.path.basename(path), top)
 
     faults = []
     checked = 0
-    for top in ("src", TOOLS):
+    for top in ("src", TOOLS, EXAMPLES):
         for path in sources(root, top):
             here = folder_of(os.path.dirname(path))
             if here is None:
@@ -74,9 +79,15 @@ def main():
                         continue
                     target = owner.get(os.path.basename(m.group(1)))
                     checked += 1
+                    if here == EXAMPLES and target is not None and target.startswith("src/") \
+                            and m.group(1).endswith("_p.h"):
+                        faults.append(f"{path}:{number}: an example includes the private header {m.group(1)}")
+                        continue
                     if target is None or target == here:
                         continue
                     if here == TOOLS:
+                        continue
+                    if here == EXAMPLES:
                         continue
                     if target == TOOLS or target not in ALLOWED[here]:
                         faults.append(f"{path}:{number}: {here} includes {m.group(1)} from {target}")

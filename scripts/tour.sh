@@ -15,33 +15,11 @@ for tool in "$SIM" "$CLI"; do
   [ -x "$tool" ] || { echo "tour: $tool is missing; build first (bash scripts/build.sh)" >&2; exit 1; }
 done
 
-work=$(mktemp -d)
-sim_pid=""
-cleanup() {
-  if [ -n "$sim_pid" ]; then
-    kill "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
+. scripts/simulator.sh
 
 # Port 0: the system picks a free port and the simulator prints it.
-"$SIM" --port 0 --answer-delay 1500 --call-duration 3000 --probe-interval 0 \
-  --scenario tools/pbxsim/scenarios/tour.json >"$work/sim.log" 2>&1 &
-sim_pid=$!
-port=""
-for _ in $(seq 200); do
-  port=$(sed -n 's/.*listening on 127\.0\.0\.1:\([0-9][0-9]*\).*/\1/p' "$work/sim.log")
-  [ -n "$port" ] && break
-  kill -0 "$sim_pid" 2>/dev/null || break
-  sleep 0.05
-done
-if [ -z "$port" ]; then
-  echo "tour: the simulator did not start:" >&2
-  cat "$work/sim.log" >&2
-  exit 1
-fi
+start_simulator "$SIM" "$work/sim.log" --answer-delay 1500 --call-duration 3000 --probe-interval 0 \
+  --scenario tools/pbxsim/scenarios/tour.json || { echo "tour: no simulator" >&2; exit 1; }
 
 cat <<INTRO
 ================================================================================

@@ -56,6 +56,7 @@ CallEngine::Party CallEngine::makeParty(const QString& number, const QString& na
         for (const QString& account : ext->accounts)
             p.channels.insert(account, newChannel(account));
         p.mainChannel = p.channels.value(ext->accounts.value(0));
+        p.deskChannel = p.mainChannel;
     } else {
         p.name = name.isEmpty() ? nameInPhoneBook(m_hub.directory(), number) : name;
         p.channels.insert(TrunkAccount, newChannel(TrunkAccount));
@@ -305,8 +306,9 @@ bool CallEngine::redirect(const QString& channel, const QString& toNumber, QStri
         sendIncoming(call, leaves, *stays, QString());
     sendColp(*stays, leaves);
     m_hub.log(QStringLiteral("call %1: redirected to %2").arg(uid, toNumber));
-    updateLamps({leaves.exten});
+    // Ringing first, so that the new party's lamp shows it.
     startRinging(call);
+    updateLamps({leaves.exten});
     return true;
 }
 
@@ -318,6 +320,42 @@ bool CallEngine::redirectCall(const QString& uid, const QString& toNumber, QStri
         return false;
     }
     return redirect(call->caller.mainChannel, toNumber, error);
+}
+
+bool CallEngine::answerChannel(const QString& channel)
+{
+    Party* owner = nullptr;
+    Call* call = findByChannel(channel, &owner);
+    if (!call || owner != &call->callee || call->state != Call::Ringing)
+        return false;
+    answer(call);
+    return true;
+}
+
+bool CallEngine::holdChannel(const QString& channel, bool hold)
+{
+    Party* owner = nullptr;
+    Call* call = findByChannel(channel, &owner);
+    if (!call || call->state != Call::Up || owner->onHold == hold)
+        return false;
+    owner->onHold = hold;
+    sendPhoneEvent(*owner, other(call, *owner),
+                   hold ? QStringLiteral("holdCall") : QStringLiteral("unholdCall"));
+    m_hub.log(
+        QStringLiteral("call %1: %2 %3")
+            .arg(owner->uid, owner->number, hold ? QStringLiteral("holds") : QStringLiteral("resumes")));
+    return true;
+}
+
+bool CallEngine::transferChannel(const QString& channel, const QString& toNumber, QString* error)
+{
+    Party* owner = nullptr;
+    Call* call = findByChannel(channel, &owner);
+    if (!call) {
+        *error = QStringLiteral("No such channel %1").arg(channel);
+        return false;
+    }
+    return redirect(other(call, *owner).mainChannel, toNumber, error);
 }
 
 bool CallEngine::park(const QString& parkedChannel, const QString& parkingChannel, QString* error)

@@ -42,6 +42,11 @@ public:
     ~CallEngine() override;
 
     void setTimings(const CallTimings& timings) { m_timings = timings; }
+    /// Gives every extension a desk phone: its first SIP account reports its
+    /// calls as phone events, and phone commands drive it by line id (the
+    /// channel of that account).
+    void setDeskPhones(bool on) { m_deskPhones = on; }
+    bool deskPhones() const { return m_deskPhones; }
 
     /// A click-to-call from an extension to an extension or an outside
     /// number; the uid, or empty with `error` set.
@@ -61,6 +66,13 @@ public:
     bool redirect(const QString& channel, const QString& toNumber, QString* error);
     /// redirect() of the calling party of call `uid`.
     bool redirectCall(const QString& uid, const QString& toNumber, QString* error);
+    /// The desk phone on line `channel` answers its ringing call.
+    bool answerChannel(const QString& channel);
+    /// The desk phone on line `channel` puts its call on hold (or takes it back).
+    bool holdChannel(const QString& channel, bool hold);
+    /// The desk phone on line `channel` hands its counterpart over to
+    /// `toNumber` and leaves the call.
+    bool transferChannel(const QString& channel, const QString& toNumber, QString* error);
     /// The party owning `parkingChannel` waits in the parking lot; the owner
     /// of `parkedChannel`, who parked it, leaves.
     bool park(const QString& parkedChannel, const QString& parkingChannel, QString* error);
@@ -83,6 +95,8 @@ private:
         QString uid;
         QMap<QString, QString> channels; ///< SIP account (or "trunk") to channel
         QString mainChannel;
+        QString deskChannel; ///< channel of the desk phone's account
+        bool onHold = false;
         bool isExten() const { return !exten.isEmpty(); }
     };
     struct Call
@@ -122,9 +136,11 @@ private:
     void sendFinished(const Party& p, const Party& peer, const QString& reason, bool localHangup);
     void sendMissed(const Party& p, const Party& peer);
     void sendColp(const Party& p, const Party& peer);
+    void sendPhoneEvent(const Party& p, const Party& peer, const QString& type);
 
     SimHub& m_hub;
     CallTimings m_timings;
+    bool m_deskPhones = false;
     QList<Call*> m_calls;
     QString m_lastUid;
     int m_nextCall = 1;

@@ -4,6 +4,8 @@
 
 #include "calleventmessages.h"
 #include "simhub.h"
+#include "simmessages.h"
+#include "simplexmlparser.h"
 
 void CallEngine::sendOriginate(const Party& p, const Party& to)
 {
@@ -15,6 +17,7 @@ void CallEngine::sendOriginate(const Party& p, const Party& to)
         msg.event.calledNum = to.number;
         m_hub.sendToExten(p.exten, msg);
     }
+    sendPhoneEvent(p, to, QStringLiteral("outgoingCall"));
 }
 
 void CallEngine::sendIncoming(const Call* call, const Party& p, const Party& from, const QString& queue)
@@ -35,6 +38,7 @@ void CallEngine::sendIncoming(const Call* call, const Party& p, const Party& fro
         e.queueName = queue.isEmpty() ? QString() : QStringLiteral("Queue %1").arg(queue);
         m_hub.sendToExten(p.exten, msg);
     }
+    sendPhoneEvent(p, from, QStringLiteral("incomingCall"));
 }
 
 void CallEngine::sendAnswered(const Call* call, const Party& p, const Party& peer)
@@ -52,6 +56,7 @@ void CallEngine::sendAnswered(const Call* call, const Party& p, const Party& pee
         e.localAnswer = &p == &call->callee && it.key() == call->answeredAccount;
         m_hub.sendToExten(p.exten, msg);
     }
+    sendPhoneEvent(p, peer, QStringLiteral("establishedCall"));
 }
 
 void CallEngine::sendFinished(const Party& p, const Party& peer, const QString& reason, bool localHangup)
@@ -68,6 +73,7 @@ void CallEngine::sendFinished(const Party& p, const Party& peer, const QString& 
         e.localHangup = localHangup;
         m_hub.sendToExten(p.exten, msg);
     }
+    sendPhoneEvent(p, peer, QStringLiteral("endedCall"));
 }
 
 void CallEngine::sendMissed(const Party& p, const Party& peer)
@@ -81,6 +87,7 @@ void CallEngine::sendMissed(const Party& p, const Party& peer)
         msg.event.remoteName = peer.name;
         m_hub.sendToExten(p.exten, msg);
     }
+    sendPhoneEvent(p, peer, QStringLiteral("missedCall"));
 }
 
 void CallEngine::sendColp(const Party& p, const Party& peer)
@@ -95,4 +102,21 @@ void CallEngine::sendColp(const Party& p, const Party& peer)
         msg.event.remoteName = peer.name;
         m_hub.sendToExten(p.exten, msg);
     }
+}
+
+// What the desk phone of `p` tells about its line; the line id is the
+// channel of the phone's account.
+void CallEngine::sendPhoneEvent(const Party& p, const Party& peer, const QString& type)
+{
+    if (!m_deskPhones || !p.isExten())
+        return;
+    const auto element = [](const char* name, const QString& value) {
+        return QStringLiteral("<%1>%2</%1>")
+            .arg(QLatin1String(name), SimpleXmlParser::encodeEntities(value, false));
+    };
+    SimResponse msg(QStringLiteral("<phoneEvent>") + element("eventType", type)
+                    + element("callId", p.deskChannel) + element("account", p.exten)
+                    + element("remoteNum", peer.number) + element("remoteName", peer.name)
+                    + QStringLiteral("</phoneEvent>"));
+    m_hub.sendToExten(p.exten, msg);
 }

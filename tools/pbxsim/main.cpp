@@ -88,6 +88,12 @@ int main(int argc, char** argv)
         QStringLiteral("Send clients to a chat (XMPP) server on this port of the simulator's address, e.g. "
                        "a prosody with the directory's chat ids (default 0: no chat, clients do not try)."),
         QStringLiteral("PORT"));
+    const QCommandLineOption deskPhones(
+        QStringLiteral("desk-phones"),
+        QStringLiteral(
+            "Give every extension a desk phone: it reports its calls (phoneEvent, the line id is the "
+            "channel of the extension's first SIP account) and obeys phone commands (answer, hang up, "
+            "hold, transfer, make call)."));
     const QCommandLineOption cert(QStringLiteral("cert"), QStringLiteral("PEM certificate to present."),
                                   QStringLiteral("FILE"));
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("Its unencrypted PEM key."),
@@ -101,8 +107,8 @@ int main(int argc, char** argv)
         QStringLiteral("restart-downtime"),
         QStringLiteral("Milliseconds a restart refuses connections (default 3000)."), QStringLiteral("MS"));
     parser.addOptions({port, api, noBanner, directory, scenario, answerDelay, callDuration, ringTimeout,
-                       probeInterval, noRebranding, tokenValidity, chatPort, cert, key, restartEvery,
-                       restartDowntime});
+                       probeInterval, noRebranding, tokenValidity, chatPort, deskPhones, cert, key,
+                       restartEvery, restartDowntime});
     if (!parser.parse(QCoreApplication::arguments()))
         return bad(parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
@@ -121,6 +127,7 @@ int main(int argc, char** argv)
         settings.api = parser.value(api);
     settings.banner = !parser.isSet(noBanner);
     settings.rebranding = !parser.isSet(noRebranding);
+    settings.deskPhones = parser.isSet(deskPhones);
     if (!readInt(parser, answerDelay, &settings.timings.answerDelayMs)
         || !readInt(parser, callDuration, &settings.timings.callDurationMs)
         || !readInt(parser, ringTimeout, &settings.timings.ringTimeoutMs)

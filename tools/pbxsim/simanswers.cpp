@@ -83,7 +83,8 @@ SimAnswers::SimAnswers(SimHub& hub, CallEngine& calls, SimDownloads& downloads)
               {S_COMMAND_REDIRECT_CALL, &SimAnswers::redirectCall},
               {S_COMMAND_REDIRECT_CALL_TO_MOBILE, &SimAnswers::redirectToMobile},
               {S_COMMAND_BRIDGE_CHANNELS, &SimAnswers::bridge},
-              {S_COMMAND_PARK_CALL, &SimAnswers::park}};
+              {S_COMMAND_PARK_CALL, &SimAnswers::park},
+              {QStringLiteral("PhoneCommand"), &SimAnswers::phoneCommand}};
 }
 
 bool SimAnswers::answer(SimSession& session, const QString& element, const QString& xml)
@@ -373,4 +374,43 @@ void SimAnswers::park(SimSession& s, const QString& xml)
     if (!m_calls.park(text(xml, S_XMLTAG_CALL_PARKED_CHANNEL), text(xml, S_XMLTAG_CALL_PARKING_CHANNEL),
                       &error))
         s.sendError(error, xml);
+}
+
+// ---- desk phone -------------------------------------------------------------------
+
+void SimAnswers::phoneCommand(SimSession& s, const QString& xml)
+{
+    if (!m_calls.deskPhones()) {
+        s.sendError(QStringLiteral("Unknown request"), xml);
+        return;
+    }
+    const QString line = text(xml, QStringLiteral("lineId"));
+    const auto has = [&xml](const char* command) {
+        return xml.contains(QStringLiteral("<%1>").arg(QLatin1String(command)));
+    };
+    QString error;
+    bool done = true;
+    if (has("answerIncomingCall")) {
+        done = m_calls.answerChannel(line);
+    } else if (has("hangupCall")) {
+        done = m_calls.hangupChannel(line, QStringLiteral("normal"));
+    } else if (has("putOnHold") || has("resumeFromHold")) {
+        done = m_calls.holdChannel(line, has("putOnHold"));
+    } else if (has("unattendedTransfer") || has("attendedTransfer")) {
+        done = m_calls.transferChannel(line, text(xml, QStringLiteral("to")), &error);
+    } else if (has("makeCall")) {
+        done = !m_calls.dial(s.exten(), text(xml, QStringLiteral("numberToCall")), &error).isEmpty();
+    } else if (has("getDndStatus")) {
+        SimResponse dnd(QStringLiteral("<phoneEvent><eventType>dnd</eventType><propName>dnd</propName>"
+                                       "<propValue>0</propValue></phoneEvent>"));
+        s.send(dnd);
+    } else {
+        done = false;
+        error = QStringLiteral("Unknown phone command");
+    }
+    m_hub.log(
+        QStringLiteral("%1: desk phone %2 %3")
+            .arg(s.exten(), line, done ? QStringLiteral("obeys") : QStringLiteral("refuses: ") + error));
+    if (!done)
+        s.sendError(error.isEmpty() ? QStringLiteral("Phone command refused") : error, xml);
 }

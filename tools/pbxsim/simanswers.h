@@ -53,6 +53,7 @@ private:
     void redirectToMobile(SimSession& s, const QString& xml);
     void bridge(SimSession& s, const QString& xml);
     void park(SimSession& s, const QString& xml);
+    void phoneCommand(SimSession& s, const QString& xml);
 
     void sendServiceChange(SimSession& s, const QString& id, bool on, const QString& value);
     void sendMailbox(SimSession& s);

@@ -20,6 +20,7 @@ PbxSimulator::PbxSimulator(const SimSettings& settings, const SimDirectory& dire
     , m_refusal(new QTimer(this))
 {
     m_calls.setTimings(settings.timings);
+    m_calls.setDeskPhones(settings.deskPhones);
     connect(m_listener, &TlsListener::connectionAccepted, this, &PbxSimulator::onConnection);
     m_refusal->setSingleShot(true);
     connect(m_refusal, &QTimer::timeout, this, &PbxSimulator::listenAgain);

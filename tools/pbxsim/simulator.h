@@ -39,6 +39,9 @@ struct SimSettings
     /// Chat server (on the simulator's address) that clients are sent to;
     /// 0: the users have no chat account, and clients do not try one.
     int chatPort = 0;
+    /// Every extension has a desk phone that reports its calls and obeys
+    /// phone commands.
+    bool deskPhones = false;
     QString certificate;
     QString key;
 };
