@@ -5,6 +5,7 @@
 
 #include <QDebug>
 #include <QFileInfo>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
 
@@ -66,6 +67,18 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::open()
         DBLOG(10) << NoConnection;
         return false;
     }
+    // A damaged file would stay damaged and keep every later session without
+    // history: it goes aside and the store starts anew.
+    QString damage;
+    {
+        QSqlQuery check = createNewQuery();
+        if (!check.exec(QStringLiteral("PRAGMA quick_check")) || !check.next())
+            damage = check.lastError().text();
+        else if (check.value(0).toString() != QLatin1String("ok"))
+            damage = check.value(0).toString();
+    } // an open statement would lock the tables against the rebuild below
+    if (!damage.isNull() && !setDamagedFileAside(damage))
+        return false;
 
     // Tables of an older shape are rebuilt rather than migrated: they hold
     // copies of server data, which the next request fills in again.
