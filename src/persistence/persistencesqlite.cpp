@@ -79,6 +79,10 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::open()
     } // an open statement would lock the tables against the rebuild below
     if (!damage.isNull() && !setDamagedFileAside(damage))
         return false;
+    // The working copy is a scratch file: only the scrambled file written at
+    // close is kept, so a disk sync per row bought nothing and made a long
+    // call history take most of a minute to store (and a shutdown as long).
+    run(QStringLiteral("PRAGMA synchronous = OFF"));
 
     // Tables of an older shape are rebuilt rather than migrated: they hold
     // copies of server data, which the next request fills in again.
