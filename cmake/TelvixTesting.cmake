@@ -1,10 +1,11 @@
 find_package(Qt5 5.15 REQUIRED COMPONENTS Test)
 
-# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s])
+# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s] [LABEL l])
 # Tests marked LONG wait on real timers (15-45 s) and carry the label "long";
-# everything else carries "unit". CI runs both.
+# LABEL names another label (such as "faults") in place of "unit"; everything
+# else carries "unit". CI runs them all.
 function(telvix_add_test name)
-  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT;LABEL" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   telvix_enable_qt(${name})
   if(T_NO_SUPPORT)
@@ -16,6 +17,9 @@ function(telvix_add_test name)
   if(T_LONG)
     set(_labels long)
     set(_timeout 240)
+  elseif(T_LABEL)
+    set(_labels ${T_LABEL})
+    set(_timeout 120)
   else()
     set(_labels unit)
     set(_timeout 120)

@@ -11,6 +11,21 @@
 
 using namespace SARNET_XML;
 
+namespace {
+// What one read of the application may bring at most, and how much of an
+// unknown text the log keeps: a runaway application must not fill memory or
+// the disk through us.
+constexpr qint64 kClientReadBuffer = 64 * 1024;
+constexpr int kLoggedTextMax = 1024;
+
+QString loggedExcerpt(const QString& text)
+{
+    if (text.size() <= kLoggedTextMax)
+        return text;
+    return text.left(kLoggedTextMax) + QStringLiteral("... (%1 characters in all)").arg(text.size());
+}
+} // namespace
+
 ClientSocketManager::ClientSocketManager(const QString& logDir, QObject* parent)
     : QObject(parent)
     , apiVersion(QStringLiteral("4.1"))
@@ -96,6 +111,9 @@ void ClientSocketManager::newClientConnected()
     // An earlier client is neither closed nor disconnected: the last one to
     // connect is served, and any of them going away drops the current one.
     client = next;
+    // The application has nothing to say but keep-alives: a bounded read
+    // buffer lets the kernel hold back a flood instead of our memory.
+    client->setReadBufferSize(kClientReadBuffer);
     connect(client, &QTcpSocket::disconnected, this, &ClientSocketManager::closeClient);
     connect(client, &QTcpSocket::readyRead, this, &ClientSocketManager::handleClientData,
             Qt::QueuedConnection);
@@ -111,7 +129,7 @@ void ClientSocketManager::handleClientData()
     if (text.contains(S_COMMAND_KEEPALIVE))
         TLOG(10000) << "Keep alive received from GUI socket";
     else
-        TLOG(100) << "Unknown message received from GUI socket:" << text;
+        TLOG(100) << "Unknown message received from GUI socket:" << loggedExcerpt(text);
 }
 
 void ClientSocketManager::serverSocketError(QAbstractSocket::SocketError /*error*/)

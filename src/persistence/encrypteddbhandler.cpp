@@ -236,6 +236,21 @@ void EncryptedSqliteDbHandler::deleteFiles()
     }
 }
 
+bool EncryptedSqliteDbHandler::setDamagedFileAside(const QString& why)
+{
+    const QString damaged = encryptedFile + QStringLiteral(".damaged");
+    DBLOG(10) << QStringLiteral("The database ") + encryptedFile + QStringLiteral(" is damaged (") + why
+            + QStringLiteral("): it is kept as ") + damaged + QStringLiteral(" and a new one is started");
+    closeDbConn();
+    QFile::remove(damaged);
+    if (QFileInfo::exists(encryptedFile) && !QFile::rename(encryptedFile, damaged))
+        QFile::remove(encryptedFile);
+    // An empty working copy is made again under its name by decryptDb().
+    if (!plainFile.isEmpty())
+        QFile(plainFile).resize(0);
+    return decryptDb() && openDbConn();
+}
+
 bool EncryptedSqliteDbHandler::encryptOrDecryptFile(const QString& in, const QString& out, bool encrypt)
 {
     QFile source(in);

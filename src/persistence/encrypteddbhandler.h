@@ -28,6 +28,11 @@ public:
     bool decryptDb();
     /// Sets the permanent file aside as "<file>.tmp" and deletes the working copy.
     void deleteFiles();
+    /// Moves a permanent file that SQLite finds damaged to "<file>.damaged",
+    /// where a person may still rescue it, and starts an empty working copy
+    /// in its place, so that new data is kept again. False if no new copy
+    /// could be made.
+    bool setDamagedFileAside(const QString& why);
 
     /// Scrambles (`encrypt`) or unscrambles `in` into `out`.
     static bool encryptOrDecryptFile(const QString& in, const QString& out, bool encrypt);

@@ -105,6 +105,18 @@ bool PersistenceSqlite::PersistenceSqliteDbHandler::open()
         DBLOG(10) << NoConnection;
         return false;
     }
+    // A damaged file would stay damaged and keep every later session without
+    // history: it goes aside and the store starts anew.
+    QString damage;
+    {
+        QSqlQuery check = createNewQuery();
+        if (!check.exec(QStringLiteral("PRAGMA quick_check")) || !check.next())
+            damage = check.lastError().text();
+        else if (check.value(0).toString() != QLatin1String("ok"))
+            damage = check.value(0).toString();
+    } // an open statement would lock the tables against the rebuild below
+    if (!damage.isNull() && !setDamagedFileAside(damage))
+        return false;
     // The working copy is thrown away after a crash, when only the scrambled
     // file of the last close counts: syncing it to disk buys nothing.
     run(QStringLiteral("PRAGMA synchronous = OFF"));

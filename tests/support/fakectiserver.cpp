@@ -15,6 +15,8 @@
 
 #include <algorithm>
 
+#include <sys/socket.h>
+
 // Only the listening part: every accepted descriptor goes straight to the
 // owner, which wraps it in a QSslSocket.
 class FakeCtiServer::Listener : public QTcpServer
@@ -46,6 +48,10 @@ struct FakeCtiServer::Connection
     bool encrypted = false;
     bool closeAfterQueue = false;
     bool splitPending = false;
+    // An answer flushed from a responder can make the socket read again,
+    // inside the read that ran the responder: that read takes the new bytes.
+    bool reading = false;
+    bool readAgain = false;
 };
 
 FakeCtiServer::FakeCtiServer(QObject* parent)
@@ -191,13 +197,24 @@ void FakeCtiServer::onReadyRead(int conn)
     Connection* c = connection(conn);
     if (!c || !c->socket)
         return;
-    const QByteArray bytes = c->socket->readAll();
-    if (bytes.isEmpty())
+    if (c->reading) {
+        c->readAgain = true;
         return;
-    c->bytes += bytes;
-    const QString text = c->decoder->toUnicode(bytes);
-    if (!text.isEmpty())
-        c->parser->addData(text);
+    }
+    c->reading = true;
+    do {
+        c->readAgain = false;
+        const QByteArray bytes = c->socket->readAll();
+        if (bytes.isEmpty())
+            continue;
+        c->bytes += bytes;
+        const QString text = c->decoder->toUnicode(bytes);
+        if (!text.isEmpty())
+            c->parser->addData(text);
+        c = connection(conn);
+    } while (c && c->socket && c->readAgain);
+    if (c)
+        c->reading = false;
 }
 
 void FakeCtiServer::onFrameCompleted(int conn)
@@ -280,6 +297,17 @@ void FakeCtiServer::abortClient(int conn)
     c->socket->abort();
     // abort() reports disconnected() only from a connected state.
     onDisconnected(conn);
+}
+
+void FakeCtiServer::resetClient(int conn)
+{
+    Connection* c = connection(conn);
+    if (!c || !c->open)
+        return;
+    // A zero linger time makes close() send RST and drop unsent data.
+    const linger noLinger {1, 0};
+    ::setsockopt(int(c->socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &noLinger, sizeof noLinger);
+    abortClient(conn);
 }
 
 void FakeCtiServer::disconnectAll()

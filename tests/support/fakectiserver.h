@@ -123,6 +123,8 @@ public:
     void disconnectClient(int conn);
     /// Drops the connection at once; queued pieces are lost.
     void abortClient(int conn);
+    /// Drops the connection with a TCP reset (RST) instead of an orderly FIN.
+    void resetClient(int conn);
     void disconnectAll();
 
     // ---- what the clients sent ------------------------------------------

@@ -232,6 +232,17 @@ bool ProsodyServer::resume()
     return !m_suspended;
 }
 
+bool ProsodyServer::killAndRestart()
+{
+    if (!m_process)
+        return false;
+    m_process->kill();
+    m_process->waitForFinished(5000);
+    m_process.reset();
+    m_suspended = false;
+    return launch();
+}
+
 void ProsodyServer::stop()
 {
     if (!m_process)

@@ -35,6 +35,9 @@ public:
     /// and waits until its port accepts connections.
     bool start();
     void stop();
+    /// Kills the process at once (SIGKILL), as a crash would, and starts it
+    /// again on the same port with the same data.
+    bool killAndRestart();
 
     /// Freezes and thaws the process (SIGSTOP/SIGCONT): a server that stops
     /// answering without closing its connections.
