@@ -47,13 +47,14 @@ void banner(const QString& xml)
     readFields(xml, {QStringLiteral("MinAPI"), QStringLiteral("API")});
 }
 
-void nothing(const QString&) {}
+void nothing(const QString&) { }
 
 void phoneEvent(const QString& xml)
 {
-    readFields(xml, {QStringLiteral("eventType"), QStringLiteral("callId"), QStringLiteral("account"),
-                     QStringLiteral("remoteNum"), QStringLiteral("remoteName"), QStringLiteral("propName"),
-                     QStringLiteral("propValue")});
+    readFields(xml,
+               {QStringLiteral("eventType"), QStringLiteral("callId"), QStringLiteral("account"),
+                QStringLiteral("remoteNum"), QStringLiteral("remoteName"), QStringLiteral("propName"),
+                QStringLiteral("propValue")});
 }
 
 void serverError(const QString& xml)
@@ -63,58 +64,58 @@ void serverError(const QString& xml)
 
 // Parsers in the order of the dispatch table's rows.
 const QVector<RowParser> kRowParsers = {
-    parseOnly<LoginRespMsg>,                          // Login
-    parseOnly<LoginRespMsg>,                          // Authenticated
-    parseOnly<LoginRespMsg>,                          // LoggedOff
-    parseOnly<RedirectConnectionRespMsg>,             // RedirectConnection
-    parse<IdentitiesRespMsg>,                         // PeerStatusList
-    parse<BuddyIdentitiesRespMsg>,                    // PeerList
-    parse<IdentitiesRespMsg>,                         // Peer
-    parse<PBookRespMsg>,                              // PhoneBookList, Phonebook
-    parse<BuddiesRespMsg>,                            // ExtenList
-    parse<ExtenStatusRespMsg>,                        // ExtenStatusList
-    parse<ExtenStatusRespMsg>,                        // ExtenStatus
-    parse<CdrRespMsg>,                                // CallList
-    parse<SendCommandRespMsg>,                        // CommandResponse
-    parse<DiagnosticRespMsg>,                         // LoggerMessage
-    parse<TenantsRespMsg>,                            // TenantList
-    banner,                                           // MinAPI
-    parse<CCReportRespMsg>,                           // CDRCallCenterReport
-    parse<ChannelStatusRespMsg>,                      // ChannelStatus
-    parse<CtiConfigurationRespMsg>,                   // CtiConfiguration
-    parse<IncomingCallEventMsg>,                      // IncomingCall
-    parse<AnsweredCallEventMsg>,                      // AnsweredCall
-    parse<FinishedCallEventMsg>,                      // FinishedCall
-    parse<OriginateCallEventMsg>,                     // OriginateCall
-    parse<MissedCallEventMsg>,                        // MissedCall
-    parse<ColpUpdateEventMsg>,                        // ColpUpdate
-    parse<CallLocalInfoUpdateEventMsg>,               // CallLocalInfoUpdate
-    parse<TransferCanceledCallEventMsg>,              // InlineAtxferCanceled
-    parse<TransferStartedCallEventMsg>,               // InlineAtxferStarted
-    parse<TransferCompletedCallEventMsg>,             // InlineAtxferCompleted
-    parse<ServiceStatusRespMsg>,                      // ServiceStatusList
-    parse<ServiceStatusRespMsg>,                      // ServiceStatus
-    parse<InCallServiceStatusEventMsg>,               // InCallServiceStatus
-    parse<QueueEventMsg>,                             // QueueEvent
-    nothing,                                          // Probe
-    nothing,                                          // KAACK
-    parse<VoiceMailListResMsg>,                       // VoicemailMessageList
-    parse<RebrandingPackChangedEventMsg>,             // RebrandingPackChanged
-    parse<AuthTokenResMsg>,                           // AuthToken
-    parse<MailboxStatusResMsg>,                       // MailboxStatus
-    parse<ServiceListResMsg>,                         // Services
-    parse<QueueStatsListRespMsg>,                     // QueuesStatsList
-    parse<QueuePeriodicStatsListRespMsg>,             // QueuePeriodicStatsList
-    parse<QueuePeriodicStatsRespMsg>,                 // QueuePeriodicStats
-    parse<QueueOperatorPeriodicStatsListRespMsg>,     // QueueOperatorPeriodicStatsList
-    parse<QueueOperatorPeriodicStatsRespMsg>,         // OperatorPeriodicStats
-    parse<QueueMemberAddedEventMsg>,                  // QueueMemberAdded
-    parse<QueueMemberRemovedEventMsg>,                // QueueMemberRemoved
-    parse<QueueMemberPausedEventMsg>,                 // QueueMemberPause
-    parse<C2COriginateEventMsg>,                      // C2cOriginate
-    parse<C2CFinishedEventMsg>,                       // C2cFinished
-    phoneEvent,                                       // phoneEvent
-    serverError,                                      // Error
+    parseOnly<LoginRespMsg>, // Login
+    parseOnly<LoginRespMsg>, // Authenticated
+    parseOnly<LoginRespMsg>, // LoggedOff
+    parseOnly<RedirectConnectionRespMsg>, // RedirectConnection
+    parse<IdentitiesRespMsg>, // PeerStatusList
+    parse<BuddyIdentitiesRespMsg>, // PeerList
+    parse<IdentitiesRespMsg>, // Peer
+    parse<PBookRespMsg>, // PhoneBookList, Phonebook
+    parse<BuddiesRespMsg>, // ExtenList
+    parse<ExtenStatusRespMsg>, // ExtenStatusList
+    parse<ExtenStatusRespMsg>, // ExtenStatus
+    parse<CdrRespMsg>, // CallList
+    parse<SendCommandRespMsg>, // CommandResponse
+    parse<DiagnosticRespMsg>, // LoggerMessage
+    parse<TenantsRespMsg>, // TenantList
+    banner, // MinAPI
+    parse<CCReportRespMsg>, // CDRCallCenterReport
+    parse<ChannelStatusRespMsg>, // ChannelStatus
+    parse<CtiConfigurationRespMsg>, // CtiConfiguration
+    parse<IncomingCallEventMsg>, // IncomingCall
+    parse<AnsweredCallEventMsg>, // AnsweredCall
+    parse<FinishedCallEventMsg>, // FinishedCall
+    parse<OriginateCallEventMsg>, // OriginateCall
+    parse<MissedCallEventMsg>, // MissedCall
+    parse<ColpUpdateEventMsg>, // ColpUpdate
+    parse<CallLocalInfoUpdateEventMsg>, // CallLocalInfoUpdate
+    parse<TransferCanceledCallEventMsg>, // InlineAtxferCanceled
+    parse<TransferStartedCallEventMsg>, // InlineAtxferStarted
+    parse<TransferCompletedCallEventMsg>, // InlineAtxferCompleted
+    parse<ServiceStatusRespMsg>, // ServiceStatusList
+    parse<ServiceStatusRespMsg>, // ServiceStatus
+    parse<InCallServiceStatusEventMsg>, // InCallServiceStatus
+    parse<QueueEventMsg>, // QueueEvent
+    nothing, // Probe
+    nothing, // KAACK
+    parse<VoiceMailListResMsg>, // VoicemailMessageList
+    parse<RebrandingPackChangedEventMsg>, // RebrandingPackChanged
+    parse<AuthTokenResMsg>, // AuthToken
+    parse<MailboxStatusResMsg>, // MailboxStatus
+    parse<ServiceListResMsg>, // Services
+    parse<QueueStatsListRespMsg>, // QueuesStatsList
+    parse<QueuePeriodicStatsListRespMsg>, // QueuePeriodicStatsList
+    parse<QueuePeriodicStatsRespMsg>, // QueuePeriodicStats
+    parse<QueueOperatorPeriodicStatsListRespMsg>, // QueueOperatorPeriodicStatsList
+    parse<QueueOperatorPeriodicStatsRespMsg>, // OperatorPeriodicStats
+    parse<QueueMemberAddedEventMsg>, // QueueMemberAdded
+    parse<QueueMemberRemovedEventMsg>, // QueueMemberRemoved
+    parse<QueueMemberPausedEventMsg>, // QueueMemberPause
+    parse<C2COriginateEventMsg>, // C2cOriginate
+    parse<C2CFinishedEventMsg>, // C2cFinished
+    phoneEvent, // phoneEvent
+    serverError, // Error
 };
 
 } // namespace

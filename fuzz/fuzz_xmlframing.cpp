@@ -74,7 +74,8 @@ void compareLookups(const QString& xml, const QString& tag, int startPos)
                == ReferenceXmlParser::getDecodedTagsValues(xml, tag));
     FUZZ_CHECK(SimpleXmlParser::getTagProperties(xml, tag, startPos)
                == ReferenceXmlParser::getTagProperties(xml, tag, startPos));
-    FUZZ_CHECK(SimpleXmlParser::getTagsProperties(xml, tag) == ReferenceXmlParser::getTagsProperties(xml, tag));
+    FUZZ_CHECK(SimpleXmlParser::getTagsProperties(xml, tag)
+               == ReferenceXmlParser::getTagsProperties(xml, tag));
     int fastStart = 0, fastEnd = 0, refStart = 0, refEnd = 0;
     const bool fast = SimpleXmlParser::findStartTagDelimiters(xml, tag, startPos, fastStart, fastEnd);
     const bool ref = ReferenceXmlParser::findStartTagDelimiters(xml, tag, startPos, refStart, refEnd);
@@ -119,7 +120,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     ReferenceXmlParser::Framer reference;
     Observed fastSeen, referenceSeen;
     observe<SimpleXmlParser, SimpleXmlParser::ParseErrorEnumType>(parser, fastSeen);
-    observe<ReferenceXmlParser::Framer, ReferenceXmlParser::Framer::ParseErrorEnumType>(reference, referenceSeen);
+    observe<ReferenceXmlParser::Framer, ReferenceXmlParser::Framer::ParseErrorEnumType>(reference,
+                                                                                        referenceSeen);
     parser.rootTag = tag;
     reference.rootTag = tag;
     parser.setNotifyMode(notifyMode);
