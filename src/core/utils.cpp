@@ -68,6 +68,13 @@ QString Utils::md5sumFile(const QString& path)
     return md5sum(content);
 }
 
+QString Utils::utf8UpToNul(const QByteArray& data)
+{
+    // Bounded by the size: an array over raw data has no terminating NUL.
+    const int nul = data.indexOf('\0');
+    return QString::fromUtf8(data.constData(), nul < 0 ? data.size() : nul);
+}
+
 QByteArray Utils::dataFromBase64Compressed(const QByteArray& data)
 {
     return qUncompress(QByteArray::fromBase64(data));

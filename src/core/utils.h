@@ -39,4 +39,8 @@ public:
     static QByteArray dataFromBase64Compressed(const QByteArray& data);
     /// qCompress (zlib default level) then Base64: the server's file form.
     static QByteArray dataToBase64Compressed(const QByteArray& data);
+
+    /// `data` up to its first NUL byte (all of it without one), read as
+    /// UTF-8, as a C string reader of the same bytes would see it.
+    static QString utf8UpToNul(const QByteArray& data);
 };

@@ -3,6 +3,7 @@
 #include "localmessages_p.h"
 #include "sarnetxml.h"
 #include "telvixlog_p.h"
+#include "utils.h"
 
 #include <QDebug>
 #include <QHostAddress>
@@ -124,12 +125,20 @@ void ClientSocketManager::handleClientData()
     // readyRead is queued: the client may be gone by the time it arrives.
     if (!client)
         return;
-    const QString text = LocalMessages::utf8UpToNul(client->readAll());
+    handleClientBytes(client->readAll());
+}
+
+void ClientSocketManager::handleClientBytes(const QByteArray& data)
+{
+    // The lines keep the name of the slot that has always written them, which
+    // is what readers of the log search for.
+    static const char* const function = "void ClientSocketManager::handleClientData()";
+    const QString text = Utils::utf8UpToNul(data);
     // Inbound data has no framing: each read is judged as a whole.
     if (text.contains(S_COMMAND_KEEPALIVE))
-        TLOG(10000) << "Keep alive received from GUI socket";
+        TelvixLogLine(logger, 10000, function) << "Keep alive received from GUI socket";
     else
-        TLOG(100) << "Unknown message received from GUI socket:" << loggedExcerpt(text);
+        TelvixLogLine(logger, 100, function) << "Unknown message received from GUI socket:" << loggedExcerpt(text);
 }
 
 void ClientSocketManager::serverSocketError(QAbstractSocket::SocketError /*error*/)
@@ -399,7 +408,7 @@ void ClientSocketManager::sendChatVCardComplete(const QString& sid, const QByteA
 {
     sendMessage(LocalMessages::chatEvent(
         QStringLiteral("VCardComplete"),
-        {{QStringLiteral("SID"), sid}, {QStringLiteral("Data"), LocalMessages::utf8UpToNul(data)}}));
+        {{QStringLiteral("SID"), sid}, {QStringLiteral("Data"), Utils::utf8UpToNul(data)}}));
 }
 
 void ClientSocketManager::sendChatFtError(const QString& sid)

@@ -48,6 +48,9 @@ public:
     /// Frames `message` (unless it already holds the root tag) and writes it
     /// to the client; without a usable client the message is logged and lost.
     void sendMessage(const QString& message);
+    /// Judges one read of the application's bytes: a keep-alive or an
+    /// unknown message, either only logged.
+    void handleClientBytes(const QByteArray& data);
 
 public Q_SLOTS:
     /// Drops the current client, if any.

@@ -95,13 +95,6 @@ QString flag(bool value)
     return value ? QStringLiteral("1") : QStringLiteral("0");
 }
 
-QString utf8UpToNul(const QByteArray& data)
-{
-    // A QByteArray's buffer always ends with a NUL, so this stops at the
-    // first one inside the data or at its end.
-    return QString::fromUtf8(data.constData());
-}
-
 QString keepAlive()
 {
     XmlBodyWriter body;

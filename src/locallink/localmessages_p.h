@@ -35,8 +35,6 @@ QString chatEvent(const QString& inner, const TextFields& fields = {});
 
 /// "1" or "0".
 QString flag(bool value);
-/// Text up to the first NUL byte, read as UTF-8.
-QString utf8UpToNul(const QByteArray& data);
 
 QString keepAlive();
 QString login(const LoginDetails& details);

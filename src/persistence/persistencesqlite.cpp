@@ -641,8 +641,11 @@ PersistenceSqlite::PersistenceSqlite(const QString& path, const QString& exten)
 PersistenceSqlite::~PersistenceSqlite()
 {
     close();
-    if (logger)
-        logger->deleteLater();
+    // Deleted at once, with its open log file: a store usually goes while its
+    // thread winds down or has no event loop, when a deferred deletion would
+    // never be delivered and every store made would keep a descriptor.
+    delete logger;
+    logger = nullptr;
 }
 
 bool PersistenceSqlite::open()

@@ -1,15 +1,10 @@
 #include "simpleobfuscator.h"
 
+#include "utils.h"
+
 namespace {
 
 constexpr int RotShift = 13;
-
-// The QString forms stop at the first NUL, as a C string reader of the dump would.
-QString utf8UpToNul(const QByteArray& bytes)
-{
-    const int nul = bytes.indexOf('\0');
-    return QString::fromUtf8(bytes.constData(), nul < 0 ? bytes.size() : nul);
-}
 
 } // namespace
 
@@ -30,7 +25,7 @@ QByteArray SimpleObfuscator::hide(const QByteArray& data)
 
 QString SimpleObfuscator::hide(const QString& text)
 {
-    return utf8UpToNul(hide(text.toUtf8()));
+    return Utils::utf8UpToNul(hide(text.toUtf8()));
 }
 
 QByteArray SimpleObfuscator::reveal(const QByteArray& data)
@@ -40,5 +35,5 @@ QByteArray SimpleObfuscator::reveal(const QByteArray& data)
 
 QString SimpleObfuscator::reveal(const QString& text)
 {
-    return utf8UpToNul(reveal(text.toUtf8()));
+    return Utils::utf8UpToNul(reveal(text.toUtf8()));
 }

@@ -20,6 +20,8 @@ private Q_SLOTS:
     void base64Compressed_roundTripsRandomBytes();
     void base64Compressed_wireForm();
     void base64Compressed_damagedInputIsEmpty();
+    void utf8UpToNul_stopsAtSizeOfRawData_data();
+    void utf8UpToNul_stopsAtSizeOfRawData();
 };
 
 void TestUtils::parseIsoDateTime_data()
@@ -183,4 +185,25 @@ void TestUtils::base64Compressed_damagedInputIsEmpty()
 }
 
 QTEST_APPLESS_MAIN(TestUtils)
+void TestUtils::utf8UpToNul_stopsAtSizeOfRawData_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("no NUL") << QByteArray("caf\xc3\xa9") << QStringLiteral("caf\u00e9");
+    QTest::newRow("NUL inside") << QByteArray("ab\0cd", 5) << QStringLiteral("ab");
+    QTest::newRow("NUL first") << QByteArray("\0ab", 3) << QString();
+    QTest::newRow("empty") << QByteArray() << QString();
+}
+
+// A local application's read once ran on to the next NUL in memory when the
+// array had none of its own, as an array over raw data has not.
+void TestUtils::utf8UpToNul_stopsAtSizeOfRawData()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, text);
+    QCOMPARE(Utils::utf8UpToNul(bytes), text);
+    const QByteArray followed = bytes + "tail";
+    QCOMPARE(Utils::utf8UpToNul(QByteArray::fromRawData(followed.constData(), bytes.size())), text);
+}
+
 #include "tst_utils.moc"
