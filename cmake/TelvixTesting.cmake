@@ -1,10 +1,10 @@
 find_package(Qt5 5.15 REQUIRED COMPONENTS Test)
 
-# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s])
+# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s] [LABELS ...])
 # Tests marked LONG wait on real timers (15-45 s) and carry the label "long";
-# everything else carries "unit". CI runs both.
+# everything else carries "unit"; LABELS replaces either. CI runs both.
 function(telvix_add_test name)
-  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   telvix_enable_qt(${name})
   if(T_NO_SUPPORT)
@@ -19,6 +19,9 @@ function(telvix_add_test name)
   else()
     set(_labels unit)
     set(_timeout 120)
+  endif()
+  if(T_LABELS)
+    set(_labels ${T_LABELS})
   endif()
   if(T_TIMEOUT)
     set(_timeout ${T_TIMEOUT})
