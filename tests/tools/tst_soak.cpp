@@ -14,6 +14,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cstdio>
+
 #if defined(__SANITIZE_ADDRESS__)
 #define TELVIX_SOAK_ASAN 1
 #elif defined(__has_feature)
@@ -51,6 +53,15 @@ Usage usage()
     return u;
 }
 
+// Straight to stderr: the test log is buffered, and a run that dies should
+// still show how far it got.
+void report(int cycle, const Usage& u)
+{
+    std::fprintf(stderr, "soak cycle %5d: fds %d, threads %d, VmRSS %lld KiB\n", cycle, u.fds, u.threads,
+                 u.rssKiB);
+    std::fflush(stderr);
+}
+
 const auto answered = QOverload<AnsweredCallEvent>::of(&Telvix::sigAnsweredCall);
 const auto finished = QOverload<FinishedCallEvent>::of(&Telvix::sigFinishedCall);
 
@@ -77,8 +88,8 @@ private Q_SLOTS:
 void tst_Soak::sessionsLeaveNothingBehind()
 {
     const int cycles = qEnvironmentVariableIsSet("TELVIX_SOAK_CYCLES")
-                           ? qEnvironmentVariableIntValue("TELVIX_SOAK_CYCLES")
-                           : 2000;
+        ? qEnvironmentVariableIntValue("TELVIX_SOAK_CYCLES")
+        : 2000;
     QVERIFY(cycles > 0);
 
     SimSettings settings;
@@ -124,7 +135,7 @@ void tst_Soak::sessionsLeaveNothingBehind()
 
     const Usage start = usage();
     Usage firstReport = start;
-    qInfo("cycle %5d: fds %d, threads %d, VmRSS %lld KiB", 0, start.fds, start.threads, start.rssKiB);
+    report(0, start);
     for (int cycle = 1; cycle <= cycles; ++cycle) {
         cycleOnce();
         if (QTest::currentTestFailed())
@@ -132,9 +143,10 @@ void tst_Soak::sessionsLeaveNothingBehind()
 
         if (cycle % ReportEvery == 0 || cycle == cycles) {
             // Let closed sockets and ended threads go before counting them.
-            (void)QTest::qWaitFor([&] { return usage().fds <= start.fds && usage().threads <= start.threads; }, 2000);
+            (void)QTest::qWaitFor(
+                [&] { return usage().fds <= start.fds && usage().threads <= start.threads; }, 2000);
             const Usage now = usage();
-            qInfo("cycle %5d: fds %d, threads %d, VmRSS %lld KiB", cycle, now.fds, now.threads, now.rssKiB);
+            report(cycle, now);
             if (cycle == ReportEvery || (cycle == cycles && cycles < ReportEvery))
                 firstReport = now;
             QVERIFY2(now.fds <= start.fds + FdSlack, "file descriptors grow");
@@ -149,5 +161,13 @@ void tst_Soak::sessionsLeaveNothingBehind()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_Soak)
+int main(int argc, char** argv)
+{
+    // The cycles run in one test function, longer than QtTest's five minutes.
+    if (!qEnvironmentVariableIsSet("QTEST_FUNCTION_TIMEOUT"))
+        qputenv("QTEST_FUNCTION_TIMEOUT", "3600000");
+    QCoreApplication app(argc, argv);
+    tst_Soak test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_soak.moc"
