@@ -46,7 +46,7 @@ run_tsan() {
   cmake --build build-tsan -j"$JOBS" --target "${TSAN_SUITES[@]}"
   local regex
   regex="^($(IFS='|'; echo "${TSAN_SUITES[*]}"))\$"
-  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$SUPP/tsan.supp \
+  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     ctest --test-dir build-tsan -R "$regex" --output-on-failure -j"$JOBS" --timeout 900
 }
 
