@@ -1,11 +1,11 @@
 find_package(Qt5 5.15 REQUIRED COMPONENTS Test)
 
-# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s] [LABEL l])
+# telvix_add_test(<name> SOURCES ... [LIBS ...] [LONG] [NO_SUPPORT] [TIMEOUT s] [LABELS ...])
 # Tests marked LONG wait on real timers (15-45 s) and carry the label "long";
-# LABEL names another label (such as "faults") in place of "unit"; everything
-# else carries "unit". CI runs them all.
+# everything else carries "unit"; LABELS (such as "faults" or "soak") replaces
+# either. CI runs all but the soak.
 function(telvix_add_test name)
-  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT;LABEL" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(T "LONG;NO_SUPPORT" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   telvix_enable_qt(${name})
   if(T_NO_SUPPORT)
@@ -17,12 +17,12 @@ function(telvix_add_test name)
   if(T_LONG)
     set(_labels long)
     set(_timeout 240)
-  elseif(T_LABEL)
-    set(_labels ${T_LABEL})
-    set(_timeout 120)
   else()
     set(_labels unit)
     set(_timeout 120)
+  endif()
+  if(T_LABELS)
+    set(_labels ${T_LABELS})
   endif()
   if(T_TIMEOUT)
     set(_timeout ${T_TIMEOUT})

@@ -135,11 +135,14 @@ QString WaveFileParser::createPcmWavFile(pcm_wav_type type, const QString& path,
     putLe32(header + 40, static_cast<unsigned int>(pcmSize));
     std::fwrite(header, 1, kPcmHeaderSize, output);
 
+    // An empty clip has no buffer at all: fread/fwrite must not see its null
+    // data pointer, even for zero bytes.
     std::vector<char> buffer(2 * pcmSize);
-    const size_t bytesRead = std::fread(buffer.data(), 1, pcmSize, source);
+    const size_t bytesRead = pcmSize > 0 ? std::fread(buffer.data(), 1, pcmSize, source) : 0;
     if (bytesRead != pcmSize)
         qDebug() << "bytes_read from pcm_rx_file differs from pcm_size";
-    std::fwrite(buffer.data(), 1, bytesRead, output);
+    if (bytesRead > 0)
+        std::fwrite(buffer.data(), 1, bytesRead, output);
 
     std::fclose(source);
     std::fclose(output);
