@@ -132,32 +132,10 @@ qsizetype namedEntityAt(const QChar* d, qsizetype available, QChar& out)
     return 1;
 }
 
-// Index of the first "&" or U+FFFD, or n: most values hold neither.
-inline qsizetype findDecodable(const QChar* text, qsizetype n)
-{
-    const ushort* d = reinterpret_cast<const ushort*>(text);
-    qsizetype i = 0;
-#if defined(__SSE2__)
-    const __m128i amp = _mm_set1_epi16(short('&'));
-    const __m128i bad = _mm_set1_epi16(short(0xFFFD));
-    for (; i + 8 <= n; i += 8) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
-        const uint mask
-            = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
-        if (mask)
-            return i + qsizetype(qCountTrailingZeroBits(mask) >> 1);
-    }
-#endif
-    for (; i < n; ++i) {
-        if (d[i] == '&' || d[i] == 0xFFFD)
-            return i;
-    }
-    return n;
-}
-
-// Copies text to out up to the first "&" or U+FFFD, and returns its index or
-// n. Units behind it may be copied too; the caller overwrites them.
-inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
+// Index of the first "&" or U+FFFD, or n: most values hold neither. With
+// Copy, the text before it goes to `out` as well; units behind it may be
+// copied too, and the caller overwrites them.
+template <bool Copy> inline qsizetype scanUntilDecodable(const QChar* text, qsizetype n, QChar* out)
 {
     const ushort* d = reinterpret_cast<const ushort*>(text);
     ushort* o = reinterpret_cast<ushort*>(out);
@@ -167,7 +145,8 @@ inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
     const __m128i bad = _mm_set1_epi16(short(0xFFFD));
     for (; i + 8 <= n; i += 8) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), x);
+        if constexpr (Copy)
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(o + i), x);
         const uint mask
             = uint(_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi16(x, amp), _mm_cmpeq_epi16(x, bad))));
         if (mask)
@@ -177,9 +156,20 @@ inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
     for (; i < n; ++i) {
         if (d[i] == '&' || d[i] == 0xFFFD)
             return i;
-        o[i] = d[i];
+        if constexpr (Copy)
+            o[i] = d[i];
     }
     return n;
+}
+
+inline qsizetype findDecodable(const QChar* text, qsizetype n)
+{
+    return scanUntilDecodable<false>(text, n, nullptr);
+}
+
+inline qsizetype copyUntilDecodable(const QChar* text, qsizetype n, QChar* out)
+{
+    return scanUntilDecodable<true>(text, n, out);
 }
 
 // Numeric references of the input: where each stands, and the unit it gives.
