@@ -14,7 +14,7 @@ Lines that only log (the log macros and helpers, Qt's log functions) are not mut
 their mutants change nothing a caller can observe but text.
 
 Usage:
-  scripts/mutants.py --build build --seed 7 --count 60 [--related] [--jobs 2]
+  scripts/mutants.py --build build --seed 7 --count 60 [--related | --subsystem] [--jobs 2]
   scripts/mutants.py --list --seed 7 --count 60      # show the sample only
 """
 import argparse
@@ -113,14 +113,28 @@ def mutated_line(line, site):
     return line[:start] + replacement + line[end:]
 
 
+def unit_tests(build):
+    out = subprocess.run(["ctest", "--test-dir", build, "-N", "-L", "unit"], capture_output=True, text=True)
+    return re.findall(r"Test\s+#\d+: (\S+)", out.stdout)
+
+
 def related_tests(build, path):
     """Unit tests whose name shares a word with the mutated file's name (tst_<stem>, telvix<x> -> tst_<x>)."""
     stem = os.path.splitext(os.path.basename(path))[0]
     words = {stem, stem.replace("telvix", ""), stem.replace("messages", "")}
     words = {w for w in words if len(w) >= 3}
-    out = subprocess.run(["ctest", "--test-dir", build, "-N", "-L", "unit"], capture_output=True, text=True)
-    names = re.findall(r"Test\s+#\d+: (\S+)", out.stdout)
-    return [n for n in names if any(w in n for w in words)]
+    return [n for n in unit_tests(build) if any(w in n for w in words)]
+
+
+def subsystem_tests(build, path):
+    """Unit tests whose source lies in the test folder of the mutated file's subsystem:
+    src/<subsystem>/... is tested by tests/<subsystem>/..., whatever the tests are named."""
+    subsystem = path.split(os.sep)[1]
+    folder = os.path.join(ROOT, "tests", subsystem)
+    sources = set()
+    for base, _, names in os.walk(folder):
+        sources.update(os.path.splitext(n)[0] for n in names if n.endswith(".cpp"))
+    return [n for n in unit_tests(build) if n in sources]
 
 
 def run(cmd, timeout):
@@ -138,6 +152,8 @@ def main():
     parser.add_argument("--jobs", type=int, default=max(1, os.cpu_count() or 1))
     parser.add_argument("--related", action="store_true",
                         help="run only the unit tests named after the mutated file (all unit tests when none is)")
+    parser.add_argument("--subsystem", action="store_true",
+                        help="run only the unit tests in tests/<subsystem> of the mutated file's src/<subsystem>")
     parser.add_argument("--headers", action="store_true", help="mutate headers too (slow: wide rebuilds)")
     parser.add_argument("--test-timeout", type=int, default=120)
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
@@ -189,7 +205,8 @@ def main():
         try:
             with open(full, "w", encoding="utf-8") as f:
                 f.write("".join(lines))
-            tests = related_tests(build, path) if args.related else []
+            tests = (subsystem_tests(build, path) if args.subsystem
+                     else related_tests(build, path) if args.related else [])
             targets = tests if tests else []
             counts["tried"] += 1
             if run(["ninja", "-C", build] + targets, None) != 0:
