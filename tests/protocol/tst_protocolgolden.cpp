@@ -1,6 +1,7 @@
 #include "messagefields.h"
 #include "phonebooktoxmlutil.h"
 #include "qtlogcapture.h"
+#include "simplexmlparser.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -47,7 +48,9 @@ QString firstDifference(const QJsonValue& actual, const QJsonValue& expected, co
     if (actual == expected)
         return QString();
     const auto text = [](const QJsonValue& v) {
-        return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact)).mid(1).chopped(1);
+        return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact))
+            .mid(1)
+            .chopped(1);
     };
     return path + QStringLiteral(": ") + text(actual) + QStringLiteral(" != ") + text(expected);
 }
@@ -98,6 +101,54 @@ QString contactXml(const PhoneBookEntry& entry)
 
 using Call = std::function<QJsonValue(const QJsonArray& args)>;
 
+// A stream fed to the framer step by step: a string is a chunk (the buffer
+// is noted after it), {"max": n}, {"mode": n} and {"empty": true} call the
+// setters. Gives the buffers, the signals in order and the queued messages.
+QJsonValue frame(const QJsonArray& steps)
+{
+    SimpleXmlParser parser;
+    parser.rootTag = QStringLiteral("SRNT");
+    QJsonArray buffers, events, messages;
+    QObject::connect(&parser, &SimpleXmlParser::messageCompleted, [&] { events.append("completed"); });
+    QObject::connect(&parser, &SimpleXmlParser::parsedMessage, [&](const QString& m) { events.append(m); });
+    QObject::connect(&parser, &SimpleXmlParser::parseErrorFound, [&](SimpleXmlParser::ParseErrorEnumType e) {
+        events.append(e == SimpleXmlParser::MalformedStream ? "malformed" : "full");
+    });
+    for (const QJsonValue& step : steps) {
+        const QJsonObject o = step.toObject();
+        if (step.isString()) {
+            parser.addData(step.toString());
+            buffers.append(parser.getCurrentBuffer());
+        } else if (o.contains(QLatin1String("max"))) {
+            parser.setMaxBufferSize(o[QLatin1String("max")].toInt());
+            buffers.append(parser.maxBufferSize());
+        } else if (o.contains(QLatin1String("mode"))) {
+            parser.setNotifyMode(o[QLatin1String("mode")].toInt());
+        } else {
+            parser.emptyBuffer();
+        }
+    }
+    while (parser.hasPendingMessages())
+        messages.append(parser.getNextMessage());
+    messages.append(parser.getNextMessage());
+    return QJsonObject {{QStringLiteral("buffers"), buffers},
+                        {QStringLiteral("events"), events},
+                        {QStringLiteral("messages"), messages}};
+}
+
+QJsonArray strings(const QStringList& list)
+{
+    return QJsonArray::fromStringList(list);
+}
+
+QJsonObject properties(const QMap<QString, QString>& map)
+{
+    QJsonObject o;
+    for (auto it = map.begin(); it != map.end(); ++it)
+        o.insert(it.key(), it.value());
+    return o;
+}
+
 const QHash<QString, Call>& calls()
 {
     static const QHash<QString, Call> table {
@@ -110,10 +161,10 @@ const QHash<QString, Call>& calls()
                  for (int i = 0; i < meta->propertyCount(); ++i)
                      properties.append(QLatin1String(meta->property(i).name()));
              }
-             return QJsonObject {{QStringLiteral("registered"), id != QMetaType::UnknownType},
-                                 {QStringLiteral("properties"), properties},
-                                 {QStringLiteral("default"),
-                                  id ? JsonConvert::toJson(QVariant(id, nullptr)) : QJsonValue()}};
+             return QJsonObject {
+                 {QStringLiteral("registered"), id != QMetaType::UnknownType},
+                 {QStringLiteral("properties"), properties},
+                 {QStringLiteral("default"), id ? JsonConvert::toJson(QVariant(id, nullptr)) : QJsonValue()}};
          }},
         {QStringLiteral("cdrTexts"),
          [](const QJsonArray& a) {
@@ -157,6 +208,42 @@ const QHash<QString, Call>& calls()
              return QJsonArray {msg.uuid, msg.api, JsonConvert::toJson(msg.timestamp),
                                 msg.timestamp.timeSpec() == Qt::UTC};
          }},
+        {QStringLiteral("frame"), [](const QJsonArray& a) { return frame(a); }},
+        {QStringLiteral("getTagValue"),
+         [](const QJsonArray& a) {
+             const QString xml = a.at(0).toString(), tag = a.at(1).toString(), def = a.at(3).toString();
+             return QJsonArray {SimpleXmlParser::getTagValue(xml, tag, a.at(2).toInt(), def),
+                                SimpleXmlParser::getDecodedTagValue(xml, tag, a.at(2).toInt(), def)};
+         }},
+        {QStringLiteral("getTagsValues"),
+         [](const QJsonArray& a) {
+             const QString xml = a.at(0).toString(), tag = a.at(1).toString();
+             QJsonArray all;
+             for (const auto& p : SimpleXmlParser::getTagsProperties(xml, tag))
+                 all.append(properties(p));
+             return QJsonArray {strings(SimpleXmlParser::getTagsValues(xml, tag)),
+                                strings(SimpleXmlParser::getDecodedTagsValues(xml, tag)), all};
+         }},
+        {QStringLiteral("getTagProperties"),
+         [](const QJsonArray& a) {
+             return properties(
+                 SimpleXmlParser::getTagProperties(a.at(0).toString(), a.at(1).toString(), a.at(2).toInt()));
+         }},
+        {QStringLiteral("findStartTagDelimiters"),
+         [](const QJsonArray& a) {
+             int start = 99, end = 99;
+             const bool selfClosed = SimpleXmlParser::findStartTagDelimiters(
+                 a.at(0).toString(), a.at(1).toString(), a.at(2).toInt(), start, end);
+             return QJsonArray {selfClosed, start, end};
+         }},
+        {QStringLiteral("decodeEntities"),
+         [](const QJsonArray& a) { return SimpleXmlParser::decodeEntities(a.at(0).toString()); }},
+        {QStringLiteral("encodeEntities"),
+         [](const QJsonArray& a) {
+             return SimpleXmlParser::encodeEntities(a.at(0).toString(), a.at(1).toBool());
+         }},
+        {QStringLiteral("unquoteString"),
+         [](const QJsonArray& a) { return SimpleXmlParser::unquoteString(a.at(0).toString()); }},
         {QStringLiteral("ackBody"),
          [](const QJsonArray& a) { return AckMsg(a.at(0).toString()).generateXmlMessageBody(); }},
     };
@@ -191,7 +278,8 @@ void TestProtocolGolden::golden_data()
         QVERIFY2(!cases.isEmpty(), qPrintable(file));
         m_updated.insert(file, cases);
         for (int i = 0; i < cases.size(); ++i)
-            QTest::addRow("%s %s", qPrintable(file), qPrintable(cases.at(i)[QLatin1String("name")].toString()))
+            QTest::addRow("%s %s", qPrintable(file),
+                          qPrintable(cases.at(i)[QLatin1String("name")].toString()))
                 << file << i;
     }
 }
@@ -220,9 +308,8 @@ void TestProtocolGolden::golden()
     } else {
         const MessageFields::Kind kind = MessageFields::kinds().value(c[QLatin1String("write")].toString());
         QVERIFY(kind.write);
-        actual[QStringLiteral("wire")]
-            = kind.write(clockRelative(c[QLatin1String("fields")], false).toObject(),
-                         c[QLatin1String("api")].toString());
+        actual[QStringLiteral("wire")] = kind.write(
+            clockRelative(c[QLatin1String("fields")], false).toObject(), c[QLatin1String("api")].toString());
     }
     // A case may leave out what depends on the day it runs.
     const bool fresh = !c.contains(QLatin1String("expected")) && !c.contains(QLatin1String("wire"));

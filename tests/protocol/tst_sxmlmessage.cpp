@@ -21,14 +21,16 @@ private Q_SLOTS:
         const QString xml = msg.serializeToXml(QStringLiteral("5.7"));
         QCOMPARE(xml.size(), 149);
         const QRegularExpression shape(QStringLiteral(
-            "^<SRNT><API>5\\.7</API><UUID>\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}</UUID>"
+            "^<SRNT><API>5\\.7</"
+            "API><UUID>\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}</UUID>"
             "<Timestamp>(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3})</Timestamp>"
             "<Info><KeepAlive/></Info></SRNT>$"));
         const QRegularExpressionMatch m = shape.match(xml);
         QVERIFY2(m.hasMatch(), qPrintable(xml));
         // The timestamp is UTC without a zone suffix.
         const QDateTime stamp = QDateTime::fromString(m.captured(1), SARNET_XML::S_ISO_DATE);
-        QVERIFY(qAbs(QDateTime(stamp.date(), stamp.time(), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc())) < 60);
+        QVERIFY(qAbs(QDateTime(stamp.date(), stamp.time(), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc()))
+                < 60);
     }
 
     void eachSerialisationGetsItsOwnUuid()
@@ -48,7 +50,8 @@ private Q_SLOTS:
     {
         QRandomGenerator random(17);
         const qint64 first = QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC).toMSecsSinceEpoch();
-        const qint64 last = QDateTime(QDate(9999, 12, 31), QTime(23, 59, 59, 999), Qt::UTC).toMSecsSinceEpoch();
+        const qint64 last
+            = QDateTime(QDate(9999, 12, 31), QTime(23, 59, 59, 999), Qt::UTC).toMSecsSinceEpoch();
         QList<QDateTime> times {QDateTime::fromMSecsSinceEpoch(first, Qt::UTC),
                                 QDateTime::fromMSecsSinceEpoch(last, Qt::UTC),
                                 QDateTime(QDate(999, 12, 31), QTime(23, 59, 59, 9), Qt::UTC), QDateTime()};
