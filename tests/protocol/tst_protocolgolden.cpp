@@ -101,6 +101,51 @@ QString contactXml(const PhoneBookEntry& entry)
 
 using Call = std::function<QJsonValue(const QJsonArray& args)>;
 
+// A JSON value that reads back as a different field value.
+QJsonValue changed(const QJsonValue& v)
+{
+    const QDateTime time = QDateTime::fromString(v.toString(), Qt::ISODateWithMs);
+    QJsonArray list = v.toArray();
+    list.append(list.isEmpty() ? QJsonValue(QStringLiteral("x")) : list.at(0));
+    if (time.isValid())
+        return JsonConvert::dateTimeToText(time.addSecs(1));
+    return v.isBool()  ? QJsonValue(!v.toBool())
+        : v.isDouble() ? QJsonValue(v.toDouble() + 1)
+        : v.isString() ? QJsonValue(v.toString() + QStringLiteral("xx"))
+                       : QJsonValue(list);
+}
+
+// The fields of `record` that the record's operator== overlooks when only
+// they differ ("copy" when a record differs from its own copy).
+template <typename T> QJsonValue overlooked(const QJsonValue& record)
+{
+    const T a = read<T>(record);
+    QJsonArray out;
+    if (!(a == T(a)))
+        out.append(QStringLiteral("copy"));
+    const QJsonObject fields = json(a).toObject();
+    for (auto it = fields.begin(); it != fields.end(); ++it) {
+        QJsonObject other = fields;
+        other.insert(it.key(), changed(it.value()));
+        if (a == read<T>(other))
+            out.append(it.key());
+    }
+    return out;
+}
+
+// clang-format off
+#define EQ(T) {QStringLiteral(#T), overlooked<T>}
+const QHash<QString, QJsonValue (*)(const QJsonValue&)> kEquality {
+    EQ(CdrEntry), EQ(ServerCommand), EQ(IdentityEntry), EQ(BuddyIdentityEntry), EQ(BuddyEntry),
+    EQ(BuddyStatus), EQ(FileBinaryData), EQ(VoicemailAudioFile), EQ(ContactEntry), EQ(PhoneBookEntry),
+    EQ(PhoneBook), EQ(QueueMember), EQ(QueueEvent), EQ(QueueOperatorStats), EQ(QueueStats),
+    EQ(QueuePeriodicStats), EQ(QueuePeriodicStatsList), EQ(QueueOperatorPeriodicStats), EQ(CallCenterReport),
+    EQ(ChannelStatus), EQ(ServiceStatus), EQ(InCallServiceStatus), EQ(ChatConfiguration),
+    EQ(SipConfiguration), EQ(ServerCommandResponse), EQ(DiagnosticMessage), EQ(VoicemailMessage),
+    EQ(MailboxStatus)};
+#undef EQ
+// clang-format on
+
 // A stream fed to the framer step by step: a string is a chunk (the buffer
 // is noted after it), {"max": n}, {"mode": n} and {"empty": true} call the
 // setters. Gives the buffers, the signals in order and the queued messages.
@@ -166,6 +211,8 @@ const QHash<QString, Call>& calls()
                  {QStringLiteral("properties"), properties},
                  {QStringLiteral("default"), id ? JsonConvert::toJson(QVariant(id, nullptr)) : QJsonValue()}};
          }},
+        {QStringLiteral("equality"),
+         [](const QJsonArray& a) { return kEquality.value(a.at(0).toString())(a.at(1)); }},
         {QStringLiteral("cdrTexts"),
          [](const QJsonArray& a) {
              return QJsonArray {CDR::directionText(a.at(0).toInt()), CDR::statusText(a.at(0).toInt())};
