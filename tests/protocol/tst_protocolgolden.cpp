@@ -20,39 +20,31 @@
 
 namespace {
 
-QString fixtureDir()
-{
-    return QStringLiteral(TELVIX_TEST_FIXTURES "/protocol");
-}
+const QString kFixtureDir = QStringLiteral(TELVIX_TEST_FIXTURES "/protocol");
 
 // The first place where two JSON values differ, as "path: actual != expected".
 QString firstDifference(const QJsonValue& actual, const QJsonValue& expected, const QString& path)
 {
+    const auto members = [](const QJsonValue& v) {
+        QJsonObject o = v.toObject();
+        for (int i = 0; i < v.toArray().size(); ++i)
+            o.insert(QString::number(i), v.toArray().at(i));
+        return o;
+    };
     if (actual.type() == expected.type() && (actual.isObject() || actual.isArray())) {
-        const QJsonObject a = actual.isObject() ? actual.toObject() : QJsonObject();
-        const QJsonObject e = expected.isObject() ? expected.toObject() : QJsonObject();
-        const QJsonArray aa = actual.toArray(), ea = expected.toArray();
-        QStringList keys = a.keys() + e.keys();
-        for (int i = 0; i < qMax(aa.size(), ea.size()); ++i)
-            keys << QString::number(i);
-        keys.removeDuplicates();
-        for (const QString& k : keys) {
-            const QString d = actual.isObject()
-                ? firstDifference(a.value(k), e.value(k), path + QLatin1Char('.') + k)
-                : firstDifference(aa.at(k.toInt()), ea.at(k.toInt()), path + QLatin1Char('[') + k + ']');
+        const QJsonObject a = members(actual), e = members(expected);
+        for (const QString& k : a.keys() + e.keys()) {
+            const QString d = firstDifference(a.value(k), e.value(k), path + QLatin1Char('/') + k);
             if (!d.isEmpty())
                 return d;
         }
         return QString();
     }
-    if (actual == expected)
-        return QString();
     const auto text = [](const QJsonValue& v) {
-        return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact))
-            .mid(1)
-            .chopped(1);
+        return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact));
     };
-    return path + QStringLiteral(": ") + text(actual) + QStringLiteral(" != ") + text(expected);
+    return actual == expected ? QString()
+                              : path + QStringLiteral(": ") + text(actual) + " != " + text(expected);
 }
 
 // Some fields hold a time taken from the clock at parse time (a hold that
@@ -181,11 +173,6 @@ QJsonValue frame(const QJsonArray& steps)
                         {QStringLiteral("messages"), messages}};
 }
 
-QJsonArray strings(const QStringList& list)
-{
-    return QJsonArray::fromStringList(list);
-}
-
 QJsonObject properties(const QMap<QString, QString>& map)
 {
     QJsonObject o;
@@ -268,8 +255,9 @@ const QHash<QString, Call>& calls()
              QJsonArray all;
              for (const auto& p : SimpleXmlParser::getTagsProperties(xml, tag))
                  all.append(properties(p));
-             return QJsonArray {strings(SimpleXmlParser::getTagsValues(xml, tag)),
-                                strings(SimpleXmlParser::getDecodedTagsValues(xml, tag)), all};
+             return QJsonArray {QJsonArray::fromStringList(SimpleXmlParser::getTagsValues(xml, tag)),
+                                QJsonArray::fromStringList(SimpleXmlParser::getDecodedTagsValues(xml, tag)),
+                                all};
          }},
         {QStringLiteral("getTagProperties"),
          [](const QJsonArray& a) {
@@ -291,8 +279,6 @@ const QHash<QString, Call>& calls()
          }},
         {QStringLiteral("unquoteString"),
          [](const QJsonArray& a) { return SimpleXmlParser::unquoteString(a.at(0).toString()); }},
-        {QStringLiteral("ackBody"),
-         [](const QJsonArray& a) { return AckMsg(a.at(0).toString()).generateXmlMessageBody(); }},
     };
     return table;
 }
@@ -316,10 +302,10 @@ void TestProtocolGolden::golden_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<int>("index");
-    const QStringList files = QDir(fixtureDir()).entryList({QStringLiteral("*.json")}, QDir::Files);
+    const QStringList files = QDir(kFixtureDir).entryList({QStringLiteral("*.json")}, QDir::Files);
     QVERIFY(!files.isEmpty());
     for (const QString& file : files) {
-        QFile f(fixtureDir() + QLatin1Char('/') + file);
+        QFile f(kFixtureDir + QLatin1Char('/') + file);
         QVERIFY(f.open(QIODevice::ReadOnly));
         const QJsonArray cases = QJsonDocument::fromJson(f.readAll()).array();
         QVERIFY2(!cases.isEmpty(), qPrintable(file));
@@ -382,7 +368,7 @@ void TestProtocolGolden::cleanupTestCase()
     if (!qEnvironmentVariableIntValue("TELVIX_GOLDEN_UPDATE"))
         return;
     for (auto it = m_updated.begin(); it != m_updated.end(); ++it) {
-        QFile f(fixtureDir() + QLatin1Char('/') + it.key());
+        QFile f(kFixtureDir + QLatin1Char('/') + it.key());
         QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
         f.write(QJsonDocument(it.value()).toJson());
     }

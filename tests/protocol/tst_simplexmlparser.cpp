@@ -27,20 +27,10 @@ class TestSimpleXmlParser : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
     void splitAtEveryPosition();
     void slotFeedingMoreTextWhileSignalled();
     void consumerOnAnotherThread();
-
-private:
-    std::unique_ptr<SimpleXmlParser> m_parser;
 };
-
-void TestSimpleXmlParser::init()
-{
-    m_parser.reset(new SimpleXmlParser);
-    m_parser->rootTag = QStringLiteral("SRNT");
-}
 
 void TestSimpleXmlParser::splitAtEveryPosition()
 {
@@ -76,27 +66,31 @@ void TestSimpleXmlParser::splitAtEveryPosition()
 
 void TestSimpleXmlParser::slotFeedingMoreTextWhileSignalled()
 {
+    SimpleXmlParser parser;
+    parser.rootTag = QStringLiteral("SRNT");
     int calls = 0;
-    connect(m_parser.get(), &SimpleXmlParser::messageCompleted, this, [&] {
+    connect(&parser, &SimpleXmlParser::messageCompleted, this, [&] {
         if (++calls == 1)
-            m_parser->addData(QStringLiteral("NT><SRNT>3</SRNT>"));
+            parser.addData(QStringLiteral("NT><SRNT>3</SRNT>"));
     });
-    m_parser->addData(QStringLiteral("<SRNT>1</SRNT><SRNT>2</SR"));
+    parser.addData(QStringLiteral("<SRNT>1</SRNT><SRNT>2</SR"));
     QCOMPARE(calls, 3);
-    QCOMPARE(drain(*m_parser), QStringLiteral("<SRNT>1</SRNT> <SRNT>2</SRNT> <SRNT>3</SRNT>").split(' '));
-    QCOMPARE(m_parser->getCurrentBuffer(), QString());
+    QCOMPARE(drain(parser), QStringLiteral("<SRNT>1</SRNT> <SRNT>2</SRNT> <SRNT>3</SRNT>").split(' '));
+    QCOMPARE(parser.getCurrentBuffer(), QString());
 }
 
 void TestSimpleXmlParser::consumerOnAnotherThread()
 {
+    SimpleXmlParser parser;
+    parser.rootTag = QStringLiteral("SRNT");
     const int count = 3000;
-    m_parser->setNotifyMode(4);
+    parser.setNotifyMode(4);
     QStringList taken;
     std::atomic<bool> stop {false};
     std::unique_ptr<QThread> consumer(QThread::create([&] {
         while (taken.size() < count && !stop) {
-            if (m_parser->hasPendingMessages()) {
-                const QString m = m_parser->getNextMessage();
+            if (parser.hasPendingMessages()) {
+                const QString m = parser.getNextMessage();
                 if (!m.isEmpty())
                     taken << m;
             } else {
@@ -110,7 +104,7 @@ void TestSimpleXmlParser::consumerOnAnotherThread()
     for (int i = 0; i < count; ++i)
         stream += QStringLiteral("<SRNT><N>%1</N></SRNT>").arg(i);
     for (int pos = 0; pos < stream.size(); pos += 37)
-        m_parser->addData(stream.mid(pos, 37));
+        parser.addData(stream.mid(pos, 37));
 
     if (!consumer->wait(20000)) {
         stop = true;

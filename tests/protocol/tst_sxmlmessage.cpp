@@ -1,12 +1,11 @@
-// The envelope's fresh parts, which the golden cases blank: the random UUID
-// and the UTC stamp of the moment a message is written.
+// The envelope's fresh parts, which the golden cases only check for shape:
+// the random UUID and the UTC stamp of the moment a message is written.
 #include "envelopestamp_p.h"
 #include "sarnetxml.h"
 #include "simplexmlparser.h"
 #include "sxmlmessage.h"
 
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QUuid>
 #include <QtTest>
 
@@ -15,33 +14,20 @@ class TestSXmlMessage : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void keepAliveIsTheDocumentedOneLiner()
+    void eachSerialisationGetsItsOwnUuidAndStamp()
     {
         KeepAliveReqMsg msg;
-        const QString xml = msg.serializeToXml(QStringLiteral("5.7"));
-        QCOMPARE(xml.size(), 149);
-        const QRegularExpression shape(QStringLiteral(
-            "^<SRNT><API>5\\.7</"
-            "API><UUID>\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}</UUID>"
-            "<Timestamp>(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3})</Timestamp>"
-            "<Info><KeepAlive/></Info></SRNT>$"));
-        const QRegularExpressionMatch m = shape.match(xml);
-        QVERIFY2(m.hasMatch(), qPrintable(xml));
-        // The timestamp is UTC without a zone suffix.
-        const QDateTime stamp = QDateTime::fromString(m.captured(1), SARNET_XML::S_ISO_DATE);
-        QVERIFY(qAbs(QDateTime(stamp.date(), stamp.time(), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc()))
-                < 60);
-    }
-
-    void eachSerialisationGetsItsOwnUuid()
-    {
-        KeepAliveReqMsg msg;
-        const QString a = SimpleXmlParser::getTagValue(msg.serializeToXml("6.1"), "UUID");
-        const QString b = SimpleXmlParser::getTagValue(msg.serializeToXml("6.1"), "UUID");
-        QVERIFY(a != b);
+        const QString first = msg.serializeToXml("6.1");
+        const QString a = SimpleXmlParser::getTagValue(first, "UUID");
+        QVERIFY(a != SimpleXmlParser::getTagValue(msg.serializeToXml("6.1"), "UUID"));
         // A random UUID as QUuid tells one: version 4, the RFC 4122 variant.
         QCOMPARE(QUuid(a).version(), QUuid::Random);
         QCOMPARE(QUuid(a).variant(), QUuid::DCE);
+        // The stamp is the time of writing in UTC, without a zone suffix.
+        QDateTime stamp
+            = QDateTime::fromString(SimpleXmlParser::getTagValue(first, "Timestamp"), SARNET_XML::S_ISO_DATE);
+        stamp.setTimeSpec(Qt::UTC);
+        QVERIFY(qAbs(stamp.secsTo(QDateTime::currentDateTimeUtc())) < 60);
     }
 
     // The envelope's stamp is written digit by digit; QDateTime::toString()
