@@ -19,6 +19,14 @@ template <typename T> QString show(const T& value)
     return out;
 }
 
+// Start and end of a start tag and whether it closes itself, as one text.
+template <typename Find> QString delimiters(Find find, const QString& xml, const QString& tag, int startPos)
+{
+    int start = 0, end = 0;
+    const bool selfClosed = find(xml, tag, startPos, start, end);
+    return show(selfClosed) + show(start) + show(end);
+}
+
 } // namespace
 
 // Compares one result of both implementations; on a difference the test
@@ -36,6 +44,11 @@ template <typename T> QString show(const T& value)
 // The same call on both implementations.
 #define SAME_CALL(name, call, input)                                                                         \
     SAME(QStringLiteral(name), SimpleXmlParser::call, ReferenceXmlParser::call, input)
+
+#define SAME_DELIMITERS(xml, tag, startPos, input)                                                           \
+    SAME(QStringLiteral("findStartTagDelimiters"),                                                           \
+         delimiters(SimpleXmlParser::findStartTagDelimiters, xml, tag, startPos),                            \
+         delimiters(ReferenceXmlParser::findStartTagDelimiters, xml, tag, startPos), input)
 
 class TestSimpleXmlParserDifferential : public QObject
 {
@@ -93,11 +106,7 @@ void TestSimpleXmlParserDifferential::characterClassesMatchExpressions()
             "<a x" + c + "y='v' p" + c + "=" + c + "'w' " + c + "=\"z\">t</a>",
         };
         for (const QString& xml : inputs) {
-            int fs = 0, fe = 0, rs = 0, re = 0;
-            const bool f = SimpleXmlParser::findStartTagDelimiters(xml, a, 0, fs, fe);
-            const bool r = ReferenceXmlParser::findStartTagDelimiters(xml, a, 0, rs, re);
-            SAME(QStringLiteral("findStartTagDelimiters"), show(f) + show(fs) + show(fe),
-                 show(r) + show(rs) + show(re), show(xml));
+            SAME_DELIMITERS(xml, a, 0, show(xml));
             SAME_CALL("getTagsValues", getTagsValues(xml, a), show(xml));
             SAME_CALL("getTagProperties", getTagProperties(xml, a), show(xml));
         }
@@ -169,23 +178,17 @@ QString TestSimpleXmlParserDifferential::randomDocument(int pieces)
 {
     QString s;
     for (int i = 0; i < pieces; ++i) {
-        switch (m_rng.bounded(6)) {
-        case 0:
+        const int kind = m_rng.bounded(6);
+        if (kind == 0)
             s += randomText(1 + m_rng.bounded(3));
-            break;
-        case 1:
+        else if (kind == 1)
             s += QLatin1Char('<') + pick(kNames) + randomAttributes()
                 + (m_rng.bounded(2) ? QStringLiteral(">") : QStringLiteral("/>"));
-            break;
-        case 2:
-            // "<<name>>" matters when the name is given in brackets.
+        else if (kind == 2) // "<<name>>" matters when the name is given in brackets.
             s += (m_rng.bounded(3) ? QStringLiteral("</") : QStringLiteral("<<")) + pick(kNames)
                 + (m_rng.bounded(2) ? QStringLiteral(">") : QStringLiteral(">>"));
-            break;
-        default:
+        else
             s += randomElement(3);
-            break;
-        }
     }
     return s;
 }
@@ -213,26 +216,19 @@ QString TestSimpleXmlParserDifferential::mutate(const QString& input)
     const int edits = 1 + m_rng.bounded(4);
     for (int e = 0; e < edits && !s.isEmpty(); ++e) {
         const int at = m_rng.bounded(s.size());
-        switch (m_rng.bounded(6)) {
-        case 0:
+        const int kind = m_rng.bounded(6);
+        if (kind == 0)
             s.remove(at, 1 + m_rng.bounded(qMin(8, s.size() - at)));
-            break;
-        case 1:
+        else if (kind == 1)
             s.insert(at, pick(kTextPieces));
-            break;
-        case 2:
+        else if (kind == 2)
             s.insert(at, s.mid(m_rng.bounded(s.size()), 1 + m_rng.bounded(12)));
-            break;
-        case 3:
+        else if (kind == 3)
             s.truncate(at);
-            break;
-        case 4:
+        else if (kind == 4)
             s[at] = QChar(ushort(m_rng.bounded(0x80)));
-            break;
-        default:
+        else
             s.insert(at, randomElement(1));
-            break;
-        }
     }
     return s;
 }
@@ -245,11 +241,7 @@ void TestSimpleXmlParserDifferential::compareLookups(const QString& xml, const Q
     SAME_CALL("getTagValue", getTagValue(xml, tag, startPos, none), input);
     SAME_CALL("getDecodedTagValue", getDecodedTagValue(xml, tag, startPos, encodedDefault), input);
     SAME_CALL("getTagProperties", getTagProperties(xml, tag, startPos), input);
-    int fs = 0, fe = 0, rs = 0, re = 0;
-    const bool f = SimpleXmlParser::findStartTagDelimiters(xml, tag, startPos, fs, fe);
-    const bool r = ReferenceXmlParser::findStartTagDelimiters(xml, tag, startPos, rs, re);
-    SAME(QStringLiteral("findStartTagDelimiters"), QStringList({show(f), show(fs), show(fe)}),
-         QStringList({show(r), show(rs), show(re)}), input);
+    SAME_DELIMITERS(xml, tag, startPos, input);
     if (startPos == 0) {
         SAME_CALL("getTagsValues", getTagsValues(xml, tag), input);
         SAME_CALL("getDecodedTagsValues", getDecodedTagsValues(xml, tag), input);
@@ -406,27 +398,20 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
         QString stream;
         const int parts = 1 + m_rng.bounded(8);
         for (int p = 0; p < parts; ++p) {
-            switch (m_rng.bounded(9)) {
-            case 0:
+            const int kind = m_rng.bounded(9);
+            if (kind == 0)
                 stream += close;
-                break;
-            case 1:
+            else if (kind == 1)
                 stream += QStringLiteral("\r\n") + randomText(2);
-                break;
-            case 2:
+            else if (kind == 2)
                 stream += open + randomDocument(2);
-                break;
-            case 3:
+            else if (kind == 3)
                 stream += QLatin1Char('<') + root + QStringLiteral(" a='1'>") + randomText(1) + close;
-                break;
-            case 4:
+            else if (kind == 4)
                 stream += open + open + randomText(1) + close + close;
-                break;
-            default:
+            else
                 stream += open
                     + (m_rng.bounded(3) ? randomDocument(1 + m_rng.bounded(3)) : realisticMessage()) + close;
-                break;
-            }
         }
 
         const int mode = QList<int> {0, 0, 1, 2, 3, 4, -1}.at(m_rng.bounded(7));
@@ -439,10 +424,7 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
         }
 
         QString log = QStringLiteral("root=%1 mode=%2 limit=%3 stream=%4\n")
-                          .arg(show(root))
-                          .arg(mode)
-                          .arg(limit)
-                          .arg(show(stream));
+                          .arg(show(root), QString::number(mode), QString::number(limit), show(stream));
         int pos = 0;
         while (pos <= stream.size()) {
             const int kind = m_rng.bounded(4);
@@ -452,31 +434,22 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
             log += QStringLiteral("addData(%1)\n").arg(show(chunk));
             t.both([&](auto& p) { p.addData(chunk); });
             SAME_FRAMING(t, log);
-            switch (m_rng.bounded(12)) {
-            case 0:
+            const int action = m_rng.bounded(12);
+            if (action == 0) {
                 log += QStringLiteral("getNextMessage()\n");
                 SAME(QStringLiteral("getNextMessage"), t.fast.parser.getNextMessage(),
                      t.reference.parser.getNextMessage(), log);
-                break;
-            case 1:
+            } else if (action == 1) {
                 log += QStringLiteral("emptyBuffer()\n");
                 t.both([](auto& p) { p.emptyBuffer(); });
-                break;
-            case 2: {
+            } else if (action == 2) {
                 const int newLimit = m_rng.bounded(-2, 60);
                 log += QStringLiteral("setMaxBufferSize(%1)\n").arg(newLimit);
                 t.both([&](auto& p) { p.setMaxBufferSize(newLimit); });
-                break;
-            }
-            case 3:
-                if (m_rng.bounded(10) == 0) {
-                    const QString newRoot = pick(roots);
-                    log += QStringLiteral("rootTag=%1\n").arg(show(newRoot));
-                    t.both([&](auto& p) { p.rootTag = newRoot; });
-                }
-                break;
-            default:
-                break;
+            } else if (action == 3 && m_rng.bounded(10) == 0) {
+                const QString newRoot = pick(roots);
+                log += QStringLiteral("rootTag=%1\n").arg(show(newRoot));
+                t.both([&](auto& p) { p.rootTag = newRoot; });
             }
             SAME(QStringLiteral("hasPendingMessages"), t.fast.parser.hasPendingMessages(),
                  t.reference.parser.hasPendingMessages(), log);
@@ -523,21 +496,17 @@ void TestSimpleXmlParserDifferential::framingOfLargeChunks()
     for (int round = 0; round < 100; ++round) {
         QString stream;
         while (stream.size() < 60000) {
-            switch (m_rng.bounded(6)) {
-            case 0:
+            const int kind = m_rng.bounded(6);
+            if (kind == 0) {
                 stream += close;
-                break;
-            case 1:
+            } else if (kind == 1) {
                 stream += randomText(3);
-                break;
-            default: {
+            } else {
                 QString body;
                 const int target = m_rng.bounded(10) == 0 ? 30000 : m_rng.bounded(4000);
                 while (body.size() < target)
                     body += m_rng.bounded(2) ? realisticMessage().mid(6) : randomDocument(2);
                 stream += open + body + close;
-                break;
-            }
             }
         }
         const int mode = m_rng.bounded(5);
@@ -545,21 +514,13 @@ void TestSimpleXmlParserDifferential::framingOfLargeChunks()
         QString log = QStringLiteral("mode=%1 stream=%2\n").arg(mode).arg(show(stream));
         int pos = 0;
         while (pos < stream.size()) {
-            int len;
-            switch (m_rng.bounded(4)) {
-            case 0:
-                len = m_rng.bounded(1, 40);
-                break;
-            case 1: {
+            const int kind = m_rng.bounded(4);
+            int len = kind == 0 ? m_rng.bounded(1, 40) : kind == 1 ? 0 : m_rng.bounded(6000, 20000);
+            if (kind == 1) {
                 // End the chunk inside the next root tag after a few kilobytes.
                 const QString& tag = m_rng.bounded(2) ? open : close;
                 const int at = stream.indexOf(tag, pos + m_rng.bounded(6000, 12000));
                 len = at < 0 ? stream.size() - pos : at - pos + m_rng.bounded(1, tag.size());
-                break;
-            }
-            default:
-                len = m_rng.bounded(6000, 20000);
-                break;
             }
             const QString chunk = stream.mid(pos, len);
             log += QStringLiteral("addData(%1 units from %2)\n").arg(chunk.size()).arg(pos);
