@@ -22,6 +22,5 @@ ctest --test-dir "$BUILD_DIR" -L "$LABELS" -j"$(( $(nproc) * 2 ))" --timeout 600
 mkdir -p "$REPORT_DIR"
 # Exceptions add branches no test can take one by one; they are not counted.
 gcovr -r . "$BUILD_DIR" --filter 'src/' --exclude-throw-branches --exclude-unreachable-branches \
-  --html-details "$REPORT_DIR/index.html" --print-summary -o "$REPORT_DIR/summary.txt"
-cat "$REPORT_DIR/summary.txt"
+  --html-details "$REPORT_DIR/index.html" --print-summary | tee "$REPORT_DIR/summary.txt"
 echo "coverage: report in $REPORT_DIR/index.html"
