@@ -15,23 +15,6 @@
 
 namespace {
 
-enum class Fault {
-    ResetMidHandshake,
-    CloseMidHandshake,
-    HandshakeNeverEnds,
-    ResetMidMessage,
-    CloseMidMessage,
-    ResetBetweenMessages,
-    CloseBetweenMessages,
-    UnterminatedTagThenClose,
-    SilenceAfterLogin,
-    HugeMessage,
-    Burst,
-    BadUtf8AndNul,
-    RedirectPingPong,
-    LateLoginAnswer,
-};
-
 const int kBurst = 250000;
 const int kRedirects = 40;
 
@@ -54,8 +37,6 @@ bool spinUntil(const std::function<bool()>& done, int timeoutMs)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Fault)
-
 class TestSessionFaults : public QObject
 {
     Q_OBJECT
@@ -67,46 +48,39 @@ private Q_SLOTS:
 
 void TestSessionFaults::fault_data()
 {
-    QTest::addColumn<Fault>("fault");
     // Expected reason of disconnectedFromServer; empty: the session lives on.
     QTest::addColumn<QString>("reason");
     QTest::addColumn<QString>("logLine");
-
     // A cut by the server, reset or orderly, at any stage is an unasked close.
-    const QString closed = QStringLiteral("Unkown");
-    const QString socketLine = QStringLiteral("Socket disconnected");
-    QTest::newRow("reset in the TLS handshake") << Fault::ResetMidHandshake << closed << socketLine;
-    QTest::newRow("close in the TLS handshake") << Fault::CloseMidHandshake << closed << socketLine;
-    QTest::newRow("handshake never finishes") << Fault::HandshakeNeverEnds << QString() << QString();
-    QTest::newRow("reset inside a message") << Fault::ResetMidMessage << closed << socketLine;
-    QTest::newRow("close inside a message") << Fault::CloseMidMessage << closed << socketLine;
-    QTest::newRow("reset between messages") << Fault::ResetBetweenMessages << closed << socketLine;
-    QTest::newRow("close between messages") << Fault::CloseBetweenMessages << closed << socketLine;
-    QTest::newRow("unterminated tag, then close") << Fault::UnterminatedTagThenClose << closed << socketLine;
+    for (const char* cut : {"reset in the TLS handshake", "close in the TLS handshake",
+                            "reset inside a message", "close inside a message", "reset between messages",
+                            "close between messages", "unterminated tag, then close"})
+        QTest::newRow(cut) << QStringLiteral("Unkown") << QStringLiteral("Socket disconnected");
+    QTest::newRow("handshake never finishes") << QString() << QString();
     QTest::newRow("silence after login")
-        << Fault::SilenceAfterLogin << QStringLiteral("ConnectionTimeout")
+        << QStringLiteral("ConnectionTimeout")
         << QStringLiteral("Connection timed-out: no ACK received to KeepAlive message");
-    QTest::newRow("one 50 MB message") << Fault::HugeMessage << QString() << QString();
-    QTest::newRow("burst of small messages") << Fault::Burst << QString() << QString();
-    QTest::newRow("invalid UTF-8 and NUL bytes") << Fault::BadUtf8AndNul << QString() << QString();
-    QTest::newRow("redirect ping-pong")
-        << Fault::RedirectPingPong << QString() << QStringLiteral("Redirecting client to server IP");
+    QTest::newRow("one 50 MB message") << QString() << QString();
+    QTest::newRow("burst of small messages") << QString() << QString();
+    QTest::newRow("invalid UTF-8 and NUL bytes") << QString() << QString();
+    QTest::newRow("redirect ping-pong") << QString() << QStringLiteral("Redirecting client to server IP");
     QTest::newRow("login answer long after every timer")
-        << Fault::LateLoginAnswer << QString() << QStringLiteral("login succeded! exten:");
+        << QString() << QStringLiteral("login succeded! exten:");
 }
 
 void TestSessionFaults::fault()
 {
-    QFETCH(Fault, fault);
     QFETCH(QString, reason);
     QFETCH(QString, logLine);
+    const QString fault = QTest::currentDataTag();
+    const bool silence = fault == "silence after login",
+               late = fault == "login answer long after every timer";
+    const bool inHandshake = fault.contains("handshake"), redirects = fault == "redirect ping-pong";
 
     LogbusCapture logs;
     QTemporaryDir dir;
     FakeCtiServer server, other;
-    QScopedPointer<Telvix> client(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"),
-                                             QStringLiteral("faults"), QStringLiteral("1.0"),
-                                             QStringLiteral("dev-f"), dir.path()));
+    QScopedPointer<Telvix> client(new Telvix("Linux", "6.1", "faults", "1.0", "dev-f", dir.path()));
     // Every timer of the session a hundred times shorter: a wait of a few
     // seconds outlasts each of them as a minute outlasts the real ones.
     TelvixTimerIntervals shortTimers;
@@ -114,33 +88,29 @@ void TestSessionFaults::fault()
     shortTimers.keepAliveAckMs = 150;
     shortTimers.guiKeepAliveMs = 300;
     shortTimers.periodicDataMs = 3000;
-    if (fault == Fault::SilenceAfterLogin || fault == Fault::LateLoginAnswer)
+    if (silence || late)
         setTelvixTimerIntervals(client.data(), shortTimers);
     QSignalSpy logged(client.data(), &Telvix::loggedToServer);
     QSignalSpy gone(client.data(), &Telvix::disconnectedFromServer);
 
-    const bool inHandshake = fault == Fault::ResetMidHandshake || fault == Fault::CloseMidHandshake
-        || fault == Fault::HandshakeNeverEnds;
     if (inHandshake)
         server.setTlsMode(FakeCtiServer::TlsMode::SilentHandshake);
-    if (fault != Fault::SilenceAfterLogin)
-        server.setAutoKeepAliveAck(true);
-    if (fault != Fault::LateLoginAnswer && fault != Fault::RedirectPingPong)
-        server.setAutoLogin(true);
+    server.setAutoKeepAliveAck(!silence);
+    server.setAutoLogin(!late && !redirects);
     QVERIFY(server.listen() && other.listen());
     QVERIFY(client->init());
 
     // Redirects bounce between the two servers until the last Login, which
     // the second server accepts.
-    int redirects = 0;
-    const auto bounce = [&redirects](FakeCtiServer* to) {
-        return [&redirects, to](int, const QString&) {
-            ++redirects;
-            return redirects < kRedirects ? FakeCtiServer::redirectDocument(FakeCtiServer::host(), to->port())
-                                          : FakeCtiServer::loginAnswerDocument(FakeCtiServer::LoginAnswer());
+    int redirected = 0;
+    const auto bounce = [&redirected](FakeCtiServer* to) {
+        return [&redirected, to](int, const QString&) {
+            return ++redirected < kRedirects
+                ? FakeCtiServer::redirectDocument(FakeCtiServer::host(), to->port())
+                : FakeCtiServer::loginAnswerDocument(FakeCtiServer::LoginAnswer());
         };
     };
-    if (fault == Fault::RedirectPingPong) {
+    if (redirects) {
         server.setResponder(QStringLiteral("Login"), bounce(&other));
         other.setResponder(QStringLiteral("Login"), bounce(&server));
     }
@@ -148,7 +118,7 @@ void TestSessionFaults::fault()
                             TELVIX::AppModeSrntPro, FakeCtiServer::host(), server.port());
     if (inHandshake)
         QTRY_VERIFY(!server.receivedBytes(0).isEmpty()); // the ClientHello is in
-    else if (fault == Fault::LateLoginAnswer)
+    else if (late)
         QVERIFY(!server.waitForFrame(QStringLiteral("Login")).isEmpty());
     else
         QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
@@ -161,75 +131,48 @@ void TestSessionFaults::fault()
         if (FakeCtiServer::hasElement(frame, QStringLiteral("KeepAlive")))
             ++keepAlives;
     });
-    switch (fault) {
-    case Fault::ResetMidHandshake:
-    case Fault::ResetBetweenMessages:
+    if (fault.startsWith("reset") && !fault.contains("inside")) {
         server.resetClient(conn);
-        break;
-    case Fault::CloseMidHandshake:
-    case Fault::CloseBetweenMessages:
+    } else if (fault.startsWith("close") && !fault.contains("inside")) {
         server.disconnectClient(conn);
-        break;
-    case Fault::HandshakeNeverEnds:
+    } else if (fault == "handshake never finishes") {
         // No timer guards a handshake: the session waits in Connecting.
         QTest::qWait(1000);
         QCOMPARE(client->getConnectionState(), int(Telvix::StateConnecting));
-        break;
-    case Fault::ResetMidMessage:
-    case Fault::CloseMidMessage:
-    case Fault::UnterminatedTagThenClose:
+    } else if (fault.contains("inside") || fault.startsWith("unterminated")) {
         server.sendRaw(
-            conn,
-            fault == Fault::UnterminatedTagThenClose ? message.toUtf8().replace("</SRNT>", "<Probe") : half);
+            conn, fault.startsWith("unterminated") ? message.toUtf8().replace("</SRNT>", "<Probe") : half);
         QTRY_VERIFY(!server.isSending(conn));
         QTest::qWait(50); // the piece reaches the client before the cut
-        if (fault == Fault::ResetMidMessage)
+        if (fault.startsWith("reset"))
             server.resetClient(conn);
         else
             server.disconnectClient(conn);
-        break;
-    case Fault::SilenceAfterLogin:
-        break;
-    case Fault::HugeMessage: {
+    } else if (fault == "one 50 MB message") {
         // One probe carrying 50 MB: answered once it is all read.
-        const QString pad = QStringLiteral("<Pad>") + QString(50 * 1024 * 1024, QLatin1Char('x'))
-            + QStringLiteral("</Pad>");
-        server.send(conn,
-                    FakeCtiServer::document(QStringLiteral("<Probe></Probe>") + pad, QStringLiteral("6.1"),
-                                            QStringLiteral("Info")));
+        const QString pad = "<Pad>" + QString(50 * 1024 * 1024, QLatin1Char('x')) + "</Pad>";
+        server.send(conn, FakeCtiServer::document("<Probe></Probe>" + pad, "6.1", "Info"));
         QVERIFY(spinUntil([&] { return keepAlives >= 1; }, 30000));
-        break;
-    }
-    case Fault::Burst: {
+    } else if (fault == "burst of small messages") {
         // Probes are answered one by one: every message handled, in order.
-        QString all;
-        all.reserve(kBurst * message.size());
-        for (int i = 0; i < kBurst; ++i)
-            all += message;
-        server.send(conn, all);
+        server.send(conn, message.repeated(kBurst));
         QVERIFY(spinUntil([&] { return keepAlives >= kBurst; }, 30000));
         QCOMPARE(keepAlives, kBurst);
-        break;
-    }
-    case Fault::BadUtf8AndNul: {
+    } else if (fault == "invalid UTF-8 and NUL bytes") {
         QByteArray bad = message.toUtf8();
         bad.replace("<Probe>", QByteArray("<Probe>\xff\xfe\xc3\x28\x00x\x00\xed\xa0\x80", 16));
         server.sendRaw(conn, bad + message.toUtf8());
         QTRY_COMPARE(keepAlives, 2);
-        break;
-    }
-    case Fault::RedirectPingPong:
-        QCOMPARE(redirects, kRedirects);
+    } else if (redirects) {
+        QCOMPARE(redirected, kRedirects);
         // Each abandoned connection is closed by the client.
         QTRY_COMPARE(server.openConnectionCount() + other.openConnectionCount(), 1);
         QCOMPARE(server.connectionCount() + other.connectionCount(), kRedirects);
-        break;
-    case Fault::LateLoginAnswer:
+    } else if (late) {
         QTest::qWait(3000);
         QVERIFY(logged.isEmpty() && gone.isEmpty());
         server.send(conn, FakeCtiServer::loginAnswerDocument(FakeCtiServer::LoginAnswer()));
         QTRY_VERIFY(!logged.isEmpty());
-        break;
     }
 
     if (reason.isEmpty()) {
@@ -239,8 +182,7 @@ void TestSessionFaults::fault()
         QCOMPARE(gone.takeFirst().at(0).toString(), reason);
         QCOMPARE(client->getConnectionState(), int(Telvix::StateDisconnected));
     }
-    if (!logLine.isEmpty())
-        QVERIFY(logs.waitFor(logLine));
+    QVERIFY(logLine.isEmpty() || logs.waitFor(logLine));
 
     QElapsedTimer clock;
     clock.start();
