@@ -5,8 +5,8 @@
 #include "telvix.h"
 #include "telvixreconnector.h"
 
+#include <QFile>
 #include <QSignalSpy>
-#include <QSslError>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -115,27 +115,14 @@ void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
     QTest::addColumn<QString>("reason");
     QTest::addColumn<bool>("sessionWasUp");
     QTest::addColumn<Verdict>("verdict");
-    const Verdict retry = Verdict::Retry;
-    const Verdict giveUp = Verdict::GiveUp;
-    QTest::newRow("server closed") << "Unkown" << true << retry;
-    QTest::newRow("server closed during login") << "Unkown" << false << retry;
-    QTest::newRow("network lost") << "NetworkError" << true << retry;
-    QTest::newRow("keep-alive timed out") << "ConnectionTimeout" << true << retry;
-    QTest::newRow("connection refused") << "Connection refused" << false << retry;
-    QTest::newRow("connect timed out") << "Connection timed out" << false << retry;
-    QTest::newRow("host not found") << "Host not found" << false << retry;
-    QTest::newRow("TLS handshake")
-        << "Error during SSL handshake: error:0A00010B:SSL routines::wrong version number" << false << retry;
-    QTest::newRow("certificate") << QSslError(QSslError::SelfSignedCertificate).errorString() << false
-                                 << retry;
-    QTest::newRow("logged off by a restart") << "ServerRestart" << true << retry;
-    QTest::newRow("own logout") << "UserRequest" << true << giveUp;
-    QTest::newRow("own logout during login") << "UserRequest" << false << giveUp;
-    QTest::newRow("no capability") << "NoCapability" << false << giveUp;
-    QTest::newRow("no extension") << "EmptyExten" << false << giveUp;
-    QTest::newRow("redirect loop") << "WrongConfig" << true << giveUp;
-    QTest::newRow("wrong password") << "WrongPassword" << false << giveUp;
-    QTest::newRow("unknown user") << "UnknownUser" << false << giveUp;
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        const QList<QByteArray> cols = line.split('\t');
+        if (cols.size() == 3)
+            QTest::newRow(line) << QString::fromUtf8(cols.at(0)) << (cols.at(1) == "up")
+                                << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
+    }
 }
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable()
