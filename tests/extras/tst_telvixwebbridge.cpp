@@ -9,13 +9,13 @@
 #include "publishedevents_p.h"
 #include "qtlogcapture.h"
 #include "telvixwebbridge.h"
-#include "webpageclient.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTcpSocket>
+#include <QWebSocket>
 #include <QtTest>
 
 #include <memory>
@@ -24,42 +24,100 @@ namespace {
 
 const QString Origin = QStringLiteral("http://crm.test");
 
+/// A web page on the bridge as a browser has it: a WebSocket with an Origin,
+/// keeping every JSON message it receives, events and answers apart.
+class WebPageClient : public QObject
+{
+public:
+    explicit WebPageClient(const QString& origin)
+        : socket(origin)
+    {
+        connect(&socket, &QWebSocket::textMessageReceived, this, [this](const QString& text) {
+            const QJsonObject message = QJsonDocument::fromJson(text.toUtf8()).object();
+            (message.contains("event") ? events : answers).append(message);
+        });
+        connect(&socket, &QWebSocket::disconnected, this, [this] { closeCode = socket.closeCode(); });
+    }
+    bool open(quint16 port)
+    {
+        QSignalSpy connected(&socket, &QWebSocket::connected);
+        socket.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/").arg(port)));
+        return connected.wait(5000);
+    }
+    bool openPaired(quint16 port, const QString& token)
+    {
+        if (!open(port))
+            return false;
+        send({{"id", "pair"}, {"command", "pair"}, {"token", token}});
+        return waitForAnswer("pair").value("result").toBool();
+    }
+    void send(const QJsonObject& command)
+    {
+        socket.sendTextMessage(QString::fromUtf8(QJsonDocument(command).toJson(QJsonDocument::Compact)));
+    }
+    /// The answer whose "id" is `id`; empty on timeout.
+    QJsonObject waitForAnswer(const QJsonValue& id)
+    {
+        const auto it = [&] {
+            return std::find_if(answers.begin(), answers.end(), [&](auto& a) { return a.value("id") == id; });
+        };
+        return QTest::qWaitFor([&] { return it() != answers.end(); }, 5000)
+            ? answers.takeAt(it() - answers.begin())
+            : QJsonObject();
+    }
+    bool waitForEvents(int count, int timeoutMs = 5000) const
+    {
+        return QTest::qWaitFor([&] { return events.size() >= count; }, timeoutMs);
+    }
+    bool waitForClose() const
+    {
+        return QTest::qWaitFor([&] { return closeCode != 0; }, 5000);
+    }
+
+    QWebSocket socket;
+    QList<QJsonObject> events, answers;
+    int closeCode = 0;
+};
+
 QJsonValue fixture(const QString& name)
 {
     QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/webbridge/") + name);
-    if (!file.open(QIODevice::ReadOnly))
-        return QJsonValue();
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
+    const QJsonDocument doc = QJsonDocument::fromJson(file.open(QIODevice::ReadOnly) ? file.readAll() : "");
     return doc.isArray() ? QJsonValue(doc.array()) : QJsonValue(doc.object());
 }
 
 // Whether `actual` holds everything `expected` names; an empty expected
-// object stands for an empty answer.
+// object stands for an empty answer, an array for one of that size.
 bool contains(const QJsonValue& actual, const QJsonValue& expected)
 {
+    const QJsonObject want = expected.toObject(), have = actual.toObject();
+    const QJsonArray wantList = expected.toArray(), haveList = actual.toArray();
     if (expected.isObject()) {
-        const QJsonObject want = expected.toObject();
-        const QJsonObject have = actual.toObject();
-        if (!actual.isObject() || (want.isEmpty() && !have.isEmpty()))
-            return false;
-        for (auto it = want.begin(); it != want.end(); ++it) {
-            if (!have.contains(it.key()) || !contains(have.value(it.key()), it.value()))
-                return false;
-        }
-        return true;
+        const QStringList keys = want.keys();
+        return actual.isObject() && (!want.isEmpty() || have.isEmpty())
+            && std::all_of(keys.begin(), keys.end(), [&](const QString& key) {
+                   return have.contains(key) && contains(have.value(key), want.value(key));
+               });
     }
-    if (expected.isArray()) {
-        const QJsonArray want = expected.toArray();
-        const QJsonArray have = actual.toArray();
-        if (!actual.isArray() || want.size() != have.size())
+    if (!expected.isArray())
+        return actual == expected;
+    for (int i = 0; i < wantList.size(); ++i) {
+        if (!contains(haveList.at(i), wantList.at(i)))
             return false;
-        for (int i = 0; i < want.size(); ++i) {
-            if (!contains(have.at(i), want.at(i)))
-                return false;
-        }
-        return true;
     }
-    return actual == expected;
+    return actual.isArray() && wantList.size() == haveList.size();
+}
+
+/// One row per case of a fixture array, named by its "name" or "signal".
+void addRows(const QString& name)
+{
+    QTest::addColumn<QJsonObject>("row");
+    const QJsonArray rows = fixture(name).toArray();
+    QVERIFY(!rows.isEmpty());
+    for (const QJsonValue& r : rows) {
+        const QJsonObject o = r.toObject();
+        QTest::newRow(qPrintable(o.value(o.contains("name") ? "name" : "signal").toString())) << o;
+    }
 }
 
 QString compact(const QJsonValue& v)
@@ -69,12 +127,7 @@ QString compact(const QJsonValue& v)
 
 int lastSeq(const WebPageClient& page)
 {
-    return page.events.isEmpty() ? 0 : page.events.last().value(QLatin1String("seq")).toInt();
-}
-
-template <typename T> T fromJson(const QJsonValue& json)
-{
-    return JsonConvert::fromJson(json, qMetaTypeId<T>()).template value<T>();
+    return page.events.isEmpty() ? 0 : page.events.last().value("seq").toInt();
 }
 
 // Emits `signal` of Telvix with arguments read from JSON, on its thread.
@@ -134,19 +187,22 @@ void TestTelvixWebBridge::initTestCase()
 
     const QJsonObject directory = fixture(QStringLiteral("directory.json")).toObject();
     BuddiesRespMsg extensions;
-    extensions.buddies = fromJson<QList<BuddyEntry>>(directory.value(QLatin1String("extensions")));
+    extensions.buddies
+        = JsonConvert::fromJson(directory.value("extensions"), qMetaTypeId<QList<BuddyEntry>>())
+              .value<QList<BuddyEntry>>();
     QCOMPARE(extensions.buddies.size(), 2);
     PBookRespMsg books;
-    books.phoneBooks = {fromJson<PhoneBook>(directory.value(QLatin1String("phoneBook")))};
+    books.phoneBooks
+        = {JsonConvert::fromJson(directory.value("phoneBook"), qMetaTypeId<PhoneBook>()).value<PhoneBook>()};
     QVERIFY(m_app->deliver(extensions.generateXmlMessageBody()));
     QVERIFY(m_app->deliver(books.generateXmlMessageBody()));
-    QVERIFY(m_app->deliver(directory.value(QLatin1String("services")).toString()));
+    QVERIFY(m_app->deliver(directory.value("services").toString()));
     QCOMPARE(m_app->client()->getOutboundLinePrefix(), QStringLiteral("0"));
-    const QJsonObject ringing = directory.value(QLatin1String("ringing")).toObject();
-    QVERIFY(m_app->deliver(CallEvents::incoming(
-        ringing.value(QLatin1String("uid")).toString(), ringing.value(QLatin1String("account")).toString(),
-        ringing.value(QLatin1String("remote")).toString(), QStringLiteral("SIP/200-soft-1"),
-        QStringLiteral("SIP/trunk-1"))));
+    const QJsonObject ringing = directory.value("ringing").toObject();
+    QVERIFY(m_app->deliver(
+        CallEvents::incoming(ringing.value("uid").toString(), ringing.value("account").toString(),
+                             ringing.value("remote").toString(), QStringLiteral("SIP/200-soft-1"),
+                             QStringLiteral("SIP/trunk-1"))));
 
     m_bridge = std::make_unique<TelvixWebBridge>(m_app->client());
     QVERIFY(m_bridge->allowedOrigins().isEmpty());
@@ -165,7 +221,7 @@ void TestTelvixWebBridge::fixtureNamesEveryPublishedEventInTableOrder()
     const QJsonArray events = fixture(QStringLiteral("events.json")).toArray();
     QStringList fromFixture, fromTable;
     for (const QJsonValue& e : events)
-        fromFixture << e.toObject().value(QLatin1String("signal")).toString();
+        fromFixture << e.toObject().value("signal").toString();
     for (const PublishedEvents::Row* row = PublishedEvents::begin(); row != PublishedEvents::end(); ++row) {
         QVERIFY2(PublishedEvents::signalOf(*row).isValid(), row->signal);
         fromTable << QString::fromLatin1(row->signal);
@@ -175,119 +231,81 @@ void TestTelvixWebBridge::fixtureNamesEveryPublishedEventInTableOrder()
 
 void TestTelvixWebBridge::publishesEveryEventInOrder_data()
 {
-    QTest::addColumn<QString>("signal");
-    QTest::addColumn<QJsonArray>("args");
-    QTest::addColumn<QJsonValue>("record");
-    const QJsonArray events = fixture(QStringLiteral("events.json")).toArray();
-    QVERIFY(!events.isEmpty());
-    for (const QJsonValue& e : events) {
-        const QJsonObject o = e.toObject();
-        const QString signal = o.value(QLatin1String("signal")).toString();
-        QTest::newRow(qPrintable(signal))
-            << signal << o.value(QLatin1String("args")).toArray() << o.value(QLatin1String("record"));
-    }
+    addRows("events.json");
 }
 
 // Rows run in table order on one page: each event must come next, with the
 // next sequence number, named after its signal and with the whole record.
 void TestTelvixWebBridge::publishesEveryEventInOrder()
 {
-    QFETCH(QString, signal);
-    QFETCH(QJsonArray, args);
-    QFETCH(QJsonValue, record);
-
+    QFETCH(QJsonObject, row);
+    const QByteArray signal = row.value("signal").toString().toLatin1();
     const QMetaMethod method
-        = Telvix::staticMetaObject.method(Telvix::staticMetaObject.indexOfSignal(signal.toLatin1()));
+        = Telvix::staticMetaObject.method(Telvix::staticMetaObject.indexOfSignal(signal));
     const int before = m_page->events.size();
     const int seq = lastSeq(*m_page) + 1;
-    QVERIFY(emitFromJson(*m_app, method, args));
+    QVERIFY(emitFromJson(*m_app, method, row.value("args").toArray()));
     QVERIFY(m_page->waitForEvents(before + 1));
     QCOMPARE(m_page->events.size(), before + 1);
     const QJsonObject event = m_page->events.last();
-    QCOMPARE(event.value(QLatin1String("event")).toString(), QString::fromLatin1(method.name()));
-    QCOMPARE(event.value(QLatin1String("seq")).toInt(), seq);
-    QVERIFY2(contains(event.value(QLatin1String("record")), record),
-             qPrintable(compact(event.value(QLatin1String("record")))));
+    QCOMPARE(event.value("event").toString(), QString::fromLatin1(method.name()));
+    QCOMPARE(event.value("seq").toInt(), seq);
+    QVERIFY2(contains(event.value("record"), row.value("record")),
+             qPrintable(compact(event.value("record"))));
 }
 
 void TestTelvixWebBridge::commands_data()
 {
-    QTest::addColumn<QJsonValue>("send");
-    QTest::addColumn<QJsonObject>("answer");
-    QTest::addColumn<QString>("frame");
-    const QJsonArray commands = fixture(QStringLiteral("commands.json")).toArray();
-    QVERIFY(!commands.isEmpty());
-    for (const QJsonValue& c : commands) {
-        const QJsonObject o = c.toObject();
-        QTest::newRow(qPrintable(o.value(QLatin1String("name")).toString()))
-            << o.value(QLatin1String("send")) << o.value(QLatin1String("answer")).toObject()
-            << o.value(QLatin1String("frame")).toString();
-    }
+    addRows("commands.json");
 }
 
 void TestTelvixWebBridge::commands()
 {
-    QFETCH(QJsonValue, send);
-    QFETCH(QJsonObject, answer);
-    QFETCH(QString, frame);
-
+    QFETCH(QJsonObject, row);
+    const QJsonValue send = row.value("send");
+    const QJsonObject answer = row.value("answer").toObject();
+    const QString frame = row.value("frame").toString();
     const int conn = m_app->connection();
     const int framesBefore = m_app->server().receivedFrames(conn).size();
     if (send.isString())
-        m_page->sendText(send.toString());
+        m_page->socket.sendTextMessage(send.toString());
     else
         m_page->send(send.toObject());
-    const QJsonObject got = m_page->waitForAnswer(answer.value(QLatin1String("id")));
+    const QJsonObject got = m_page->waitForAnswer(answer.value("id"));
     QVERIFY2(contains(got, answer), qPrintable(compact(got)));
     if (!frame.isEmpty()) {
         QTRY_VERIFY(m_app->server().receivedFrames(conn).mid(framesBefore).join(QString()).contains(frame));
     }
-    QVERIFY(!m_page->closed);
+    QCOMPARE(m_page->closeCode, 0);
 }
 
 void TestTelvixWebBridge::securityRules_data()
 {
-    QTest::addColumn<QString>("origin");
-    QTest::addColumn<QStringList>("messages");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("reason");
-    QTest::addColumn<int>("pairingTimeout");
-    const QJsonArray rules = fixture(QStringLiteral("security.json")).toArray();
-    QVERIFY(!rules.isEmpty());
-    const QString token = m_bridge->pairingToken();
-    for (const QJsonValue& r : rules) {
-        const QJsonObject o = r.toObject();
-        QStringList messages;
-        for (const QJsonValue& m : o.value(QLatin1String("send")).toArray()) {
-            QString text = m.toString();
-            if (text == QLatin1String("$OVERSIZE")) {
-                messages << QString(int(m_bridge->maxMessageSize()) + 1, QLatin1Char('x'));
-            } else if (text.startsWith(QLatin1String("$FLOOD"))) {
-                for (int i = 0; i <= m_bridge->maxCommandsPerSecond(); ++i)
-                    messages << text.mid(6);
-            } else {
-                text.replace(QLatin1String("$TOKEN_PREFIX"), token.left(token.size() - 1));
-                messages << text.replace(QLatin1String("$TOKEN"), token);
-            }
-        }
-        QTest::newRow(qPrintable(o.value(QLatin1String("name")).toString()))
-            << o.value(QLatin1String("origin")).toString() << messages
-            << o.value(QLatin1String("code")).toInt() << o.value(QLatin1String("reason")).toString()
-            << o.value(QLatin1String("pairingTimeoutMs")).toInt(TelvixWebBridge::DefaultPairingTimeoutMs);
-    }
+    addRows("security.json");
 }
 
 // Each violation closes the page with its code and one log line naming the
 // peer and the reason; the page sees no event and the session no command.
 void TestTelvixWebBridge::securityRules()
 {
-    QFETCH(QString, origin);
-    QFETCH(QStringList, messages);
-    QFETCH(int, code);
-    QFETCH(QString, reason);
-    QFETCH(int, pairingTimeout);
-
-    m_bridge->setPairingTimeout(pairingTimeout);
+    QFETCH(QJsonObject, row);
+    const QString origin = row.value("origin").toString(), reason = row.value("reason").toString();
+    const QString token = m_bridge->pairingToken();
+    QStringList messages;
+    for (const QJsonValue& m : row.value("send").toArray()) {
+        QString text = m.toString();
+        if (text == "$OVERSIZE") {
+            messages << QString(int(m_bridge->maxMessageSize()) + 1, QLatin1Char('x'));
+        } else if (text.startsWith("$FLOOD")) {
+            for (int i = 0; i <= m_bridge->maxCommandsPerSecond(); ++i)
+                messages << text.mid(6);
+        } else {
+            text.replace("$TOKEN_PREFIX", token.left(token.size() - 1));
+            messages << text.replace("$TOKEN", token);
+        }
+    }
+    m_bridge->setPairingTimeout(
+        row.value("pairingTimeoutMs").toInt(TelvixWebBridge::DefaultPairingTimeoutMs));
     QtLogCapture log;
     QSignalSpy closedSpy(m_bridge.get(), &TelvixWebBridge::pageClosed);
     m_app->clearFrames();
@@ -295,16 +313,16 @@ void TestTelvixWebBridge::securityRules()
     WebPageClient page(origin);
     QVERIFY(page.open(m_bridge->serverPort()));
     for (const QString& m : qAsConst(messages))
-        page.sendText(m);
+        page.socket.sendTextMessage(m);
     // Events raised meanwhile must not reach the page.
     m_app->onLibraryThread([&] { Q_EMIT m_app->client()->sigGuiKeepAlive(); });
     QVERIFY(page.waitForClose());
     m_bridge->setPairingTimeout(TelvixWebBridge::DefaultPairingTimeoutMs);
-    QCOMPARE(page.closeCode, code);
+    QCOMPARE(page.closeCode, row.value("code").toInt());
     QCOMPARE(closedSpy.count(), 1);
     QCOMPARE(closedSpy.at(0).at(2).toString(), reason);
     const QString peer = closedSpy.at(0).at(0).toString();
-    QVERIFY(peer.startsWith(QLatin1String("127.0.0.1:")));
+    QVERIFY(peer.startsWith("127.0.0.1:"));
     QCOMPARE(
         log.count(QStringLiteral("Web bridge closed page %1 (origin \"%2\"): %3").arg(peer, origin, reason)),
         1);
@@ -330,7 +348,7 @@ void TestTelvixWebBridge::refusesPagesBeyondTheBound()
     QCOMPARE(extra.closeCode, 1008);
     QVERIFY(log.contains(QStringLiteral("too many connections")));
     for (const auto& page : pages)
-        QVERIFY(!page->closed);
+        QCOMPARE(page->closeCode, 0);
     pages.clear();
     QTRY_COMPARE(m_bridge->pageCount(), 1);
 }
@@ -356,10 +374,10 @@ void TestTelvixWebBridge::tenThousandCallsReachTwoPagesInOrder()
         QCOMPARE(page->events.size(), 2 * Calls);
         for (int i = 0; i < 2 * Calls; ++i) {
             const QJsonObject e = page->events.at(i);
-            QCOMPARE(e.value(QLatin1String("seq")).toInt(), i + 1);
-            QCOMPARE(e.value(QLatin1String("event")).toString(),
+            QCOMPARE(e.value("seq").toInt(), i + 1);
+            QCOMPARE(e.value("event").toString(),
                      i % 2 ? QStringLiteral("sigFinishedCall") : QStringLiteral("sigIncomingCall"));
-            QCOMPARE(e.value(QLatin1String("record")).toObject().value(QLatin1String("uid")).toString(),
+            QCOMPARE(e.value("record").toObject().value("uid").toString(),
                      QStringLiteral("load-%1").arg(i / 2));
         }
     }
@@ -409,9 +427,9 @@ void TestTelvixWebBridge::closesAPageThatStopsReading()
     }
     QCOMPARE(closedSpy.count(), 1);
     QCOMPARE(closedSpy.at(0).at(0).toString(), QStringLiteral("127.0.0.1:%1").arg(stuck.localPort()));
-    QVERIFY(closedSpy.at(0).at(2).toString().startsWith(QLatin1String("send buffer full")));
+    QVERIFY(closedSpy.at(0).at(2).toString().startsWith("send buffer full"));
     QCOMPARE(reader.events.size(), sent);
-    QCOMPARE(reader.events.last().value(QLatin1String("seq")).toInt(), sent);
+    QCOMPARE(reader.events.last().value("seq").toInt(), sent);
     QVERIFY(m_page->waitForEvents(ownBefore + sent, 10000));
     m_bridge->setMaxPendingBytes(TelvixWebBridge::DefaultMaxPendingBytes);
 }
