@@ -3,15 +3,10 @@
 // behind (a socket, a thread, memory) shows as growth across the cycles.
 //
 // TELVIX_SOAK_CYCLES sets the number of cycles (default 2000).
-#include "fakectiserver.h"
-#include "simdirectory.h"
-#include "simulator.h"
-#include "telvix.h"
+#include "reconnectfixture.h"
 
-#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdio>
@@ -28,27 +23,23 @@ namespace {
 
 struct Usage
 {
-    int fds = 0;
-    int threads = 0;
+    int fds = 0, threads = 0;
     qint64 rssKiB = 0;
 };
-
-int entries(const QString& dir)
-{
-    return QDir(dir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size();
-}
 
 Usage usage()
 {
     Usage u;
-    u.fds = entries(QStringLiteral("/proc/self/fd"));
-    u.threads = entries(QStringLiteral("/proc/self/task"));
+    const auto entries = [](const char* dir) {
+        return QDir(dir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size();
+    };
+    u.fds = entries("/proc/self/fd");
+    u.threads = entries("/proc/self/task");
     QFile status(QStringLiteral("/proc/self/status"));
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray& line : status.readAll().split('\n')) {
-            if (line.startsWith("VmRSS:"))
-                u.rssKiB = line.mid(6).trimmed().split(' ').value(0).toLongLong();
-        }
+    for (const QByteArray& line :
+         status.open(QIODevice::ReadOnly) ? status.readAll().split('\n') : QList<QByteArray>()) {
+        if (line.startsWith("VmRSS:"))
+            u.rssKiB = line.mid(6).trimmed().split(' ').value(0).toLongLong();
     }
     return u;
 }
@@ -93,18 +84,11 @@ void tst_Soak::sessionsLeaveNothingBehind()
     QVERIFY(cycles > 0);
 
     SimSettings settings;
-    settings.port = 0;
-    settings.probeIntervalMs = 0;
-    settings.certificate = FakeCtiServer::certificatePath();
-    settings.key = FakeCtiServer::keyPath();
     settings.timings.answerDelayMs = 1;
     settings.timings.callDurationMs = 600000;
-    SimDirectory directory;
-    QString error;
-    QVERIFY2(SimDirectory::load(QStringLiteral(TELVIX_PBXSIM_DIRECTORY), &directory, &error),
-             qPrintable(error));
-    PbxSimulator sim(settings, directory);
-    QVERIFY2(sim.listen(&error), qPrintable(error));
+    ReconnectFixture fixture;
+    QVERIFY(fixture.start(settings));
+    PbxSimulator& sim = fixture.sim();
 
     QTemporaryDir dataDir;
     QVERIFY(dataDir.isValid());
