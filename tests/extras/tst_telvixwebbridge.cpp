@@ -22,7 +22,7 @@
 
 namespace {
 
-const QString Origin = QStringLiteral("http://crm.test");
+const QString Origin = "http://crm.test";
 
 /// A web page on the bridge as a browser has it: a WebSocket with an Origin,
 /// keeping every JSON message it receives, events and answers apart.
@@ -185,7 +185,7 @@ void TestTelvixWebBridge::initTestCase()
     m_app = std::make_unique<LoggedInClient>(TELVIX::AppModeSrntMobile);
     QVERIFY(m_app->start());
 
-    const QJsonObject directory = fixture(QStringLiteral("directory.json")).toObject();
+    const QJsonObject directory = fixture("directory.json").toObject();
     BuddiesRespMsg extensions;
     extensions.buddies
         = JsonConvert::fromJson(directory.value("extensions"), qMetaTypeId<QList<BuddyEntry>>())
@@ -201,14 +201,13 @@ void TestTelvixWebBridge::initTestCase()
     const QJsonObject ringing = directory.value("ringing").toObject();
     QVERIFY(m_app->deliver(
         CallEvents::incoming(ringing.value("uid").toString(), ringing.value("account").toString(),
-                             ringing.value("remote").toString(), QStringLiteral("SIP/200-soft-1"),
-                             QStringLiteral("SIP/trunk-1"))));
+                             ringing.value("remote").toString(), "SIP/200-soft-1", "SIP/trunk-1")));
 
     m_bridge = std::make_unique<TelvixWebBridge>(m_app->client());
     QVERIFY(m_bridge->allowedOrigins().isEmpty());
     QCOMPARE(m_bridge->maxMessageSize(), 64 * 1024);
     QVERIFY(m_bridge->pairingToken().size() >= TelvixWebBridge::MinPairingTokenLength);
-    QVERIFY(!m_bridge->setPairingToken(QStringLiteral("short")));
+    QVERIFY(!m_bridge->setPairingToken("short"));
     m_bridge->setAllowedOrigins({Origin});
     QVERIFY(m_bridge->listen());
     QVERIFY(m_bridge->serverPort() > 0);
@@ -218,7 +217,7 @@ void TestTelvixWebBridge::initTestCase()
 
 void TestTelvixWebBridge::fixtureNamesEveryPublishedEventInTableOrder()
 {
-    const QJsonArray events = fixture(QStringLiteral("events.json")).toArray();
+    const QJsonArray events = fixture("events.json").toArray();
     QStringList fromFixture, fromTable;
     for (const QJsonValue& e : events)
         fromFixture << e.toObject().value("signal").toString();
@@ -327,7 +326,7 @@ void TestTelvixWebBridge::securityRules()
         log.count(QStringLiteral("Web bridge closed page %1 (origin \"%2\"): %3").arg(peer, origin, reason)),
         1);
     QVERIFY(page.events.isEmpty());
-    QVERIFY(m_app->framesWith(QStringLiteral("C2C")).isEmpty());
+    QVERIFY(m_app->framesWith("C2C").isEmpty());
     QVERIFY(m_app->client()->isConnected());
     // The paired page goes on as before.
     QTRY_COMPARE(lastSeq(*m_page), seq);
@@ -346,7 +345,7 @@ void TestTelvixWebBridge::refusesPagesBeyondTheBound()
     QVERIFY(extra.open(m_bridge->serverPort()));
     QVERIFY(extra.waitForClose());
     QCOMPARE(extra.closeCode, 1008);
-    QVERIFY(log.contains(QStringLiteral("too many connections")));
+    QVERIFY(log.contains("too many connections"));
     for (const auto& page : pages)
         QCOMPARE(page->closeCode, 0);
     pages.clear();
@@ -363,10 +362,8 @@ void TestTelvixWebBridge::tenThousandCallsReachTwoPagesInOrder()
     for (int i = 0; i < Calls; ++i) {
         const QString uid = QStringLiteral("load-%1").arg(i);
         const QString remote = QStringLiteral("06%1").arg(i, 8, 10, QLatin1Char('0'));
-        m_app->sendEvent(CallEvents::incoming(uid, QStringLiteral("200-soft"), remote,
-                                              QStringLiteral("SIP/a"), QStringLiteral("SIP/b")));
-        m_app->sendEvent(
-            CallEvents::finished(uid, QStringLiteral("200-soft"), QStringLiteral("SIP/a"), remote));
+        m_app->sendEvent(CallEvents::incoming(uid, "200-soft", remote, "SIP/a", "SIP/b"));
+        m_app->sendEvent(CallEvents::finished(uid, "200-soft", "SIP/a", remote));
     }
     QVERIFY(first.waitForEvents(2 * Calls, 60000));
     QVERIFY(second.waitForEvents(2 * Calls, 60000));
@@ -375,8 +372,7 @@ void TestTelvixWebBridge::tenThousandCallsReachTwoPagesInOrder()
         for (int i = 0; i < 2 * Calls; ++i) {
             const QJsonObject e = page->events.at(i);
             QCOMPARE(e.value("seq").toInt(), i + 1);
-            QCOMPARE(e.value("event").toString(),
-                     i % 2 ? QStringLiteral("sigFinishedCall") : QStringLiteral("sigIncomingCall"));
+            QCOMPARE(e.value("event").toString(), i % 2 ? "sigFinishedCall" : "sigIncomingCall");
             QCOMPARE(e.value("record").toObject().value("uid").toString(),
                      QStringLiteral("load-%1").arg(i / 2));
         }

@@ -70,7 +70,7 @@ int entryCount(const QString& dir, QDir::Filters filters = QDir::Files | QDir::H
 /// Resident memory of the process so far at its peak, in kB.
 qint64 peakResidentKb()
 {
-    QFile status(QStringLiteral("/proc/self/status"));
+    QFile status("/proc/self/status");
     if (!status.open(QIODevice::ReadOnly))
         return -1;
     for (const QByteArray& line : status.readAll().split('\n')) {
@@ -87,8 +87,8 @@ Cdr history(int first, int count, int nameLength)
         CdrEntry e;
         e.entryUid = QString::number(i);
         e.callId = QStringLiteral("call-%1").arg(i);
-        e.caller = QStringLiteral("200");
-        e.callee = QStringLiteral("300");
+        e.caller = "200";
+        e.callee = "300";
         e.callerName = QString(nameLength, QLatin1Char('n'));
         e.direction = 2;
         e.status = 8;
@@ -100,7 +100,7 @@ Cdr history(int first, int count, int nameLength)
 
 int storedRows(const QString& db)
 {
-    PersistenceSqlite store(db, QStringLiteral("200"));
+    PersistenceSqlite store(db, "200");
     return store.readCdr() ? store.cdr().size() : -1;
 }
 
@@ -119,7 +119,7 @@ int storeWriter(const QString& db, const QByteArray& fault)
         return 3; // root writes anywhere: the fault needs an ordinary user
     LogbusCapture logs;
     {
-        PersistenceSqlite store(db, QStringLiteral("200"));
+        PersistenceSqlite store(db, "200");
         std::printf("read %d\n", store.readCdr() ? int(store.cdr().size()) : -1);
         store.writeCdr(history(5000, kAddedRows, 2000));
         store.close();
@@ -151,7 +151,7 @@ void TestFaults::downloadFault_data()
     QTest::addColumn<QString>("logLine"); // empty: a hang-up is not logged
     QTest::newRow("truncated") << QString();
     QTest::newRow("one byte a second") << QString();
-    QTest::newRow("wrong checksum") << QStringLiteral("Invalid voicemail download message");
+    QTest::newRow("wrong checksum") << "Invalid voicemail download message";
 }
 
 // None gives a file or a completion; the downloader and its connection go
@@ -167,8 +167,8 @@ void TestFaults::downloadFault()
     server.setChunkInterval(1000);
     server.setResponder("DownloadVoicemailMsg", [&server, fault](int conn, const QString& frame) {
         VoicemailDownloadResMsg msg;
-        msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
-        msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
+        msg.audioFile.id = SimpleXmlParser::getTagValue(frame, "ID");
+        msg.audioFile.uuid = "uuid-" + msg.audioFile.id;
         msg.audioFile.data = QByteArray(60 + 65 * 50, 'h');
         msg.audioFile.md5
             = Utils::md5sum(fault == "wrong checksum" ? QByteArray("other") : msg.audioFile.data);
@@ -187,7 +187,7 @@ void TestFaults::downloadFault()
     QTRY_COMPARE(app.framesWith(QStringLiteral("GetAuthToken")).size(), 1);
     QVERIFY(app.deliver(authToken()));
     int conn = -1;
-    QVERIFY(!server.waitForFrame(QStringLiteral("DownloadVoicemailMsg"), 5000, &conn).isEmpty());
+    QVERIFY(!server.waitForFrame("DownloadVoicemailMsg", 5000, &conn).isEmpty());
 
     TelvixPrivate* d = TelvixPrivate::get(app.client());
     QList<QPointer<SarnetDownloader>> alive;
@@ -216,9 +216,9 @@ void TestFaults::downloadFault()
 void TestFaults::localServerFault_data()
 {
     QTest::addColumn<QString>("logLine");
-    QTest::newRow("garbage") << QStringLiteral("Unknown message received from GUI socket:");
-    QTest::newRow("a 100 MB line") << QStringLiteral("Unknown message received from GUI socket:");
-    QTest::newRow("a thousand connections") << QStringLiteral("New client connected to local socket");
+    QTest::newRow("garbage") << "Unknown message received from GUI socket:";
+    QTest::newRow("a 100 MB line") << "Unknown message received from GUI socket:";
+    QTest::newRow("a thousand connections") << "New client connected to local socket";
 }
 
 // After each, a new application still gets the library's messages, and the
@@ -286,7 +286,7 @@ void TestFaults::localServerFault()
                  qPrintable(QStringLiteral("%1 -> %2").arg(descriptorsBefore).arg(descriptors())));
     const qint64 grown = peakResidentKb() - peakBefore;
     QVERIFY2(grown < 64 * 1024, qPrintable(QStringLiteral("peak grew by %1 kB").arg(grown)));
-    const QFileInfo log(dir.path() + QStringLiteral("/clientSocketManager.log"));
+    const QFileInfo log(dir.path() + "/clientSocketManager.log");
     QVERIFY2(log.size() < 8 * 1024 * 1024, qPrintable(QString::number(log.size())));
     VERIFY_QUICK_SHUTDOWN(client.get());
 }
@@ -297,11 +297,11 @@ void TestFaults::storeFault_data()
     QTest::addColumn<int>("survivors"); // rows the next open finds
     QTest::addColumn<QString>("logLine");
     // A damaged file is set aside: the writer starts empty and what it adds is kept.
-    QTest::newRow("corrupt") << 0 << kAddedRows << QStringLiteral(" is damaged (");
-    QTest::newRow("truncated") << 0 << kAddedRows << QStringLiteral(" is damaged (");
-    QTest::newRow("read-only") << kEarlierRows << kEarlierRows << QStringLiteral("Unable to encrypt");
+    QTest::newRow("corrupt") << 0 << kAddedRows << " is damaged (";
+    QTest::newRow("truncated") << 0 << kAddedRows << " is damaged (";
+    QTest::newRow("read-only") << kEarlierRows << kEarlierRows << "Unable to encrypt";
     QTest::newRow("disk full") << kEarlierRows << kEarlierRows
-                               << QStringLiteral("Error storing entries into SQLite db... user:");
+                               << "Error storing entries into SQLite db... user:";
 }
 
 // cdr.db corrupt, truncated, read-only, or the disk full while it is written:
@@ -314,12 +314,12 @@ void TestFaults::storeFault()
     QFETCH(QString, logLine);
     const QString fault = QTest::currentDataTag();
     QTemporaryDir dir;
-    const QString home = dir.filePath(QStringLiteral("home"));
-    const QString tmp = dir.filePath(QStringLiteral("tmp"));
+    const QString home = dir.filePath("home");
+    const QString tmp = dir.filePath("tmp");
     QVERIFY(QDir().mkpath(home) && QDir().mkpath(tmp));
     qputenv("TMPDIR", tmp.toLocal8Bit());
-    const QString db = home + QStringLiteral("/cdr.db");
-    QVERIFY(PersistenceSqlite(db, QStringLiteral("200")).writeCdr(history(1, kEarlierRows, 10)));
+    const QString db = home + "/cdr.db";
+    QVERIFY(PersistenceSqlite(db, "200").writeCdr(history(1, kEarlierRows, 10)));
     QCOMPARE(storedRows(db), kEarlierRows);
 
     QFile file(db);
@@ -342,7 +342,7 @@ void TestFaults::storeFault()
 
     QProcess child;
     child.setProcessChannelMode(QProcess::MergedChannels); // the Qt log too
-    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--write"), db, fault});
+    child.start(QCoreApplication::applicationFilePath(), {"--write", db, fault});
     QVERIFY(child.waitForFinished(30000));
     const QString out = QString::fromLocal8Bit(child.readAllStandardOutput());
     QCOMPARE(child.exitStatus(), QProcess::NormalExit);
@@ -366,14 +366,14 @@ void TestFaults::chatServerKilledAndRestarted()
     if (!ProsodyServer::isInstalled())
         QSKIP("prosody is not installed");
     ProsodyServer prosody;
-    prosody.addUser(QStringLiteral("alice"), QStringLiteral("secret"));
+    prosody.addUser("alice", "secret");
     QVERIFY2(prosody.start(), qPrintable(prosody.errorString()));
 
     // At API 5.2 the chat settings come with the login answer.
-    LoggedInClient session(TELVIX::AppModeSrntPro, QStringLiteral("5.2"));
+    LoggedInClient session(TELVIX::AppModeSrntPro, "5.2");
     session.setBeforeLogin([&session, &prosody](Telvix*) {
         FakeCtiServer::LoginAnswer answer = session.server().loginAnswer();
-        answer.chatId = QStringLiteral("alice@default");
+        answer.chatId = "alice@default";
         answer.chatPort = QString::number(prosody.port());
         session.server().setLoginAnswer(answer);
     });
@@ -382,8 +382,8 @@ void TestFaults::chatServerKilledAndRestarted()
     QSignalSpy disconnected(session.client(), &Telvix::sigChatDisconnected);
     BuddiesRespMsg buddies;
     buddies.buddies = {BuddyEntry()};
-    buddies.buddies[0].exten = QStringLiteral("200");
-    buddies.buddies[0].chatId = QStringLiteral("alice@default");
+    buddies.buddies[0].exten = "200";
+    buddies.buddies[0].chatId = "alice@default";
     QVERIFY(session.deliver(buddies.generateXmlMessageBody()));
     QTRY_VERIFY_WITH_TIMEOUT(connected.count() == 1, 10000);
 
@@ -391,7 +391,7 @@ void TestFaults::chatServerKilledAndRestarted()
     QVERIFY2(prosody.killAndRestart(), qPrintable(prosody.errorString()));
     QTRY_VERIFY_WITH_TIMEOUT(!disconnected.isEmpty(), 10000);
     QVERIFY(disconnected.at(0).at(0).toString() != QLatin1String("UserRequest"));
-    QVERIFY(log.waitFor(QStringLiteral(" requesting to reconnect in 3secs...")));
+    QVERIFY(log.waitFor(" requesting to reconnect in 3secs..."));
     // Back within the fixed reconnection delay and a handshake.
     QTRY_VERIFY_WITH_TIMEOUT(connected.count() == 2, 15000);
     VERIFY_QUICK_SHUTDOWN(session.client());
@@ -411,16 +411,16 @@ void TestFaults::shutdownWithEverythingInFlight()
     QVERIFY(chat.listen(QHostAddress::LocalHost));
     // At API 5.2 the chat starts from the login answer itself.
     FakeCtiServer server, mute;
-    server.setApiVersion(QStringLiteral("5.2"));
+    server.setApiVersion("5.2");
     FakeCtiServer::LoginAnswer answer;
-    answer.chatId = QStringLiteral("alice@default");
+    answer.chatId = "alice@default";
     answer.chatPort = QString::number(chat.serverPort());
     server.setLoginAnswer(answer);
     server.setAutoLogin(true);
     server.setAutoKeepAliveAck(true);
     server.setChunkInterval(1000);
-    server.setResponder(QStringLiteral("DownloadVoicemailMsg"), [&server](int conn, const QString&) {
-        server.sendInChunks(conn, FakeCtiServer::document(QStringLiteral("<VoicemailMsg/>")), 1);
+    server.setResponder("DownloadVoicemailMsg", [&server](int conn, const QString&) {
+        server.sendInChunks(conn, FakeCtiServer::document("<VoicemailMsg/>"), 1);
         return QString();
     });
     QVERIFY(server.listen() && mute.listen());
@@ -435,12 +435,12 @@ void TestFaults::shutdownWithEverythingInFlight()
     QTRY_VERIFY_WITH_TIMEOUT(chat.hasPendingConnections(), 10000);
 
     QVERIFY(busy->downloadVoicemailMessage("7", "uuid-7", folder.path()));
-    QVERIFY(!server.waitForFrame(QStringLiteral("GetAuthToken")).isEmpty());
+    QVERIFY(!server.waitForFrame("GetAuthToken").isEmpty());
     server.send(conn, FakeCtiServer::document(authToken()));
-    QVERIFY(!server.waitForFrame(QStringLiteral("DownloadVoicemailMsg"), 5000).isEmpty());
+    QVERIFY(!server.waitForFrame("DownloadVoicemailMsg", 5000).isEmpty());
 
     QString calls;
-    const QString date = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    const QString date = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss");
     for (int i = 0; i < kCalls; ++i)
         calls += QStringLiteral(
                      "<Call><EntryUid>%1</EntryUid><Caller>200</Caller><Called>301</Called><Date>%2"
@@ -452,7 +452,7 @@ void TestFaults::shutdownWithEverythingInFlight()
 
     waiting->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
                              mute.port());
-    QVERIFY(!mute.waitForFrame(QStringLiteral("Login")).isEmpty());
+    QVERIFY(!mute.waitForFrame("Login").isEmpty());
 
     VERIFY_QUICK_SHUTDOWN(busy.get());
     VERIFY_QUICK_SHUTDOWN(waiting.get());
@@ -462,9 +462,8 @@ void TestFaults::shutdownWithEverythingInFlight()
     QCOMPARE(entryCount(tmp.path()), 0);
     // History the client acknowledged is in the store; unacknowledged history
     // the server sends again.
-    const bool acked
-        = !server.framesContaining(QStringLiteral("MsgAck")).filter(FakeCtiServer::uuidOf(history)).isEmpty();
-    PersistenceSqlite store(dataDir.filePath(QStringLiteral("cdr.db")), QStringLiteral("200"));
+    const bool acked = !server.framesContaining("MsgAck").filter(FakeCtiServer::uuidOf(history)).isEmpty();
+    PersistenceSqlite store(dataDir.filePath("cdr.db"), "200");
     QVERIFY(store.readCdr());
     QVERIFY(!acked || store.cdr().size() == kCalls);
     qunsetenv("TMPDIR");

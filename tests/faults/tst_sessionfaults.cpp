@@ -55,17 +55,16 @@ void TestSessionFaults::fault_data()
     for (const char* cut : {"reset in the TLS handshake", "close in the TLS handshake",
                             "reset inside a message", "close inside a message", "reset between messages",
                             "close between messages", "unterminated tag, then close"})
-        QTest::newRow(cut) << QStringLiteral("Unkown") << QStringLiteral("Socket disconnected");
+        QTest::newRow(cut) << "Unkown"
+                           << "Socket disconnected";
     QTest::newRow("handshake never finishes") << QString() << QString();
-    QTest::newRow("silence after login")
-        << QStringLiteral("ConnectionTimeout")
-        << QStringLiteral("Connection timed-out: no ACK received to KeepAlive message");
+    QTest::newRow("silence after login") << "ConnectionTimeout"
+                                         << "Connection timed-out: no ACK received to KeepAlive message";
     QTest::newRow("one 50 MB message") << QString() << QString();
     QTest::newRow("burst of small messages") << QString() << QString();
     QTest::newRow("invalid UTF-8 and NUL bytes") << QString() << QString();
-    QTest::newRow("redirect ping-pong") << QString() << QStringLiteral("Redirecting client to server IP");
-    QTest::newRow("login answer long after every timer")
-        << QString() << QStringLiteral("login succeded! exten:");
+    QTest::newRow("redirect ping-pong") << QString() << "Redirecting client to server IP";
+    QTest::newRow("login answer long after every timer") << QString() << "login succeded! exten:";
 }
 
 void TestSessionFaults::fault()
@@ -111,15 +110,15 @@ void TestSessionFaults::fault()
         };
     };
     if (redirects) {
-        server.setResponder(QStringLiteral("Login"), bounce(&other));
-        other.setResponder(QStringLiteral("Login"), bounce(&server));
+        server.setResponder("Login", bounce(&other));
+        other.setResponder("Login", bounce(&server));
     }
-    client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"),
-                            TELVIX::AppModeSrntPro, FakeCtiServer::host(), server.port());
+    client->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
+                            server.port());
     if (inHandshake)
         QTRY_VERIFY(!server.receivedBytes(0).isEmpty()); // the ClientHello is in
     else if (late)
-        QVERIFY(!server.waitForFrame(QStringLiteral("Login")).isEmpty());
+        QVERIFY(!server.waitForFrame("Login").isEmpty());
     else
         QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
     const int conn = server.lastConnection();
@@ -128,7 +127,7 @@ void TestSessionFaults::fault()
     const QByteArray half = message.toUtf8().left(message.size() / 2);
     int keepAlives = 0;
     connect(&server, &FakeCtiServer::frameReceived, this, [&keepAlives](int, const QString& frame) {
-        if (FakeCtiServer::hasElement(frame, QStringLiteral("KeepAlive")))
+        if (FakeCtiServer::hasElement(frame, "KeepAlive"))
             ++keepAlives;
     });
     if (fault.startsWith("reset") && !fault.contains("inside")) {
