@@ -91,6 +91,22 @@ struct Rig
     QSignalSpy waits {reconnector.get(), &TelvixReconnector::waiting};
 };
 
+/// Rows of the verdict table: given words, or failures made for real.
+void addVerdictRows(bool live)
+{
+    QTest::addColumn<QString>("reason");
+    QTest::addColumn<QString>("session");
+    QTest::addColumn<Verdict>("verdict");
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        const QStringList cols = QString::fromUtf8(line).split('\t');
+        if (cols.size() == 3 && (cols.at(1) == "live") == live)
+            QTest::addRow("%s, %s", qPrintable(cols.at(0)), qPrintable(cols.at(1)))
+                << cols.at(0) << cols.at(1) << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
+    }
+}
+
 } // namespace
 
 class tst_TelvixReconnector : public QObject
@@ -112,45 +128,28 @@ private Q_SLOTS:
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
 {
-    QTest::addColumn<QString>("reason");
-    QTest::addColumn<bool>("sessionWasUp");
-    QTest::addColumn<Verdict>("verdict");
-    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
-    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    for (const QByteArray& line : file.readAll().split('\n')) {
-        const QList<QByteArray> cols = line.split('\t');
-        if (cols.size() == 3)
-            QTest::newRow(line) << QString::fromUtf8(cols.at(0)) << (cols.at(1) == "up")
-                                << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
-    }
+    addVerdictRows(false);
 }
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable()
 {
     QFETCH(QString, reason);
-    QFETCH(bool, sessionWasUp);
+    QFETCH(QString, session);
     QFETCH(Verdict, verdict);
-    QCOMPARE(TelvixReconnector::verdictFor(reason, sessionWasUp), verdict);
+    QCOMPARE(TelvixReconnector::verdictFor(reason, session == "up"), verdict);
 }
 
 void tst_TelvixReconnector::wordsOfRealFailuresMeetTheTable_data()
 {
-    QTest::addColumn<QString>("cause");
-    QTest::addColumn<Verdict>("verdict");
-    QTest::newRow("nobody listens") << "refused" << Verdict::Retry;
-    QTest::newRow("no TLS") << "no-tls" << Verdict::Retry;
-    QTest::newRow("certificate not trusted") << "verify" << Verdict::Retry;
-    QTest::newRow("server closes the session") << "close" << Verdict::Retry;
-    QTest::newRow("server logs the user off") << "logged-off" << Verdict::Retry;
-    QTest::newRow("login refused") << "refused-login" << Verdict::GiveUp;
-    QTest::newRow("login without capabilities") << "no-capability" << Verdict::GiveUp;
+    addVerdictRows(true);
 }
 
 // The table is matched against the words the library really gives.
 void tst_TelvixReconnector::wordsOfRealFailuresMeetTheTable()
 {
-    QFETCH(QString, cause);
+    QFETCH(QString, reason);
     QFETCH(Verdict, verdict);
+    const QString cause = reason;
     QTemporaryDir dir;
     FakeCtiServer server;
     QVERIFY(server.listen());
@@ -159,33 +158,33 @@ void tst_TelvixReconnector::wordsOfRealFailuresMeetTheTable()
     client.init();
     QSignalSpy logins(&client, &Telvix::loggedToServer);
     QSignalSpy gone(&client, &Telvix::disconnectedFromServer);
-    const bool inSession = cause == "close" || cause == "logged-off";
-    quint16 port = server.port();
-    if (cause == "refused")
+    const bool inSession = cause.startsWith("server");
+    const quint16 port = server.port();
+    if (cause == "nobody listens")
         server.close();
-    else if (cause == "no-tls")
+    else if (cause == "no TLS")
         server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    else if (cause == "verify")
+    else if (cause == "certificate not trusted")
         client.ignoreSslErrors(false);
     FakeCtiServer::LoginAnswer answer = server.loginAnswer();
-    if (cause == "refused-login") {
+    if (cause == "login refused") {
         answer.exitCode = 2;
         answer.reason = "WrongPassword";
-    } else if (cause == "no-capability") {
+    } else if (cause == "login without capabilities") {
         answer.capabilities = "nothing";
     }
     server.setLoginAnswer(answer);
     client.connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, server.host(), port);
     if (inSession) {
         QVERIFY(logins.wait(10000));
-        if (cause == "close")
+        if (cause == "server closes the session")
             server.disconnectAll();
         else
             server.send(server.lastConnection(), FakeCtiServer::loggedOffDocument("ServerRestart"));
     }
     QVERIFY(gone.count() == 1 || gone.wait(10000));
-    const QString reason = gone.at(0).at(0).toString();
-    QVERIFY2(TelvixReconnector::verdictFor(reason, inSession) == verdict, qPrintable(reason));
+    const QString word = gone.at(0).at(0).toString();
+    QVERIFY2(TelvixReconnector::verdictFor(word, inSession) == verdict, qPrintable(word));
     client.shutdown();
 }
 
