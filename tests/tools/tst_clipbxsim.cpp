@@ -29,96 +29,75 @@ namespace {
 
 /// One of the tools as a child process: its output kept line by line and
 /// read as JSON where it is, its input fed line by line.
-class ToolProcess
+struct ToolProcess : QProcess
 {
-public:
-    ToolProcess(const QString& program, const QStringList& arguments, const QString& dir = {},
-                bool isJson = {})
+    ToolProcess(const QString& program, const QStringList& arguments, const QString& dir, bool isJson)
         : json(isJson)
     {
-        m_process.setProgram(program);
-        m_process.setArguments(arguments);
-        m_process.setWorkingDirectory(dir);
-        m_process.start();
+        setProgram(program);
+        setArguments(arguments);
+        setWorkingDirectory(dir);
+        start();
     }
-    ~ToolProcess()
+    ~ToolProcess() override
     {
-        m_process.kill();
-        m_process.waitForFinished(5000);
+        kill();
+        waitForFinished(5000);
     }
-    bool started() { return m_process.waitForStarted(10000); }
-    void sendLine(const QByteArray& line) { m_process.write(line + '\n'); }
-    void closeInput() { m_process.closeWriteChannel(); }
+    void sendLine(const QByteArray& line) { write(line + '\n'); }
     /// The first JSON line not taken yet that `match` accepts; empty on timeout.
     QJsonObject take(const std::function<bool(const QJsonObject&)>& match, int timeoutMs)
     {
         int found = -1;
         const auto look = [&] {
             read();
-            for (int i = 0; i < m_objects.size() && found < 0; ++i) {
-                if (!m_taken.contains(i) && match(m_objects.at(i)))
+            for (int i = 0; i < objects.size() && found < 0; ++i) {
+                if (!taken.contains(i) && match(objects.at(i)))
                     found = i;
             }
             return found >= 0;
         };
         if (!QTest::qWaitFor(look, timeoutMs))
             return {};
-        m_taken.insert(found);
-        return m_objects.at(found);
+        taken.insert(found);
+        return objects.at(found);
     }
     QString waitForLine(const QString& text, int timeoutMs)
     {
         QString hit;
-        (void)QTest::qWaitFor(
-            [&] {
-                read();
-                hit = lines.filter(text).value(0);
-                return !hit.isEmpty();
-            },
-            timeoutMs);
+        (void)QTest::qWaitFor([&] { return read(), !(hit = lines.filter(text).value(0)).isEmpty(); },
+                              timeoutMs);
         return hit;
     }
     bool waitForExit(int timeoutMs)
     {
-        const bool done = m_process.state() == QProcess::NotRunning || m_process.waitForFinished(timeoutMs);
+        const bool done = state() == QProcess::NotRunning || waitForFinished(timeoutMs);
         read();
         return done;
     }
-    int exitCode() const { return m_process.exitCode(); }
-    QString errorOutput() { return QString::fromLocal8Bit(m_process.readAllStandardError()); }
-
-    const bool json;
-    QStringList lines;
-    /// Output lines that are not JSON objects.
-    QStringList nonJson;
-
-private:
     void read()
     {
-        m_pending += m_process.readAllStandardOutput();
-        for (int newline; (newline = m_pending.indexOf('\n')) >= 0; m_pending.remove(0, newline + 1)) {
-            const QByteArray line = m_pending.left(newline);
-            lines.append(QString::fromUtf8(line));
-            const QJsonDocument doc = QJsonDocument::fromJson(line);
+        pending += readAllStandardOutput();
+        for (int newline; (newline = pending.indexOf('\n')) >= 0; pending.remove(0, newline + 1)) {
+            lines.append(QString::fromUtf8(pending.left(newline)));
+            const QJsonDocument doc = QJsonDocument::fromJson(pending.left(newline));
             if (doc.isObject())
-                m_objects.append(doc.object());
+                objects.append(doc.object());
             else
-                nonJson.append(lines.last());
+                nonJson.append(lines.last()); // a --json client prints none of these
         }
     }
 
-    QProcess m_process;
-    QByteArray m_pending;
-    QList<QJsonObject> m_objects;
-    QSet<int> m_taken;
+    const bool json;
+    QStringList lines, nonJson;
+    QByteArray pending;
+    QList<QJsonObject> objects;
+    QSet<int> taken;
 };
 
 QStringList strings(const QJsonValue& list)
 {
-    QStringList result;
-    for (const QJsonValue& v : list.toArray())
-        result << v.toString();
-    return result;
+    return list.toVariant().toStringList();
 }
 
 QString compact(const QJsonValue& v)
@@ -280,7 +259,8 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         m_sim.reset(
             new ToolProcess(QStringLiteral(TELVIX_PBXSIM),
                             QStringList {"--port", "0", "--answer-delay", "300", "--probe-interval", "0"}
-                                + strings(s.value("sim"))));
+                                + strings(s.value("sim")),
+                            {}, false));
         const QString line = m_sim->waitForLine("listening on 127.0.0.1:", 10000);
         const QRegularExpressionMatch m = QRegularExpression("127\\.0\\.0\\.1:(\\d+)").match(line);
         QVERIFY2(m.hasMatch(), qPrintable(where));
@@ -314,7 +294,7 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         auto& process = m_clis[name];
         process.reset(
             new ToolProcess(QStringLiteral(TELVIX_CLI), args, s.value("cwd").toString(), !s.contains("raw")));
-        QVERIFY2(process->started(), qPrintable(where));
+        QVERIFY2(process->waitForStarted(10000), qPrintable(where));
     } else if (s.contains("send")) {
         const QJsonObject command {{"call", s.value("send")},
                                    {"args", s.value("args").toArray()},
@@ -323,7 +303,7 @@ void tst_CliPbxSim::step(const QJsonObject& s)
     } else if (s.contains("line")) {
         cli(s).sendLine(s.value("line").toString().toUtf8());
     } else if (s.contains("close")) {
-        cli(s).closeInput();
+        cli(s).closeWriteChannel();
     } else if (s.contains("answer") || s.contains("signal") || s.contains("take")) {
         const QJsonValue pattern = s.contains("take") ? s.value("take") : s.value("is");
         const QJsonObject got = cli(s).take(
@@ -356,7 +336,9 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         QCOMPARE(cli(s).exitCode(), s.value("exit").toInt());
         QVERIFY2(!cli(s).json || cli(s).nonJson.isEmpty(), qPrintable(cli(s).nonJson.join('\n')));
     } else if (s.contains("stderr")) {
-        QVERIFY2(cli(s).errorOutput().startsWith(s.value("stderr").toString()), qPrintable(where));
+        QVERIFY2(
+            QString::fromLocal8Bit(cli(s).readAllStandardError()).startsWith(s.value("stderr").toString()),
+            qPrintable(where));
     } else if (s.contains("simLine")) {
         const QString line = m_sim->waitForLine(s.value("simLine").toString(), timeout);
         const QRegularExpressionMatch m = QRegularExpression(s.value("regex").toString()).match(line);
