@@ -20,15 +20,13 @@ void TestTelephoneUri::toDialString_data()
 
     QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/telephoneuri.tsv"));
     QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    int line = 0;
-    while (!file.atEnd()) {
-        const QString text = QString::fromUtf8(file.readLine()).remove(QLatin1Char('\n'));
-        ++line;
-        if (text.isEmpty() || text.startsWith(QLatin1Char('#')))
+    const QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
+    for (int line = 1; line <= lines.size(); ++line) {
+        const QStringList cols = lines.at(line - 1).split('\t');
+        if (cols.at(0).isEmpty() || cols.at(0).startsWith('#'))
             continue;
-        const QStringList cols = text.split(QLatin1Char('\t'));
         QVERIFY2(cols.size() == 2, qPrintable(QStringLiteral("line %1").arg(line)));
-        const bool refused = cols.at(1).startsWith(QLatin1Char('!'));
+        const bool refused = cols.at(1).startsWith('!');
         QTest::addRow("%d: %s", line, qPrintable(cols.at(0)))
             << cols.at(0) << (refused ? QString() : cols.at(1)) << (refused ? cols.at(1).mid(1) : QString());
     }
