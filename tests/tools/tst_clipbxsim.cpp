@@ -3,6 +3,7 @@
 // (the README there lists the steps and the patterns).
 #include "fakectiserver.h"
 #include "prosodyserver.h"
+#include "toolprocess.h"
 #include "wavefileparser.h"
 
 #include <QCryptographicHash>
@@ -26,74 +27,6 @@
 #include <memory>
 
 namespace {
-
-/// One of the tools as a child process: its output kept line by line and
-/// read as JSON where it is, its input fed line by line.
-struct ToolProcess : QProcess
-{
-    ToolProcess(const QString& program, const QStringList& arguments, const QString& dir, bool isJson)
-        : json(isJson)
-    {
-        setProgram(program);
-        setArguments(arguments);
-        setWorkingDirectory(dir);
-        start();
-    }
-    ~ToolProcess() override
-    {
-        kill();
-        waitForFinished(5000);
-    }
-    void sendLine(const QByteArray& line) { write(line + '\n'); }
-    /// The first JSON line not taken yet that `match` accepts; empty on timeout.
-    QJsonObject take(const std::function<bool(const QJsonObject&)>& match, int timeoutMs)
-    {
-        int found = -1;
-        const auto look = [&] {
-            read();
-            for (int i = 0; i < objects.size() && found < 0; ++i) {
-                if (!taken.contains(i) && match(objects.at(i)))
-                    found = i;
-            }
-            return found >= 0;
-        };
-        if (!QTest::qWaitFor(look, timeoutMs))
-            return {};
-        taken.insert(found);
-        return objects.at(found);
-    }
-    QString waitForLine(const QString& text, int timeoutMs)
-    {
-        QString hit;
-        (void)QTest::qWaitFor([&] { return read(), !(hit = lines.filter(text).value(0)).isEmpty(); },
-                              timeoutMs);
-        return hit;
-    }
-    bool waitForExit(int timeoutMs)
-    {
-        const bool done = state() == QProcess::NotRunning || waitForFinished(timeoutMs);
-        read();
-        return done;
-    }
-    void read()
-    {
-        pending += readAllStandardOutput();
-        for (int newline; (newline = pending.indexOf('\n')) >= 0; pending.remove(0, newline + 1)) {
-            lines.append(QString::fromUtf8(pending.left(newline)));
-            const QJsonDocument doc = QJsonDocument::fromJson(pending.left(newline));
-            if (doc.isObject())
-                objects.append(doc.object());
-            else
-                nonJson.append(lines.last()); // a --json client prints none of these
-        }
-    }
-
-    const bool json;
-    QStringList lines, nonJson;
-    QByteArray pending;
-    QList<QJsonObject> objects;
-    QSet<int> taken;
-};
 
 QStringList strings(const QJsonValue& list)
 {
@@ -259,8 +192,8 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         m_sim.reset(
             new ToolProcess(QStringLiteral(TELVIX_PBXSIM),
                             QStringList {"--port", "0", "--answer-delay", "300", "--probe-interval", "0"}
-                                + strings(s.value("sim")),
-                            {}, false));
+                                + strings(s.value("sim"))));
+        QVERIFY(m_sim->start());
         const QString line = m_sim->waitForLine("listening on 127.0.0.1:", 10000);
         const QRegularExpressionMatch m = QRegularExpression("127\\.0\\.0\\.1:(\\d+)").match(line);
         QVERIFY2(m.hasMatch(), qPrintable(where));
@@ -294,7 +227,7 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         auto& process = m_clis[name];
         process.reset(
             new ToolProcess(QStringLiteral(TELVIX_CLI), args, s.value("cwd").toString(), !s.contains("raw")));
-        QVERIFY2(process->waitForStarted(10000), qPrintable(where));
+        QVERIFY2(process->start(), qPrintable(where));
     } else if (s.contains("send")) {
         const QJsonObject command {{"call", s.value("send")},
                                    {"args", s.value("args").toArray()},
@@ -336,9 +269,7 @@ void tst_CliPbxSim::step(const QJsonObject& s)
         QCOMPARE(cli(s).exitCode(), s.value("exit").toInt());
         QVERIFY2(!cli(s).json || cli(s).nonJson.isEmpty(), qPrintable(cli(s).nonJson.join('\n')));
     } else if (s.contains("stderr")) {
-        QVERIFY2(
-            QString::fromLocal8Bit(cli(s).readAllStandardError()).startsWith(s.value("stderr").toString()),
-            qPrintable(where));
+        QVERIFY2(cli(s).errorOutput().startsWith(s.value("stderr").toString()), qPrintable(where));
     } else if (s.contains("simLine")) {
         const QString line = m_sim->waitForLine(s.value("simLine").toString(), timeout);
         const QRegularExpressionMatch m = QRegularExpression(s.value("regex").toString()).match(line);
