@@ -6,6 +6,7 @@
 #include "telvixreconnector.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -120,10 +121,8 @@ private Q_SLOTS:
     void wordsOfRealFailuresMeetTheTable();
     void backOffDoublesUpToTheCapWithFullJitter_data();
     void backOffDoublesUpToTheCapWithFullJitter();
-    void aStableSessionStartsTheCountAgain();
-    void aHangingAttemptIsDroppedAndCountsAsFailed();
-    void givesUpWhenTheAttemptsRunOut();
-    void requestsAreAskedAgainAfterEachLogin();
+    void scenario_data();
+    void scenario();
 };
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
@@ -242,119 +241,88 @@ void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter()
     QVERIFY(schedules[0] != schedules[2]);
 }
 
-void tst_TelvixReconnector::aStableSessionStartsTheCountAgain()
+void tst_TelvixReconnector::scenario_data()
 {
-    Rig rig(42);
+    QTest::addColumn<QStringList>("steps");
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnector.scenarios"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    const QStringList lines
+        = QString::fromUtf8(file.readAll()).split('\n').filter(QRegularExpression("^[^#]"));
+    for (const QString& scenario : lines.join('\n').split("== ", Qt::SkipEmptyParts)) {
+        const QStringList steps = scenario.split('\n', Qt::SkipEmptyParts);
+        QTest::newRow(qPrintable(steps.at(0))) << QStringList(steps.mid(1));
+    }
+}
+
+// Plays one scenario of tests/fixtures/extras/reconnector.scenarios (the
+// steps are listed at its top).
+void tst_TelvixReconnector::scenario()
+{
+    QFETCH(QStringList, steps);
+    Rig rig(0);
     QSignalSpy back(rig.reconnector.get(), &TelvixReconnector::reconnected);
-    QVERIFY(rig.connect());
-    QVERIFY(rig.logins.wait(10000));
-
-    // Three attempts fail, the fourth gets through.
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    const qint64 droppedAt = rig.clock.now;
-    rig.server.disconnectAll();
-    for (int n = 1; n <= 3; ++n) {
-        QCOMPARE(rig.nextWait().first, n);
-        if (n == 3) {
-            rig.server.setTlsMode(FakeCtiServer::TlsMode::Normal);
-            Rig::letLoginGuardPass();
-        }
-        rig.clock.elapse();
-    }
-    QVERIFY(back.wait(10000));
-    QCOMPARE(back.at(0).at(0).toLongLong(), rig.clock.now - droppedAt);
-    QVERIFY(!rig.clock.pending());
-
-    // A session that ends at once goes on counting.
-    rig.server.disconnectAll();
-    const QPair<int, int> fourth = rig.nextWait();
-    QCOMPARE(fourth.first, 4);
-    QVERIFY(fourth.second >= rig.reconnector->settings().minGapMs);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(back.wait(10000));
-
-    // One that stayed up long enough starts again within the first second.
-    rig.clock.now += rig.reconnector->settings().stableSessionMs;
-    rig.server.disconnectAll();
-    const QPair<int, int> wait = rig.nextWait();
-    QCOMPARE(wait.first, 1);
-    QVERIFY(wait.second <= 1000);
-}
-
-void tst_TelvixReconnector::aHangingAttemptIsDroppedAndCountsAsFailed()
-{
-    Rig rig(3);
     QSignalSpy gaveUp(rig.reconnector.get(), &TelvixReconnector::gaveUp);
-    QVERIFY(rig.connect());
-    QVERIFY(rig.logins.wait(10000));
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::SilentHandshake);
-    rig.server.disconnectAll();
-    QCOMPARE(rig.nextWait().first, 1);
-    rig.clock.elapse();
-    QTRY_COMPARE(rig.server.connectionCount(), 2);
-    // The attempt hangs: the next timer is its time limit.
-    QCOMPARE(rig.clock.pendingMs, rig.reconnector->settings().attemptTimeoutMs);
-    rig.clock.elapse();
-    QCOMPARE(rig.nextWait().first, 2);
-    QTRY_COMPARE(rig.server.openConnectionCount(), 0);
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::Normal);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(rig.logins.wait(10000));
-    QCOMPARE(rig.server.connectionCount(), 3);
-    QVERIFY(gaveUp.isEmpty());
-}
-
-void tst_TelvixReconnector::givesUpWhenTheAttemptsRunOut()
-{
     TelvixReconnector::Settings settings;
-    settings.maxAttempts = 2;
-    Rig rig(9, settings);
-    QSignalSpy gaveUp(rig.reconnector.get(), &TelvixReconnector::gaveUp);
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    QVERIFY(rig.connect());
-    for (int n = 1; n <= 2; ++n) {
-        QCOMPARE(rig.nextWait().first, n);
-        rig.clock.elapse();
+    const QMap<QString, std::function<void(Telvix*)>> calls {
+        {"getExtenStatus", [](Telvix* t) { t->getExtenStatus(); }},
+        {"getExtenList", [](Telvix* t) { t->getExtenList(); }},
+        {"getMailboxStatus", [](Telvix* t) { t->getMailboxStatus(); }},
+        {"getVoicemail", [](Telvix* t) { t->getVoicemail(TELVIX::VmMsgFlagNew); }}};
+    const QMap<QString, FakeCtiServer::TlsMode> tls {{"normal", FakeCtiServer::TlsMode::Normal},
+                                                     {"refuse", FakeCtiServer::TlsMode::RefuseTls},
+                                                     {"silent", FakeCtiServer::TlsMode::SilentHandshake}};
+    qint64 droppedAt = -1;
+    QStringList w; // the words of the step being played
+    const auto n = [&w](int i) { return w.value(i).toInt(); };
+    using Step = std::function<void()>;
+    const QMap<QString, Step> play {
+        {"seed", [&] { rig.reconnector->setSeed(n(1)); }},
+        {"maxAttempts", [&] { settings.maxAttempts = n(1), rig.reconnector->setSettings(settings); }},
+        {"connect", [&] { QVERIFY(rig.connect()); }},
+        {"login", [&] { QVERIFY(rig.logins.wait(10000)); }},
+        {"back", [&] { QVERIFY(back.wait(10000)); }},
+        {"downtime", [&] { QCOMPARE(back.last().at(0).toLongLong(), rig.clock.now - droppedAt); }},
+        {"tls", [&] { rig.server.setTlsMode(tls.value(w.value(1))); }},
+        {"drop", [&] { droppedAt = droppedAt < 0 ? rig.clock.now : droppedAt, rig.server.disconnectAll(); }},
+        {"wait",
+         [&] {
+             const QPair<int, int> wait = rig.nextWait();
+             QCOMPARE(wait.first, n(1));
+             const int min = w.value(2) == "minGap" ? settings.minGapMs : w.value(2) == "min" ? n(3) : 0;
+             QVERIFY2(wait.second >= min && (w.value(2) != "max" || wait.second <= n(3)),
+                      qPrintable(w.join(' ')));
+         }},
+        {"elapse", [&] { rig.clock.elapse(); }},
+        {"stable", [&] { rig.clock.now += settings.stableSessionMs; }},
+        {"guard", [&] { Rig::letLoginGuardPass(); }},
+        {"idle", [&] { QVERIFY(!rig.clock.pending()); }},
+        {"attemptTimer", [&] { QCOMPARE(rig.clock.pendingMs, settings.attemptTimeoutMs); }},
+        {"connections", [&] { QTRY_COMPARE(rig.server.connectionCount(), n(1)); }},
+        {"open", [&] { QTRY_COMPARE(rig.server.openConnectionCount(), n(1)); }},
+        {"gaveUp",
+         [&] {
+             QVERIFY(gaveUp.wait(10000));
+             QVERIFY(TelvixReconnector::verdictFor(gaveUp.at(0).at(0).toString(), false) == Verdict::Retry);
+         }},
+        {"notGivenUp", [&] { QVERIFY(gaveUp.isEmpty()); }},
+        {"noWaits", [&] { QVERIFY(rig.waits.isEmpty()); }},
+        {"request", [&] { rig.reconnector->request(w.value(1), calls.value(w.value(2))); }},
+        {"remember", [&] { rig.reconnector->remember(w.value(1), calls.value(w.value(2))); }},
+        {"forget", [&] { rig.reconnector->forget(w.value(1)); }},
+        {"call", [&] { calls.value(w.value(1))(&rig.client); }},
+        {"keys", [&] { QCOMPARE(rig.reconnector->requestKeys(), w.mid(1)); }},
+        {"clearFrames", [&] { rig.server.clearFrames(); }},
+        {"frame",
+         [&] { QVERIFY2(!rig.server.waitForFrame(w.value(1), 10000).isEmpty(), qPrintable(w.value(1))); }},
+        {"frames", [&] { QCOMPARE(rig.server.framesContaining(w.value(1)).size(), n(2)); }},
+        {"noFrame", [&] { QCOMPARE(rig.server.framesContaining(w.value(1)).size(), 0); }}};
+    for (const QString& step : qAsConst(steps)) {
+        w = step.split(' ');
+        QVERIFY2(play.contains(w.at(0)), qPrintable("unknown step " + step));
+        play.value(w.at(0))();
+        if (QTest::currentTestFailed())
+            return;
     }
-    QVERIFY(gaveUp.wait(10000));
-    QVERIFY(TelvixReconnector::verdictFor(gaveUp.at(0).at(0).toString(), false) == Verdict::Retry);
-    QVERIFY(!rig.clock.pending());
-    QCOMPARE(rig.server.connectionCount(), 3);
-    QVERIFY(rig.waits.isEmpty());
-}
-
-void tst_TelvixReconnector::requestsAreAskedAgainAfterEachLogin()
-{
-    Rig rig(5);
-    // Asked before the first login: sent at the login.
-    rig.reconnector->request("status", [](Telvix* t) { t->getExtenStatus(); });
-    QVERIFY(rig.connect());
-    QVERIFY(!rig.server.waitForFrame("GetExtenStatus", 10000).isEmpty());
-    // Asked while logged in: sent at once.
-    rig.reconnector->request("list", [](Telvix* t) { t->getExtenList(); });
-    QVERIFY(!rig.server.waitForFrame("GetExtenList", 10000).isEmpty());
-    // What the application asked itself is only remembered.
-    rig.client.getVoicemail(TELVIX::VmMsgFlagNew);
-    QVERIFY(!rig.server.waitForFrame("GetVoicemailMsgList", 10000).isEmpty());
-    rig.reconnector->remember("voicemail", [](Telvix* t) { t->getVoicemail(TELVIX::VmMsgFlagNew); });
-    rig.reconnector->request("mailbox", [](Telvix* t) { t->getMailboxStatus(); });
-    QVERIFY(!rig.server.waitForFrame("GetMailboxStatus", 10000).isEmpty());
-    rig.reconnector->forget("mailbox");
-    QCOMPARE(rig.reconnector->requestKeys(), QStringList({"status", "list", "voicemail"}));
-    rig.server.clearFrames();
-
-    rig.server.disconnectAll();
-    QCOMPARE(rig.nextWait().first, 1);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(rig.logins.wait(10000));
-    for (const char* element : {"GetExtenStatus", "GetExtenList", "GetVoicemailMsgList"})
-        QVERIFY2(!rig.server.waitForFrame(element, 10000).isEmpty(), element);
-    QVERIFY(rig.server.framesContaining("GetMailboxStatus").isEmpty());
-    // Each once: nothing of the lost session is sent twice.
-    QCOMPARE(rig.server.framesContaining("GetVoicemailMsgList").size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_TelvixReconnector)
