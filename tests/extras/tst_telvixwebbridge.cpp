@@ -8,6 +8,7 @@
 #include "phonebookmessages.h"
 #include "publishedevents_p.h"
 #include "qtlogcapture.h"
+#include "telephoneuri.h"
 #include "telvixwebbridge.h"
 
 #include <QFile>
@@ -118,19 +119,17 @@ void addRows(const QString& name)
 // Emits `signal` of Telvix with arguments read from JSON, on its thread.
 bool emitFromJson(LoggedInClient& app, const QMetaMethod& signal, const QJsonArray& args)
 {
-    QVector<QVariant> values;
-    for (int i = 0; i < signal.parameterCount(); ++i) {
-        int type = signal.parameterType(i);
-        if (type == QMetaType::UnknownType)
-            type = QMetaType::type(signal.parameterTypes().at(i).constData());
-        QString why;
-        values.append(JsonConvert::fromJson(args.at(i), type, &why));
-        if (!values.last().isValid())
+    QVector<QVariant> values(signal.parameterCount());
+    QVector<QGenericArgument> a(10);
+    for (int i = 0; i < values.size(); ++i) {
+        const int type = signal.parameterType(i);
+        values[i] = JsonConvert::fromJson(
+            args.at(i),
+            type != QMetaType::UnknownType ? type : QMetaType::type(signal.parameterTypes().at(i)));
+        a[i] = QGenericArgument(values.at(i).typeName(), values.at(i).constData());
+        if (!values.at(i).isValid())
             return false;
     }
-    QVector<QGenericArgument> a(10);
-    for (int i = 0; i < values.size(); ++i)
-        a[i] = QGenericArgument(values.at(i).typeName(), values.at(i).constData());
     bool invoked = false;
     app.onLibraryThread([&] {
         invoked = signal.invoke(app.client(), Qt::DirectConnection, a[0], a[1], a[2], a[3], a[4], a[5], a[6],
@@ -146,6 +145,8 @@ class TestTelvixWebBridge : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void dialStringOfAUri_data();
+    void dialStringOfAUri();
     void initTestCase();
     void publishesEveryEventInOrder_data();
     void publishesEveryEventInOrder();
@@ -162,6 +163,38 @@ private:
     std::unique_ptr<TelvixWebBridge> m_bridge;
     std::unique_ptr<WebPageClient> m_page;
 };
+
+// What a page's "dial" turns into (tests/fixtures/telephoneuri.tsv: the link
+// and the dial string, or "!" and the words of the refusal).
+void TestTelvixWebBridge::dialStringOfAUri_data()
+{
+    QTest::addColumn<QString>("uri");
+    QTest::addColumn<QString>("dial");
+    QTest::addColumn<QString>("error");
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/telephoneuri.tsv"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    const QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
+    for (int line = 1; line <= lines.size(); ++line) {
+        const QStringList cols = lines.at(line - 1).split('\t');
+        if (cols.at(0).isEmpty() || cols.at(0).startsWith('#'))
+            continue;
+        QVERIFY2(cols.size() == 2, qPrintable(QStringLiteral("line %1").arg(line)));
+        const bool refused = cols.at(1).startsWith('!');
+        QTest::addRow("%d: %s", line, qPrintable(cols.at(0)))
+            << cols.at(0) << (refused ? QString() : cols.at(1)) << (refused ? cols.at(1).mid(1) : QString());
+    }
+}
+
+void TestTelvixWebBridge::dialStringOfAUri()
+{
+    QFETCH(QString, uri);
+    QFETCH(QString, dial);
+    QFETCH(QString, error);
+    QString reason = QStringLiteral("stale");
+    QCOMPARE(TelephoneUri::toDialString(uri, &reason), dial);
+    QVERIFY2(error.isEmpty() ? reason.isEmpty() : reason.contains(error), qPrintable(reason));
+    QCOMPARE(TelephoneUri::toDialString(uri), dial);
+}
 
 void TestTelvixWebBridge::initTestCase()
 {
