@@ -457,8 +457,7 @@ void TestFaults::storeFault()
     QFETCH(QString, logLine);
     const QString fault = QTest::currentDataTag();
     QTemporaryDir dir;
-    const QString home = dir.filePath("home");
-    const QString tmp = dir.filePath("tmp");
+    const QString home = dir.filePath("home"), tmp = dir.filePath("tmp");
     QVERIFY(QDir().mkpath(home) && QDir().mkpath(tmp));
     qputenv("TMPDIR", tmp.toLocal8Bit());
     const QString db = home + "/cdr.db";
@@ -474,12 +473,11 @@ void TestFaults::storeFault()
     } else if (fault == "truncated") {
         QVERIFY(file.resize(size / 3));
     } else if (fault == "read-only") {
-        // An ordinary user may pass through, read, and write the working copy only.
-        QFile::setPermissions(dir.path(),
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther
-                                  | QFile::ExeOther);
-        QFile::setPermissions(home, QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther);
-        QFile::setPermissions(db, QFile::ReadOwner | QFile::ReadOther);
+        // An ordinary user may pass through, read, and write the working copy
+        // only (Qt's masks: owner, user, group, other in hex digits).
+        QFile::setPermissions(dir.path(), QFile::Permissions(0x7005));
+        QFile::setPermissions(home, QFile::Permissions(0x5005));
+        QFile::setPermissions(db, QFile::Permissions(0x4004));
         QFile::setPermissions(tmp, QFile::Permissions(0x7777));
     }
 
@@ -493,8 +491,8 @@ void TestFaults::storeFault()
     QVERIFY2(out.contains(QStringLiteral("read %1\n").arg(readByWriter)), qPrintable(out.left(2000)));
     QVERIFY2(out.contains(logLine), qPrintable(out.left(4000)));
 
-    QFile::setPermissions(home, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QFile::setPermissions(db, QFile::ReadOwner | QFile::WriteOwner);
+    QFile::setPermissions(home, QFile::Permissions(0x7000));
+    QFile::setPermissions(db, QFile::Permissions(0x6000));
     QCOMPARE(storedRows(db), survivors);
     // No plain copy of the history is left behind in the clear.
     QCOMPARE(entryCount(tmp), 0);
