@@ -5,8 +5,9 @@
 #include "telvix.h"
 #include "telvixreconnector.h"
 
+#include <QFile>
+#include <QRegularExpression>
 #include <QSignalSpy>
-#include <QSslError>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -100,106 +101,33 @@ class tst_TelvixReconnector : public QObject
 private Q_SLOTS:
     void verdictFollowsTheReasonTable_data();
     void verdictFollowsTheReasonTable();
-    void wordsOfRealFailuresMeetTheTable_data();
-    void wordsOfRealFailuresMeetTheTable();
     void backOffDoublesUpToTheCapWithFullJitter_data();
     void backOffDoublesUpToTheCapWithFullJitter();
-    void aStableSessionStartsTheCountAgain();
-    void aHangingAttemptIsDroppedAndCountsAsFailed();
-    void givesUpWhenTheAttemptsRunOut();
-    void requestsAreAskedAgainAfterEachLogin();
+    void scenario_data();
+    void scenario();
 };
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
 {
     QTest::addColumn<QString>("reason");
-    QTest::addColumn<bool>("sessionWasUp");
+    QTest::addColumn<QString>("session");
     QTest::addColumn<Verdict>("verdict");
-    const Verdict retry = Verdict::Retry;
-    const Verdict giveUp = Verdict::GiveUp;
-    QTest::newRow("server closed") << "Unkown" << true << retry;
-    QTest::newRow("server closed during login") << "Unkown" << false << retry;
-    QTest::newRow("network lost") << "NetworkError" << true << retry;
-    QTest::newRow("keep-alive timed out") << "ConnectionTimeout" << true << retry;
-    QTest::newRow("connection refused") << "Connection refused" << false << retry;
-    QTest::newRow("connect timed out") << "Connection timed out" << false << retry;
-    QTest::newRow("host not found") << "Host not found" << false << retry;
-    QTest::newRow("TLS handshake")
-        << "Error during SSL handshake: error:0A00010B:SSL routines::wrong version number" << false << retry;
-    QTest::newRow("certificate") << QSslError(QSslError::SelfSignedCertificate).errorString() << false
-                                 << retry;
-    QTest::newRow("logged off by a restart") << "ServerRestart" << true << retry;
-    QTest::newRow("own logout") << "UserRequest" << true << giveUp;
-    QTest::newRow("own logout during login") << "UserRequest" << false << giveUp;
-    QTest::newRow("no capability") << "NoCapability" << false << giveUp;
-    QTest::newRow("no extension") << "EmptyExten" << false << giveUp;
-    QTest::newRow("redirect loop") << "WrongConfig" << true << giveUp;
-    QTest::newRow("wrong password") << "WrongPassword" << false << giveUp;
-    QTest::newRow("unknown user") << "UnknownUser" << false << giveUp;
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    for (const QString& line :
+         QString::fromUtf8(file.readAll()).split('\n').filter(QRegularExpression("^[^#]"))) {
+        const QStringList cols = line.split('\t');
+        QTest::addRow("%s, %s", qPrintable(cols.at(0)), qPrintable(cols.at(1)))
+            << cols.at(0) << cols.at(1) << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
+    }
 }
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable()
 {
     QFETCH(QString, reason);
-    QFETCH(bool, sessionWasUp);
+    QFETCH(QString, session);
     QFETCH(Verdict, verdict);
-    QCOMPARE(TelvixReconnector::verdictFor(reason, sessionWasUp), verdict);
-}
-
-void tst_TelvixReconnector::wordsOfRealFailuresMeetTheTable_data()
-{
-    QTest::addColumn<QString>("cause");
-    QTest::addColumn<Verdict>("verdict");
-    QTest::newRow("nobody listens") << "refused" << Verdict::Retry;
-    QTest::newRow("no TLS") << "no-tls" << Verdict::Retry;
-    QTest::newRow("certificate not trusted") << "verify" << Verdict::Retry;
-    QTest::newRow("server closes the session") << "close" << Verdict::Retry;
-    QTest::newRow("server logs the user off") << "logged-off" << Verdict::Retry;
-    QTest::newRow("login refused") << "refused-login" << Verdict::GiveUp;
-    QTest::newRow("login without capabilities") << "no-capability" << Verdict::GiveUp;
-}
-
-// The table is matched against the words the library really gives.
-void tst_TelvixReconnector::wordsOfRealFailuresMeetTheTable()
-{
-    QFETCH(QString, cause);
-    QFETCH(Verdict, verdict);
-    QTemporaryDir dir;
-    FakeCtiServer server;
-    QVERIFY(server.listen());
-    server.setAutoLogin(true);
-    Telvix client("Linux", "6.1", "tst", "1.0", "device", dir.path());
-    client.init();
-    QSignalSpy logins(&client, &Telvix::loggedToServer);
-    QSignalSpy gone(&client, &Telvix::disconnectedFromServer);
-    const bool inSession = cause == "close" || cause == "logged-off";
-    quint16 port = server.port();
-    if (cause == "refused")
-        server.close();
-    else if (cause == "no-tls")
-        server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    else if (cause == "verify")
-        client.ignoreSslErrors(false);
-    FakeCtiServer::LoginAnswer answer = server.loginAnswer();
-    if (cause == "refused-login") {
-        answer.exitCode = 2;
-        answer.reason = "WrongPassword";
-    } else if (cause == "no-capability") {
-        answer.capabilities = "nothing";
-    }
-    server.setLoginAnswer(answer);
-    client.connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, server.host(), port);
-    if (inSession) {
-        QVERIFY(logins.wait(10000));
-        if (cause == "close")
-            server.disconnectAll();
-        else
-            server.send(server.lastConnection(), FakeCtiServer::loggedOffDocument("ServerRestart"));
-    }
-    QVERIFY(gone.count() == 1 || gone.wait(10000));
-    const QString reason = gone.at(0).at(0).toString();
-    QVERIFY2(TelvixReconnector::verdictFor(reason, inSession) == verdict, qPrintable(reason));
-    client.shutdown();
+    QCOMPARE(TelvixReconnector::verdictFor(reason, session == "up"), verdict);
 }
 
 void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter_data()
@@ -256,119 +184,110 @@ void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter()
     QVERIFY(schedules[0] != schedules[2]);
 }
 
-void tst_TelvixReconnector::aStableSessionStartsTheCountAgain()
+void tst_TelvixReconnector::scenario_data()
 {
-    Rig rig(42);
+    QTest::addColumn<QStringList>("steps");
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnector.scenarios"));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    const QStringList lines
+        = QString::fromUtf8(file.readAll()).split('\n').filter(QRegularExpression("^[^#]"));
+    for (const QString& scenario : lines.join('\n').split("== ", Qt::SkipEmptyParts)) {
+        const QStringList steps = scenario.split('\n', Qt::SkipEmptyParts);
+        QTest::newRow(qPrintable(steps.at(0))) << QStringList(steps.mid(1));
+    }
+}
+
+// Plays one scenario of tests/fixtures/extras/reconnector.scenarios (the
+// steps are listed at its top).
+void tst_TelvixReconnector::scenario()
+{
+    QFETCH(QStringList, steps);
+    Rig rig(0);
     QSignalSpy back(rig.reconnector.get(), &TelvixReconnector::reconnected);
-    QVERIFY(rig.connect());
-    QVERIFY(rig.logins.wait(10000));
-
-    // Three attempts fail, the fourth gets through.
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    const qint64 droppedAt = rig.clock.now;
-    rig.server.disconnectAll();
-    for (int n = 1; n <= 3; ++n) {
-        QCOMPARE(rig.nextWait().first, n);
-        if (n == 3) {
-            rig.server.setTlsMode(FakeCtiServer::TlsMode::Normal);
-            Rig::letLoginGuardPass();
-        }
-        rig.clock.elapse();
-    }
-    QVERIFY(back.wait(10000));
-    QCOMPARE(back.at(0).at(0).toLongLong(), rig.clock.now - droppedAt);
-    QVERIFY(!rig.clock.pending());
-
-    // A session that ends at once goes on counting.
-    rig.server.disconnectAll();
-    const QPair<int, int> fourth = rig.nextWait();
-    QCOMPARE(fourth.first, 4);
-    QVERIFY(fourth.second >= rig.reconnector->settings().minGapMs);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(back.wait(10000));
-
-    // One that stayed up long enough starts again within the first second.
-    rig.clock.now += rig.reconnector->settings().stableSessionMs;
-    rig.server.disconnectAll();
-    const QPair<int, int> wait = rig.nextWait();
-    QCOMPARE(wait.first, 1);
-    QVERIFY(wait.second <= 1000);
-}
-
-void tst_TelvixReconnector::aHangingAttemptIsDroppedAndCountsAsFailed()
-{
-    Rig rig(3);
     QSignalSpy gaveUp(rig.reconnector.get(), &TelvixReconnector::gaveUp);
-    QVERIFY(rig.connect());
-    QVERIFY(rig.logins.wait(10000));
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::SilentHandshake);
-    rig.server.disconnectAll();
-    QCOMPARE(rig.nextWait().first, 1);
-    rig.clock.elapse();
-    QTRY_COMPARE(rig.server.connectionCount(), 2);
-    // The attempt hangs: the next timer is its time limit.
-    QCOMPARE(rig.clock.pendingMs, rig.reconnector->settings().attemptTimeoutMs);
-    rig.clock.elapse();
-    QCOMPARE(rig.nextWait().first, 2);
-    QTRY_COMPARE(rig.server.openConnectionCount(), 0);
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::Normal);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(rig.logins.wait(10000));
-    QCOMPARE(rig.server.connectionCount(), 3);
-    QVERIFY(gaveUp.isEmpty());
-}
-
-void tst_TelvixReconnector::givesUpWhenTheAttemptsRunOut()
-{
+    QSignalSpy gone(&rig.client, &Telvix::disconnectedFromServer);
+    FakeCtiServer::LoginAnswer answer = rig.server.loginAnswer();
     TelvixReconnector::Settings settings;
-    settings.maxAttempts = 2;
-    Rig rig(9, settings);
-    QSignalSpy gaveUp(rig.reconnector.get(), &TelvixReconnector::gaveUp);
-    rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-    QVERIFY(rig.connect());
-    for (int n = 1; n <= 2; ++n) {
-        QCOMPARE(rig.nextWait().first, n);
-        rig.clock.elapse();
+    const QMap<QString, std::function<void(Telvix*)>> calls {
+        {"getExtenStatus", [](Telvix* t) { t->getExtenStatus(); }},
+        {"getExtenList", [](Telvix* t) { t->getExtenList(); }},
+        {"getMailboxStatus", [](Telvix* t) { t->getMailboxStatus(); }},
+        {"getVoicemail", [](Telvix* t) { t->getVoicemail(TELVIX::VmMsgFlagNew); }}};
+    const QMap<QString, FakeCtiServer::TlsMode> tls {{"normal", FakeCtiServer::TlsMode::Normal},
+                                                     {"refuse", FakeCtiServer::TlsMode::RefuseTls},
+                                                     {"silent", FakeCtiServer::TlsMode::SilentHandshake}};
+    qint64 droppedAt = -1;
+    QStringList w; // the words of the step being played
+    const auto n = [&w](int i) { return w.value(i).toInt(); };
+    using Step = std::function<void()>;
+    const QMap<QString, Step> play {
+        {"seed", [&] { rig.reconnector->setSeed(n(1)); }},
+        {"maxAttempts", [&] { settings.maxAttempts = n(1), rig.reconnector->setSettings(settings); }},
+        {"connect", [&] { QVERIFY(rig.connect()); }},
+        {"login", [&] { QVERIFY(rig.logins.wait(10000)); }},
+        {"back", [&] { QVERIFY(back.wait(10000)); }},
+        {"downtime", [&] { QCOMPARE(back.last().at(0).toLongLong(), rig.clock.now - droppedAt); }},
+        {"tls", [&] { rig.server.setTlsMode(tls.value(w.value(1))); }},
+        {"drop", [&] { droppedAt = droppedAt < 0 ? rig.clock.now : droppedAt, rig.server.disconnectAll(); }},
+        {"wait",
+         [&] {
+             const QPair<int, int> wait = rig.nextWait();
+             QCOMPARE(wait.first, n(1));
+             const int min = w.value(2) == "minGap" ? settings.minGapMs : w.value(2) == "min" ? n(3) : 0;
+             QVERIFY2(wait.second >= min && (w.value(2) != "max" || wait.second <= n(3)),
+                      qPrintable(w.join(' ')));
+         }},
+        {"elapse", [&] { rig.clock.elapse(); }},
+        {"stable", [&] { rig.clock.now += settings.stableSessionMs; }},
+        {"guard", [&] { Rig::letLoginGuardPass(); }},
+        {"idle", [&] { QVERIFY(!rig.clock.pending()); }},
+        {"attemptTimer", [&] { QCOMPARE(rig.clock.pendingMs, settings.attemptTimeoutMs); }},
+        {"connections", [&] { QTRY_COMPARE(rig.server.connectionCount(), n(1)); }},
+        {"open", [&] { QTRY_COMPARE(rig.server.openConnectionCount(), n(1)); }},
+        {"gaveUp",
+         [&] {
+             QVERIFY(gaveUp.wait(10000));
+             QVERIFY(TelvixReconnector::verdictFor(gaveUp.at(0).at(0).toString(), false) == Verdict::Retry);
+         }},
+        {"notGivenUp", [&] { QVERIFY(gaveUp.isEmpty()); }},
+        {"noWaits", [&] { QVERIFY(rig.waits.isEmpty()); }},
+        {"request", [&] { rig.reconnector->request(w.value(1), calls.value(w.value(2))); }},
+        {"remember", [&] { rig.reconnector->remember(w.value(1), calls.value(w.value(2))); }},
+        {"forget", [&] { rig.reconnector->forget(w.value(1)); }},
+        {"call", [&] { calls.value(w.value(1))(&rig.client); }},
+        {"keys", [&] { QCOMPARE(rig.reconnector->requestKeys(), w.mid(1)); }},
+        {"clearFrames", [&] { rig.server.clearFrames(); }},
+        {"frame",
+         [&] { QVERIFY2(!rig.server.waitForFrame(w.value(1), 10000).isEmpty(), qPrintable(w.value(1))); }},
+        {"frames", [&] { QCOMPARE(rig.server.framesContaining(w.value(1)).size(), n(2)); }},
+        {"noFrame", [&] { QCOMPARE(rig.server.framesContaining(w.value(1)).size(), 0); }},
+        {"connectNowhere",
+         [&] {
+             QVERIFY(rig.server.listen());
+             const quint16 port = rig.server.port();
+             rig.server.close();
+             rig.client.connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro,
+                                        rig.server.host(), port);
+         }},
+        {"untrusted", [&] { rig.client.ignoreSslErrors(false); }},
+        {"refuseLogin",
+         [&] { answer.exitCode = 2, answer.reason = w.value(1), rig.server.setLoginAnswer(answer); }},
+        {"capabilities", [&] { answer.capabilities = w.value(1), rig.server.setLoginAnswer(answer); }},
+        {"loggedOff",
+         [&] { rig.server.send(rig.server.lastConnection(), FakeCtiServer::loggedOffDocument(w.value(1))); }},
+        {"verdict", [&] {
+             QVERIFY(!gone.isEmpty() || gone.wait(10000));
+             const QString word = gone.last().at(0).toString();
+             const Verdict verdict = w.value(1) == "retry" ? Verdict::Retry : Verdict::GiveUp;
+             QVERIFY2(TelvixReconnector::verdictFor(word, w.value(2) == "up") == verdict, qPrintable(word));
+         }}};
+    for (const QString& step : qAsConst(steps)) {
+        w = step.split(' ');
+        QVERIFY2(play.contains(w.at(0)), qPrintable("unknown step " + step));
+        play.value(w.at(0))();
+        if (QTest::currentTestFailed())
+            return;
     }
-    QVERIFY(gaveUp.wait(10000));
-    QVERIFY(TelvixReconnector::verdictFor(gaveUp.at(0).at(0).toString(), false) == Verdict::Retry);
-    QVERIFY(!rig.clock.pending());
-    QCOMPARE(rig.server.connectionCount(), 3);
-    QVERIFY(rig.waits.isEmpty());
-}
-
-void tst_TelvixReconnector::requestsAreAskedAgainAfterEachLogin()
-{
-    Rig rig(5);
-    // Asked before the first login: sent at the login.
-    rig.reconnector->request("status", [](Telvix* t) { t->getExtenStatus(); });
-    QVERIFY(rig.connect());
-    QVERIFY(!rig.server.waitForFrame("GetExtenStatus", 10000).isEmpty());
-    // Asked while logged in: sent at once.
-    rig.reconnector->request("list", [](Telvix* t) { t->getExtenList(); });
-    QVERIFY(!rig.server.waitForFrame("GetExtenList", 10000).isEmpty());
-    // What the application asked itself is only remembered.
-    rig.client.getVoicemail(TELVIX::VmMsgFlagNew);
-    QVERIFY(!rig.server.waitForFrame("GetVoicemailMsgList", 10000).isEmpty());
-    rig.reconnector->remember("voicemail", [](Telvix* t) { t->getVoicemail(TELVIX::VmMsgFlagNew); });
-    rig.reconnector->request("mailbox", [](Telvix* t) { t->getMailboxStatus(); });
-    QVERIFY(!rig.server.waitForFrame("GetMailboxStatus", 10000).isEmpty());
-    rig.reconnector->forget("mailbox");
-    QCOMPARE(rig.reconnector->requestKeys(), QStringList({"status", "list", "voicemail"}));
-    rig.server.clearFrames();
-
-    rig.server.disconnectAll();
-    QCOMPARE(rig.nextWait().first, 1);
-    Rig::letLoginGuardPass();
-    rig.clock.elapse();
-    QVERIFY(rig.logins.wait(10000));
-    for (const char* element : {"GetExtenStatus", "GetExtenList", "GetVoicemailMsgList"})
-        QVERIFY2(!rig.server.waitForFrame(element, 10000).isEmpty(), element);
-    QVERIFY(rig.server.framesContaining("GetMailboxStatus").isEmpty());
-    // Each once: nothing of the lost session is sent twice.
-    QCOMPARE(rig.server.framesContaining("GetVoicemailMsgList").size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_TelvixReconnector)

@@ -1,54 +1,85 @@
 #pragma once
 
+#include <QJsonDocument>
 #include <QJsonObject>
-#include <QList>
 #include <QProcess>
+#include <QSet>
 #include <QStringList>
+#include <QTest>
 
 #include <functional>
 
-/// \brief One of the tools run as a child process: its standard output
-/// collected line by line (and read as JSON where it is), its input fed
-/// line by line. Waiting runs the event loop until a line arrives.
-class ToolProcess
+/// One of the tools as a child process: its output kept line by line and
+/// read as JSON where it is, its input fed line by line. Waiting runs the
+/// event loop until a line arrives.
+struct ToolProcess : QProcess
 {
-public:
-    ToolProcess(const QString& program, const QStringList& arguments);
-    ~ToolProcess();
-    ToolProcess(const ToolProcess&) = delete;
-    ToolProcess& operator=(const ToolProcess&) = delete;
+    ToolProcess(const QString& program, const QStringList& arguments, const QString& dir = {},
+                bool isJson = false)
+        : json(isJson)
+    {
+        setProgram(program);
+        setArguments(arguments);
+        setWorkingDirectory(dir);
+    }
+    ~ToolProcess() override
+    {
+        kill();
+        waitForFinished(5000);
+    }
+    bool start()
+    {
+        QProcess::start();
+        return waitForStarted(10000);
+    }
+    QString errorOutput() { return QString::fromLocal8Bit(readAllStandardError()); }
+    void sendLine(const QByteArray& line) { write(line + '\n'); }
+    /// The first JSON line not taken yet that `match` accepts; empty on timeout.
+    QJsonObject take(const std::function<bool(const QJsonObject&)>& match, int timeoutMs)
+    {
+        int found = -1;
+        const auto look = [&] {
+            read();
+            for (int i = 0; i < objects.size() && found < 0; ++i) {
+                if (!taken.contains(i) && match(objects.at(i)))
+                    found = i;
+            }
+            return found >= 0;
+        };
+        if (!QTest::qWaitFor(look, timeoutMs))
+            return {};
+        taken.insert(found);
+        return objects.at(found);
+    }
+    QString waitForLine(const QString& text, int timeoutMs = 10000)
+    {
+        QString hit;
+        (void)QTest::qWaitFor([&] { return read(), !(hit = lines.filter(text).value(0)).isEmpty(); },
+                              timeoutMs);
+        return hit;
+    }
+    bool waitForExit(int timeoutMs = 15000)
+    {
+        const bool done = state() == QProcess::NotRunning || waitForFinished(timeoutMs);
+        read();
+        return done;
+    }
+    void read()
+    {
+        pending += readAllStandardOutput();
+        for (int newline; (newline = pending.indexOf('\n')) >= 0; pending.remove(0, newline + 1)) {
+            lines.append(QString::fromUtf8(pending.left(newline)));
+            const QJsonDocument doc = QJsonDocument::fromJson(pending.left(newline));
+            if (doc.isObject())
+                objects.append(doc.object());
+            else
+                nonJson.append(lines.last()); // a --json client prints none of these
+        }
+    }
 
-    void setWorkingDirectory(const QString& dir) { m_process.setWorkingDirectory(dir); }
-    bool start();
-    void sendLine(const QString& line);
-    void send(const QJsonObject& command);
-    void closeInput() { m_process.closeWriteChannel(); }
-
-    using Match = std::function<bool(const QJsonObject&)>;
-    /// The first JSON line after the ones already taken that matches; an
-    /// empty object when none comes within `timeoutMs`. Lines passed over
-    /// stay available to later calls.
-    QJsonObject take(const Match& match, int timeoutMs = 10000);
-    /// take() of a signal by name, optionally also matching its arguments.
-    QJsonObject takeSignal(const QString& name, const Match& match = {}, int timeoutMs = 10000);
-    /// take() of the answer to the command with this id.
-    QJsonObject takeAnswer(const QJsonValue& id, int timeoutMs = 10000);
-    /// Waits for an output line containing `text`; empty on timeout.
-    QString waitForLine(const QString& text, int timeoutMs = 10000);
-
-    bool waitForExit(int timeoutMs = 15000);
-    int exitCode() const { return m_process.exitCode(); }
-    QStringList lines() const { return m_lines; }
-    /// Output lines that are not JSON objects.
-    QStringList nonJsonLines() const;
-    QString errorOutput() { return QString::fromLocal8Bit(m_process.readAllStandardError()); }
-
-private:
-    void readOutput();
-
-    QProcess m_process;
-    QByteArray m_pending;
-    QStringList m_lines;
-    QList<QJsonObject> m_objects;
-    QList<bool> m_taken;
+    const bool json;
+    QStringList lines, nonJson;
+    QByteArray pending;
+    QList<QJsonObject> objects;
+    QSet<int> taken;
 };
