@@ -18,8 +18,6 @@ class TestDbHandler : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void scrambledSize_data();
-    void scrambledSize();
     void roundTripKeepsFileScrambled_data();
     void roundTripKeepsFileScrambled();
     void emptyScrambledFileIsDropped();
@@ -111,30 +109,6 @@ QString TestDbHandler::earlierSession() const
         || !first.encryptDb())
         return QString();
     return first.encryptedFilePath();
-}
-
-void TestDbHandler::scrambledSize_data()
-{
-    QTest::addColumn<int>("plainSize");
-    QTest::addColumn<int>("scrambledSize");
-    QTest::newRow("one chunk") << 12288 << 16384;
-    QTest::newRow("one byte over") << 12289 << 16386;
-    QTest::newRow("several chunks") << 3 * 12288 + 7 << 3 * 16384 + 10;
-}
-
-void TestDbHandler::scrambledSize()
-{
-    QFETCH(int, plainSize);
-    QFETCH(int, scrambledSize);
-    QByteArray plain(plainSize, '\0');
-    for (int i = 0; i < plainSize; ++i)
-        plain[i] = char(i * 7 + i / 256);
-    const QString in = m_dir->filePath(QStringLiteral("in")), out = m_dir->filePath(QStringLiteral("out"));
-    QVERIFY(spit(in, plain));
-    QVERIFY(EncryptedSqliteDbHandler::encryptOrDecryptFile(in, out, true));
-    QCOMPARE(QFileInfo(out).size(), qint64(scrambledSize));
-    QVERIFY(EncryptedSqliteDbHandler::encryptOrDecryptFile(out, in, false));
-    QCOMPARE(slurp(in), plain);
 }
 
 void TestDbHandler::roundTripKeepsFileScrambled_data()

@@ -17,17 +17,9 @@ class TestPersistence : public QObject
 private Q_SLOTS:
     void init();
     void cleanup();
-    void lastCdrEntryUidNeverGoesBack_data();
-    void lastCdrEntryUidNeverGoesBack();
-    void lastTimesNeverGoBack_data();
-    void lastTimesNeverGoBack();
     void inMemoryBody();
     void historySurvivesReopenScrambled();
     void textualUidOrderAtWrite();
-    void filters_data();
-    void filters();
-    void resultTexts_data();
-    void resultTexts();
     void retentionDropsOldHistoryKeepsPhoneBooks();
     void outdatedCdrTableIsRebuilt_data();
     void outdatedCdrTableIsRebuilt();
@@ -86,68 +78,6 @@ int TestPersistence::count(PersistenceSqlite& s, const QString& sql)
 {
     QSqlQuery q(s.dbHandler()->database());
     return q.exec(sql) && q.next() ? q.value(0).toInt() : -1;
-}
-
-void TestPersistence::lastCdrEntryUidNeverGoesBack_data()
-{
-    QTest::addColumn<QString>("present");
-    QTest::addColumn<QString>("candidate");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("from empty") << ""
-                                << "5"
-                                << "5";
-    QTest::newRow("greater") << "5"
-                             << "6"
-                             << "6";
-    QTest::newRow("smaller") << "6"
-                             << "5"
-                             << "6";
-    QTest::newRow("99 after 100 is taken") << "100"
-                                           << "99"
-                                           << "99";
-    QTest::newRow("100 after 99 is ignored") << "99"
-                                             << "100"
-                                             << "99";
-    QTest::newRow("empty ignored") << "7"
-                                   << ""
-                                   << "7";
-}
-
-void TestPersistence::lastCdrEntryUidNeverGoesBack()
-{
-    QFETCH(QString, present);
-    QFETCH(QString, candidate);
-    QFETCH(QString, expected);
-    Persistence p;
-    p.setLastCdrEntryUid(present);
-    p.setLastCdrEntryUid(candidate);
-    QCOMPARE(p.lastCdrEntryUid(), expected);
-}
-
-void TestPersistence::lastTimesNeverGoBack_data()
-{
-    const QDateTime t0(QDate(2026, 3, 1), QTime(10, 0));
-    QTest::addColumn<QDateTime>("present");
-    QTest::addColumn<QDateTime>("candidate");
-    QTest::addColumn<QDateTime>("expected");
-    QTest::newRow("later") << t0 << t0.addSecs(1) << t0.addSecs(1);
-    QTest::newRow("earlier") << t0 << t0.addSecs(-1) << t0;
-    QTest::newRow("invalid after valid") << t0 << QDateTime() << t0;
-    QTest::newRow("anything after invalid") << QDateTime() << t0.addYears(-10) << t0.addYears(-10);
-}
-
-void TestPersistence::lastTimesNeverGoBack()
-{
-    QFETCH(QDateTime, present);
-    QFETCH(QDateTime, candidate);
-    QFETCH(QDateTime, expected);
-    Persistence p;
-    p.setLastPhoneBookTime(present);
-    p.setLastPhoneBookTime(candidate);
-    p.setLastSmsTime(present);
-    p.setLastSmsTime(candidate);
-    QCOMPARE(p.lastPhoneBookTime(), expected);
-    QCOMPARE(p.lastSmsTime(), expected);
 }
 
 void TestPersistence::inMemoryBody()
@@ -211,112 +141,6 @@ void TestPersistence::textualUidOrderAtWrite()
     QCOMPARE(s->lastCdrEntryUid(), QStringLiteral("99"));
     QVERIFY(!s->appendCdr({entry(QStringLiteral("100"))}));
     QCOMPARE(s->cdr().size(), 2);
-}
-
-void TestPersistence::filters_data()
-{
-    QTest::addColumn<Cdr>("batch");
-    QTest::addColumn<QString>("logged");
-    QTest::addColumn<int>("stored");
-    const QString older
-        = QStringLiteral("filtering out CdrEntry having entryuid older than last one stored - "
-                         "lastEntryUid: 500 >= entryuid: ");
-    QTest::newRow("equal uid") << Cdr {entry(QStringLiteral("500"))} << older + "500 callid: call-500" << 1;
-    QTest::newRow("older uid") << Cdr {entry(QStringLiteral("499"))} << older + "499 callid: call-499" << 1;
-    QTest::newRow("other extension") << Cdr {entry(QStringLiteral("600"), QStringLiteral("300"),
-                                                   QStringLiteral("301"))}
-                                     << "filtering out CdrEntry not related to localNum - entryuid: 600 "
-                                        "callid: call-600 caller: 300 callee: 301"
-                                     << 1;
-    QTest::newRow("one good of two")
-        << Cdr {entry(QStringLiteral("400")), entry(QStringLiteral("501"))}
-        << "Errors occurred in writing entries to persistence Db. Written 1 of 2 entries" << 2;
-    // The list is stored in one transaction: the refused row undoes only
-    // itself, the rows around it stay.
-    QTest::newRow("uid twice in one list")
-        << Cdr {entry(QStringLiteral("501")), entry(QStringLiteral("501")), entry(QStringLiteral("502"))}
-        << "Errors occurred in writing entries to persistence Db. Written 2 of 3 entries" << 3;
-}
-
-void TestPersistence::filters()
-{
-    QFETCH(Cdr, batch);
-    QFETCH(QString, logged);
-    QFETCH(int, stored);
-    auto s = store();
-    QVERIFY(s->appendCdr({entry(QStringLiteral("500"))}));
-    QCOMPARE(s->cdr().size(), 1); // read once: the list is clean now
-    LogbusCapture log;
-    QVERIFY(!s->appendCdr(batch));
-    QVERIFY2(log.contains(100, logged), qPrintable(log.texts().join('\n')));
-    // A row that went in marks the list dirty, so the next read sees it.
-    QCOMPARE(s->cdr().size(), stored);
-}
-
-void TestPersistence::resultTexts_data()
-{
-    QTest::addColumn<int>("direction");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<bool>("userIsCallee");
-    QTest::addColumn<QString>("directionText");
-    QTest::addColumn<QString>("statusText");
-    QTest::addColumn<QString>("infoType");
-    QTest::newRow("in ok") << 1 << 8 << true << "inbound"
-                           << "ok"
-                           << "ANSWER_IN";
-    QTest::newRow("in voicemail") << 1 << 5 << true << "inbound"
-                                  << "voicemail"
-                                  << "NOANSWER_IN";
-    QTest::newRow("out ok") << 2 << 8 << false << "outbound"
-                            << "ok"
-                            << "ANSWER_OUT";
-    QTest::newRow("out failed") << 2 << 1 << false << "outbound"
-                                << "failed"
-                                << "NOANSWER_OUT";
-    QTest::newRow("local in ok") << 4 << 8 << true << "local"
-                                 << "ok"
-                                 << "ANSWER_LOCAL_IN";
-    QTest::newRow("local in vm") << 4 << 6 << true << "local"
-                                 << "voicemail"
-                                 << "VOICEMAIL_LOCAL_IN";
-    QTest::newRow("local in busy") << 4 << 2 << true << "local"
-                                   << "busy"
-                                   << "NOANSWER_LOCAL_IN";
-    QTest::newRow("local out ok") << 4 << 8 << false << "local"
-                                  << "ok"
-                                  << "ANSWER_LOCAL_OUT";
-    QTest::newRow("local out vm") << 4 << 7 << false << "local"
-                                  << "voicemail"
-                                  << "VOICEMAIL_LOCAL_OUT";
-    QTest::newRow("local out congestion") << 4 << 3 << false << "local"
-                                          << "congestion"
-                                          << "NOANSWER_LOCAL_OUT";
-    QTest::newRow("local out noanswer") << 4 << 4 << false << "local"
-                                        << "noanswer"
-                                        << "NOANSWER_LOCAL_OUT";
-    QTest::newRow("direction 3") << 3 << 8 << true << ""
-                                 << "ok"
-                                 << "";
-    QTest::newRow("status 9") << 2 << 9 << false << "outbound"
-                              << ""
-                              << "NOANSWER_OUT";
-}
-
-void TestPersistence::resultTexts()
-{
-    QFETCH(int, direction);
-    QFETCH(int, status);
-    QFETCH(bool, userIsCallee);
-    const QString other = QStringLiteral("300"), user = QStringLiteral("200");
-    auto s = store();
-    QVERIFY(s->appendCdr({entry(QStringLiteral("1"), userIsCallee ? other : user, userIsCallee ? user : other,
-                                direction, status)}));
-    const Cdr cdr = s->cdr();
-    QCOMPARE(cdr.size(), 1);
-    QTEST(cdr.first().directionText, "directionText");
-    QTEST(cdr.first().statusText, "statusText");
-    QTEST(cdr.first().infoType, "infoType");
-    QCOMPARE(cdr.first().localDirection, userIsCallee ? QStringLiteral("in") : QStringLiteral("out"));
 }
 
 void TestPersistence::retentionDropsOldHistoryKeepsPhoneBooks()
