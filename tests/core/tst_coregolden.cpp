@@ -28,13 +28,16 @@ QString compact(const QJsonValue& v)
 // Registers E's two conversions, and under the bare name a pair that must
 // hold both ways.
 template <typename E>
-void addEnum(QHash<QString, Function>& f, const QString& name, QString (*toText)(E), E (*fromText)(const QString&))
+void addEnum(QHash<QString, Function>& f, const QString& name, QString (*toText)(E),
+             E (*fromText)(const QString&))
 {
     f.insert(name + "ToString", [=](const Args& a) { return toText(E(a[0].toInt())); });
     f.insert(name + "FromString", [=](const Args& a) { return int(fromText(a[0].toString())); });
     f.insert(name, [=](const Args& a) {
         const QString text = toText(E(a[0].toInt()));
-        return int(fromText(text)) == a[0].toInt() ? text : QStringLiteral("reads back as %1").arg(int(fromText(text)));
+        return int(fromText(text)) == a[0].toInt()
+            ? text
+            : QStringLiteral("reads back as %1").arg(int(fromText(text)));
     });
 }
 
@@ -73,7 +76,8 @@ QHash<QString, Function> functions()
         return Args {serviceDialCodeTypeToString(type), isNumberingPlanServiceDialCode(type),
                      isInCallServiceDialCode(type)};
     };
-    f["callAttributeString"] = [](const Args& a) { return getCallAttributeString(CallAttributes(a[0].toInt())); };
+    f["callAttributeString"]
+        = [](const Args& a) { return getCallAttributeString(CallAttributes(a[0].toInt())); };
     f["callAttributeValue"] = [](const Args& a) { return int(getCallAttributeValue(a[0].toString())); };
     f["compareVersions"] = [](const Args& a) { return compareVersions(a[0].toString(), a[1].toString()); };
     f["getAccountFromChannel"] = [](const Args& a) { return getAccountFromChannel(a[0].toString()); };
@@ -156,7 +160,8 @@ private Q_SLOTS:
         QFETCH(QJsonValue, expected);
         QVERIFY2(all.contains(function), qPrintable(function));
         const QJsonValue actual = all.value(function)(args);
-        QVERIFY2(actual == expected, qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
+        QVERIFY2(actual == expected,
+                 qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
     }
 
     void compressedBase64RoundTrips()
@@ -192,7 +197,9 @@ private Q_SLOTS:
                 ++checked;
                 const int id = QMetaType::type(name.constData());
                 QString error = id ? QString() : QStringLiteral("not registered");
-                if (id && !JsonConvert::fromJson(JsonConvert::toJson(QVariant(id, nullptr)), id, &error).isValid())
+                if (id
+                    && !JsonConvert::fromJson(JsonConvert::toJson(QVariant(id, nullptr)), id, &error)
+                            .isValid())
                     error.prepend(QStringLiteral("does not read back: "));
                 if (!error.isEmpty())
                     failures << name + " in " + m.methodSignature() + ": " + error;

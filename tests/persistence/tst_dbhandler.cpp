@@ -11,8 +11,6 @@
 
 #include <memory>
 
-
-
 class TestDbHandler : public QObject
 {
     Q_OBJECT
@@ -52,7 +50,8 @@ private Q_SLOTS:
             QVERIFY(h.openDbConn() && exec(h, QStringLiteral("CREATE TABLE t (name TEXT)")));
             QVERIFY(h.database().transaction());
             for (int i = 0; i < rows; ++i)
-                QVERIFY(exec(h, QStringLiteral("INSERT INTO t VALUES ('row %1')").arg(i, 5, 10, QLatin1Char('0'))));
+                QVERIFY(exec(
+                    h, QStringLiteral("INSERT INTO t VALUES ('row %1')").arg(i, 5, 10, QLatin1Char('0'))));
             QVERIFY(h.database().commit());
             LogbusCapture logs;
             QVERIFY(h.encryptDb());
@@ -139,7 +138,8 @@ private Q_SLOTS:
 
     void corruptScrambledFileFailsAtQuery()
     {
-        QVERIFY(spit(m_dir->filePath(QStringLiteral("cdr.db")), SimpleObfuscator::hide(QByteArray(4096, 'x'))));
+        QVERIFY(
+            spit(m_dir->filePath(QStringLiteral("cdr.db")), SimpleObfuscator::hide(QByteArray(4096, 'x'))));
         EncryptedSqliteDbHandler h(config(QStringLiteral("cdr.db")));
         QVERIFY(QFileInfo(h.plainFilePath()).size() == 4096);
         LogbusCapture logs;
@@ -231,18 +231,21 @@ private Q_SLOTS:
         LxBaseDbHandler h(config(m_dir->filePath(QStringLiteral("plain.sqlite"))));
         QVERIFY(h.openDbConn() && exec(h, QStringLiteral("CREATE TABLE t (name TEXT UNIQUE)")));
         QVERIFY(exec(h, QStringLiteral("INSERT INTO t VALUES ('a')")));
-        const struct {
+        const struct
+        {
             const char* sql;
             LxBaseDbHandler::ErrorType type;
             const char* log;
         } rows[] = {{"SELEC nonsense", LxBaseDbHandler::PrepareError, "PREPARE QUERY ERROR - got error: "},
-                    {"INSERT INTO t VALUES ('a')", LxBaseDbHandler::ExecuteError, "EXECUTE QUERY ERROR - got error: "}};
+                    {"INSERT INTO t VALUES ('a')", LxBaseDbHandler::ExecuteError,
+                     "EXECUTE QUERY ERROR - got error: "}};
         for (const auto& row : rows) {
             LogbusCapture logs;
             QVERIFY(!exec(h, QLatin1String(row.sql)));
             QCOMPARE(h.lastErrorType(), row.type);
             QVERIFY(!h.lastErrorText().isEmpty());
-            QVERIFY(logs.contains(10, QStringLiteral("%1 %2  for query ( %3 )").arg(row.log, h.lastErrorText(), row.sql)));
+            QVERIFY(logs.contains(
+                10, QStringLiteral("%1 %2  for query ( %3 )").arg(row.log, h.lastErrorText(), row.sql)));
             QVERIFY(exec(h, QStringLiteral("SELECT 1")));
             QCOMPARE(h.lastErrorType(), LxBaseDbHandler::NoError);
             QVERIFY(h.lastErrorText().isNull());

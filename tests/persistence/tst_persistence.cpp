@@ -61,7 +61,9 @@ struct Store
     int count(const char* table) const
     {
         QSqlQuery q(store->dbHandler()->database());
-        return q.exec(QStringLiteral("SELECT count(*) FROM %1").arg(QLatin1String(table))) && q.next() ? q.value(0).toInt() : -1;
+        return q.exec(QStringLiteral("SELECT count(*) FROM %1").arg(QLatin1String(table))) && q.next()
+            ? q.value(0).toInt()
+            : -1;
     }
     bool append(const QJsonValue& entries)
     {
@@ -100,7 +102,8 @@ QHash<QString, Function> functions()
     f["revealText"] = [](const Args& a) { return SimpleObfuscator::reveal(a[0].toString()); };
     f["hiddenTextRoundTrip"] = [](const Args& a) {
         const QString text = a[0].toString(), hidden = SimpleObfuscator::hide(text);
-        return !text.isEmpty() && hidden.contains(text.left(4)) ? "visible: " + hidden : SimpleObfuscator::reveal(hidden);
+        return !text.isEmpty() && hidden.contains(text.left(4)) ? "visible: " + hidden
+                                                                : SimpleObfuscator::reveal(hidden);
     };
     f["lastCdrEntryUid"] = [](const Args& a) {
         Persistence p;
@@ -117,7 +120,8 @@ QHash<QString, Function> functions()
         p.setLastSmsTime(time(a[1]));
         if (p.lastPhoneBookTime() != p.lastSmsTime())
             return QStringLiteral("rules differ");
-        return p.lastSmsTime().isValid() ? QJsonValue(p.lastSmsTime().toString(Qt::ISODateWithMs)) : QJsonValue();
+        return p.lastSmsTime().isValid() ? QJsonValue(p.lastSmsTime().toString(Qt::ISODateWithMs))
+                                         : QJsonValue();
     };
     f["scrambledSize"] = [](const Args& a) -> QJsonValue {
         QTemporaryDir dir;
@@ -145,7 +149,8 @@ QHash<QString, Function> functions()
     // list is stored in one transaction where a refused row undoes only itself.
     f["appendAfter500"] = [](const Args& a) -> QJsonValue {
         Store s;
-        if (!s.append(Args {QJsonObject {{"entryUid", "500"}, {"caller", "200"}}}) || s.store->cdr().size() != 1)
+        if (!s.append(Args {QJsonObject {{"entryUid", "500"}, {"caller", "200"}}})
+            || s.store->cdr().size() != 1)
             return QStringLiteral("first entry not stored");
         LogbusCapture log;
         const bool appended = s.append(a[0]);
@@ -196,7 +201,8 @@ private Q_SLOTS:
         QFETCH(QJsonValue, expected);
         QVERIFY2(all.contains(function), qPrintable(function));
         const QJsonValue actual = all.value(function)(args);
-        QVERIFY2(actual == expected, qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
+        QVERIFY2(actual == expected,
+                 qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
     }
 
     // Every byte value moves by 13 and back, and random data of any length
@@ -308,7 +314,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("statements");
         QTest::addColumn<QString>("logged");
         QTest::newRow("no callattributes")
-            << QStringList {"CREATE TABLE cdr_table ( entryuid VARCHAR UNIQUE, caller VARCHAR, callee VARCHAR, "
+            << QStringList {"CREATE TABLE cdr_table ( entryuid VARCHAR UNIQUE, caller VARCHAR, callee "
+                            "VARCHAR, "
                             "starttime VARCHAR)",
                             "INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01')"}
             << "Column callattributes not present in cdr_table, re-create it adding the missing column!";
@@ -368,7 +375,8 @@ private Q_SLOTS:
         LogbusCapture log;
         QVERIFY(!s.store->readPhoneBook());
         QVERIFY(s.store->phoneBook().isEmpty());
-        QVERIFY(log.contains(10, QStringLiteral("Error retrieving PB list from SQLite db... user: 200 - error:")));
+        QVERIFY(log.contains(
+            10, QStringLiteral("Error retrieving PB list from SQLite db... user: 200 - error:")));
     }
 
     void smsReadsAppend()
@@ -390,11 +398,13 @@ private Q_SLOTS:
         LogbusCapture log;
         Store s(false); // no temporary directory: no working copy can be made
         QVERIFY(!s.store->dbHandler());
-        QVERIFY(log.contains(100, QStringLiteral("Failed to initilize persistence db. Trying again after dropping "
-                                                 "existent files...")));
+        QVERIFY(log.contains(100,
+                             QStringLiteral("Failed to initilize persistence db. Trying again after dropping "
+                                            "existent files...")));
         QVERIFY(log.contains(10, QStringLiteral("Unable to decrypt SQLite db...")));
         QVERIFY(!s.store->readCdr() && s.store->appendCdr(Cdr()) && !s.store->appendCdr({entry("1")}));
-        QVERIFY(log.contains(10, QStringLiteral("Persistence Db handler not initialized! Cannot write Cdr entries")));
+        QVERIFY(log.contains(
+            10, QStringLiteral("Persistence Db handler not initialized! Cannot write Cdr entries")));
         QVERIFY(s.store->cdr().isEmpty());
         QVERIFY(!s.store->setPhoneBook({PhoneBook()}) && !s.store->appendSmsList({SmsEntry()}));
         QVERIFY(s.store->smsList().isEmpty() && !s.store->deleteOldData());

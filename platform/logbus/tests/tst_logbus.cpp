@@ -171,8 +171,9 @@ void tst_Logbus::streamItems_data()
     QTest::addColumn<QString>("text");
 
     const auto filter = [](const char* name, int level, int priority, bool accepted) {
-        QTest::newRow(name) << level << Streamer([priority](Logger& l) { l << p(priority) << "streamed" << QVariant(5); })
-                            << priority << (accepted ? QStringLiteral("streamed 5") : QString());
+        QTest::newRow(name) << level << Streamer([priority](Logger& l) {
+            l << p(priority) << "streamed" << QVariant(5);
+        }) << priority << (accepted ? QStringLiteral("streamed 5") : QString());
     };
     filter("raw data at 10000", 10000, -1, true);
     filter("detail at 10000", 10000, 10000, true);
@@ -192,11 +193,16 @@ void tst_Logbus::streamItems_data()
           << QVariant(QStringLiteral("s")) << QVariant(2.25) << QVariant(QByteArray("raw"));
     }) << 1000 << QStringLiteral("(x, y) QVariant(Invalid) s 2.25 raw");
     QTest::newRow("braces are not format fields")
-        << 10000 << Streamer([](Logger& l) { l << p(1000) << "{} {0} {:>9}"; }) << 1000 << QStringLiteral("{} {0} {:>9}");
-    QTest::newRow("empty item keeps its blanks")
-        << 10000 << Streamer([](Logger& l) { l << p(1000) << "a" << "" << "b"; }) << 1000 << QStringLiteral("a  b");
-    QTest::newRow("null pointer") << 10000 << Streamer([](Logger& l) { l << p(1000) << static_cast<const void*>(nullptr); })
-                                  << 1000 << QStringLiteral("0x0");
+        << 10000 << Streamer([](Logger& l) { l << p(1000) << "{} {0} {:>9}"; }) << 1000
+        << QStringLiteral("{} {0} {:>9}");
+    QTest::newRow("empty item keeps its blanks") << 10000 << Streamer([](Logger& l) {
+        l << p(1000) << "a"
+          << ""
+          << "b";
+    }) << 1000 << QStringLiteral("a  b");
+    QTest::newRow("null pointer") << 10000 << Streamer([](Logger& l) {
+        l << p(1000) << static_cast<const void*>(nullptr);
+    }) << 1000 << QStringLiteral("0x0");
     QTest::newRow("no priority counts as detail")
         << 10000 << Streamer([](Logger& l) { l << "plain"; }) << 10000 << QStringLiteral("plain");
     QTest::newRow("priority after items")
@@ -234,7 +240,8 @@ void tst_Logbus::streamItems()
     QCOMPARE(records.at(0).text, text);
     QCOMPARE(records.at(1).text, QStringLiteral("whole"));
     QCOMPARE(lines.size(), 2);
-    QVERIFY2(lines.at(0).endsWith(QStringLiteral("[items] %1 %2").arg(priority).arg(text)), qPrintable(lines.at(0)));
+    QVERIFY2(lines.at(0).endsWith(QStringLiteral("[items] %1 %2").arg(priority).arg(text)),
+             qPrintable(lines.at(0)));
     QVERIFY(lines.at(1).endsWith(QStringLiteral("[items] %1 whole").arg(priority)));
 }
 
@@ -284,9 +291,10 @@ void tst_Logbus::taps()
     Logbus::removeTap(first);
     one->log(10, QStringLiteral("after removal"));
 
-    QCOMPARE(seen, (QStringList {"tap one/ONE/10 worker whole", "tap two/tap two/-1 <from two/>",
-                                 "tap one/ONE/1000 main first second", "tap one/ONE/1000 trigger",
-                                 "tap one/ONE/1000 logged from a tap", "tap one/ONE/1000 after"}));
+    QCOMPARE(seen,
+             (QStringList {"tap one/ONE/10 worker whole", "tap two/tap two/-1 <from two/>",
+                           "tap one/ONE/1000 main first second", "tap one/ONE/1000 trigger",
+                           "tap one/ONE/1000 logged from a tap", "tap one/ONE/1000 after"}));
     QCOMPARE(secondSeen, (QStringList {"worker whole", "<from two/>", "main first second"}));
     QCOMPARE(fileLines(path("one.log")).size(), 6);
 }
@@ -304,14 +312,16 @@ void tst_Logbus::sharedFileFromSeveralThreads()
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([logger = t % 2 ? beta.get() : alpha.get(), t, payload] {
             for (int i = 0; i < 500; ++i)
-                *logger << p(1000) << "thread" << t << "line" << i << "payload" << payload(t) << "end" << LGBS::endl;
+                *logger << p(1000) << "thread" << t << "line" << i << "payload" << payload(t) << "end"
+                        << LGBS::endl;
         });
     for (auto& thread : threads)
         thread.join();
 
     // Each thread's lines arrive whole and in the order it wrote them.
     const QRegularExpression re(
-        QStringLiteral("^%1 \\[(ALPHA|BETA)\\] 1000 thread (\\d) line (\\d+) payload ([a-z]{40}) end$").arg(kStamp));
+        QStringLiteral("^%1 \\[(ALPHA|BETA)\\] 1000 thread (\\d) line (\\d+) payload ([a-z]{40}) end$")
+            .arg(kStamp));
     std::vector<int> next(4, 0);
     for (const QString& line : fileLines(path("logs/deeper/shared.log"))) {
         const QRegularExpressionMatch m = re.match(line);
@@ -328,7 +338,8 @@ void tst_Logbus::rotationKeepsConfiguredCount()
     constexpr qint64 kLimit = 2048;
     // Two loggers on one path: rotation must see the size of both.
     auto first = fileLogger(QStringLiteral("first"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
-    auto second = fileLogger(QStringLiteral("second"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
+    auto second
+        = fileLogger(QStringLiteral("second"), path("rot.log"), WriterConfig::withByteLimit(kLimit, 3));
     QVERIFY(first && second);
     for (int i = 0; i < 400; ++i)
         *(i % 2 ? second : first) << p(1000) << "seq" << i << QString(30, QLatin1Char('.')) << LGBS::endl;
@@ -359,7 +370,8 @@ void tst_Logbus::failedOpen()
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.close();
     QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("adir")));
-    const struct {
+    const struct
+    {
         const char* file;
         qint64 maxSize;
         int maxFiles;
@@ -371,9 +383,9 @@ void tst_Logbus::failedOpen()
                 {"ok.log", 1024, -1, Logbus::ERROR_BAD_ARGUMENT}};
     for (const auto& row : rows) {
         int result = Logbus::DEFAULT_OK;
-        std::unique_ptr<Logger> logger(freshBus()->createFileLogger(
-            QStringLiteral("bad"), row.file ? path(row.file) : QString(),
-            WriterConfig::withByteLimit(row.maxSize, row.maxFiles), result));
+        std::unique_ptr<Logger> logger(
+            freshBus()->createFileLogger(QStringLiteral("bad"), row.file ? path(row.file) : QString(),
+                                         WriterConfig::withByteLimit(row.maxSize, row.maxFiles), result));
         QVERIFY(!logger);
         QCOMPARE(result, row.expected);
     }
@@ -384,9 +396,11 @@ void tst_Logbus::consoleWriterWritesToStandardError()
 {
     auto logger = fileLogger(QStringLiteral("console"), path("c.log"));
     QVERIFY(logger);
-    for (const auto& scheme : {LGBS::ConsoleColorScheme::defaultColorScheme(), LGBS::ConsoleColorScheme::noColors()}) {
+    for (const auto& scheme :
+         {LGBS::ConsoleColorScheme::defaultColorScheme(), LGBS::ConsoleColorScheme::noColors()}) {
         int result = -1;
-        freshBus()->addWriterToLogger(logger.get(), freshBus()->getConsoleWriter(scheme, WriterConfig(), result));
+        freshBus()->addWriterToLogger(logger.get(),
+                                      freshBus()->getConsoleWriter(scheme, WriterConfig(), result));
         QCOMPARE(result, Logbus::DEFAULT_OK);
     }
 

@@ -99,7 +99,8 @@ void TestCtiGsmCodec::decode_matchesSoxOnWav49()
     QVERIFY(ours.size() >= 8000 && theirs.size() >= 8000);
     const size_t common = qMin(ours.size(), theirs.size());
     for (size_t i = 0; i < common; ++i)
-        QVERIFY2(ours[i] == theirs[i], qPrintable(QStringLiteral("sample %1: %2 != %3").arg(i).arg(ours[i]).arg(theirs[i])));
+        QVERIFY2(ours[i] == theirs[i],
+                 qPrintable(QStringLiteral("sample %1: %2 != %3").arg(i).arg(ours[i]).arg(theirs[i])));
 }
 
 // The WAV49 packing has no magic nibble to verify, so libgsm takes any bytes:

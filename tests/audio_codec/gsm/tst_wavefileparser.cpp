@@ -90,10 +90,10 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, row);
         const WaveFileParser p(path(qPrintable(row.first())));
-        const QStringList got {QString::number(p.getParseResult()),     QString::number(p.isValidWavFile()),
-                               QString::number(p.getDataOffset()),      QString::number(p.getSampleRate()),
-                               QString::number(p.getBitsPerSample()),   QString::number(p.getNumChannels()),
-                               QString::number(p.getBlockAlign()),      QString::number(p.getDataSize())};
+        const QStringList got {QString::number(p.getParseResult()),   QString::number(p.isValidWavFile()),
+                               QString::number(p.getDataOffset()),    QString::number(p.getSampleRate()),
+                               QString::number(p.getBitsPerSample()), QString::number(p.getNumChannels()),
+                               QString::number(p.getBlockAlign()),    QString::number(p.getDataSize())};
         QCOMPARE(got, row.mid(1));
     }
 
@@ -115,8 +115,8 @@ private Q_SLOTS:
         QCOMPARE(map.size(), 54);
         QSet<unsigned char*> seen;
         for (const QStringList& r : templates) {
-            unsigned char* header
-                = map.value(WaveFileParser::getPcmType(char(r[0].toInt()), r[1].toUInt(), char(r[2].toInt())));
+            unsigned char* header = map.value(
+                WaveFileParser::getPcmType(char(r[0].toInt()), r[1].toUInt(), char(r[2].toInt())));
             QVERIFY2(header, qPrintable(r.join(' ')));
             seen << header;
             QCOMPARE(QByteArray(reinterpret_cast<const char*>(header), 44).toHex(), r[3].toLatin1());
