@@ -35,11 +35,6 @@ QStringList LogbusCapture::texts() const
     return out;
 }
 
-bool LogbusCapture::contains(const QString& substring) const
-{
-    return count(substring) > 0;
-}
-
 bool LogbusCapture::contains(int priority, const QString& substring) const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -51,12 +46,7 @@ bool LogbusCapture::contains(int priority, const QString& substring) const
 
 int LogbusCapture::count(const QString& substring) const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    int n = 0;
-    for (const LogRecord& r : m_records)
-        if (r.text.contains(substring))
-            ++n;
-    return n;
+    return texts().filter(substring).size();
 }
 
 void LogbusCapture::clear()

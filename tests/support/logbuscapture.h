@@ -23,7 +23,7 @@ public:
     /// The texts of the records, without timestamp, module or priority.
     QStringList texts() const;
     /// True if some record's text contains `substring`.
-    bool contains(const QString& substring) const;
+    bool contains(const QString& substring) const { return count(substring) > 0; }
     /// True if some record of that priority contains `substring`.
     bool contains(int priority, const QString& substring) const;
     /// How many records contain `substring`.

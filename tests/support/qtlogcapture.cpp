@@ -60,28 +60,14 @@ QStringList QtLogCapture::messages(QtMsgType type) const
     return out;
 }
 
-bool QtLogCapture::contains(const QString& text) const
-{
-    return count(text) > 0;
-}
-
 bool QtLogCapture::contains(QtMsgType type, const QString& text) const
 {
-    const QStringList list = messages(type);
-    for (const QString& m : list)
-        if (m.contains(text))
-            return true;
-    return false;
+    return !messages(type).filter(text).isEmpty();
 }
 
 int QtLogCapture::count(const QString& text) const
 {
-    QMutexLocker lock(&m_mutex);
-    int n = 0;
-    for (const auto& m : m_messages)
-        if (m.second.contains(text))
-            ++n;
-    return n;
+    return messages().filter(text).size();
 }
 
 void QtLogCapture::clear()

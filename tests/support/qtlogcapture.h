@@ -20,7 +20,7 @@ public:
     /// Messages of one type only.
     QStringList messages(QtMsgType type) const;
     /// True if some captured message contains `text`.
-    bool contains(const QString& text) const;
+    bool contains(const QString& text) const { return count(text) > 0; }
     bool contains(QtMsgType type, const QString& text) const;
     /// How many captured messages contain `text`.
     int count(const QString& text) const;
