@@ -61,6 +61,8 @@ private Q_SLOTS:
             QVERIFY(!QFileInfo::exists(plain));
             QVERIFY(!QFileInfo::exists(h.encryptedFilePath() + QStringLiteral(".tmp")));
         }
+        // Nothing but the scrambled file stays: no copy, no backup, no note of a working copy.
+        QCOMPARE(QDir(host).entryList(QDir::Files | QDir::Hidden), QStringList {QStringLiteral("cdr.db")});
         const QByteArray bytes = slurp(host + QStringLiteral("/cdr.db"));
         QVERIFY(!bytes.startsWith("SQLite format 3"));
         QVERIFY(SimpleObfuscator::reveal(bytes).startsWith("SQLite format 3"));
@@ -91,16 +93,21 @@ private Q_SLOTS:
 
     void decryptTwiceLeavesWorkingCopyAlone()
     {
-        EncryptedSqliteDbHandler h(config(QStringLiteral("cdr.db")));
-        QVERIFY(h.openDbConn());
-        QVERIFY(exec(h, QStringLiteral("CREATE TABLE t (name TEXT)")));
-        QVERIFY(exec(h, QStringLiteral("INSERT INTO t VALUES ('kept')")));
-        h.closeDbConn();
-        const QString plain = h.plainFilePath();
-        QVERIFY(h.decryptDb());
-        QCOMPARE(h.plainFilePath(), plain);
-        QVERIFY(h.openDbConn());
-        QCOMPARE(names(h), QStringList {QStringLiteral("kept")});
+        QString plain;
+        {
+            EncryptedSqliteDbHandler h(config(QStringLiteral("cdr.db")));
+            QVERIFY(h.openDbConn() && exec(h, QStringLiteral("CREATE TABLE t (name TEXT)")));
+            QVERIFY(exec(h, QStringLiteral("INSERT INTO t VALUES ('kept')")));
+            h.closeDbConn();
+            plain = h.plainFilePath();
+            QVERIFY(h.decryptDb());
+            QCOMPARE(h.plainFilePath(), plain);
+            QVERIFY(h.openDbConn());
+            QCOMPARE(names(h), QStringList {QStringLiteral("kept")});
+        }
+        // Dropped without a close: the copy goes with it, and so does the note of it.
+        QVERIFY(!QFileInfo::exists(plain));
+        QVERIFY(!QFileInfo::exists(m_dir->filePath(QStringLiteral("cdr.db.work"))));
     }
 
     void decryptFailures_data()

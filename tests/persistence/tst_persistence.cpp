@@ -271,6 +271,7 @@ private Q_SLOTS:
         QCOMPARE(cdr.first(), first); // every column back, ordered by uid
         QCOMPARE(cdr.first().infoType, QStringLiteral("ANSWER_IN"));
         QCOMPARE(cdr.last().entryUid, QStringLiteral("1002"));
+        QVERIFY(s.store->readCdr()); // a clean list needs no read and is no failure
         s.store.reset();
         QCOMPARE(s.open(QStringLiteral("300"))->cdr().size(), 2); // party to both calls
         QVERIFY(s.open(QStringLiteral("400"))->cdr().isEmpty());
@@ -305,6 +306,7 @@ private Q_SLOTS:
         QCOMPARE(s.store->cdr().first().entryUid, QStringLiteral("2"));
         QCOMPARE(s.store->smsList().size(), 1);
         QCOMPARE(s.store->smsList().first().body, QStringLiteral("new"));
+        QCOMPARE(s.store->lastSmsTime().toString(TELVIX::IsoDateNoTz), now.toString(TELVIX::IsoDateNoTz));
         QCOMPARE(s.count("pbentry_table"), 1);
         QCOMPARE(s.count("pb_table"), 1);
     }
