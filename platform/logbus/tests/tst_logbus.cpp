@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -262,6 +263,35 @@ private Q_SLOTS:
                                "tap one/ONE/1000 logged from a tap", "tap one/ONE/1000 after"}));
         QCOMPARE(secondSeen, (QStringList {"worker whole", "<from two/>", "main first second"}));
         QCOMPARE(fileLines(path("one.log")).size(), 6);
+    }
+
+    // removeTap returns only once no thread is inside the tap any more: a
+    // tap removed while another thread logs is never called after it.
+    void removeTapWaitsForRunningTaps()
+    {
+        auto logger = fileLogger(QStringLiteral("busy"), path("busy.log"));
+        QVERIFY(logger);
+        std::atomic<bool> stop {false};
+        std::thread worker([&] {
+            while (!stop)
+                logger->log(1000, QStringLiteral("busy"));
+        });
+        std::atomic<int> late {0};
+        for (int round = 0; round < 100; ++round) {
+            std::atomic<int> calls {0};
+            std::atomic<bool> removed {false};
+            const int id = Logbus::addTap([&](const LogRecord&) {
+                late += removed ? 1 : 0;
+                ++calls;
+            });
+            while (calls == 0)
+                std::this_thread::yield();
+            Logbus::removeTap(id);
+            removed = true;
+        }
+        stop = true;
+        worker.join();
+        QCOMPARE(late.load(), 0);
     }
 
     void sharedFileFromSeveralThreads()
