@@ -3,19 +3,25 @@
 #include "encrypteddbhandler.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
+#include "lxdbhandler.h"
 #include "persistencesqlite.h"
+#include "qtlogcapture.h"
 #include "simpleobfuscator.h"
 #include "telvix_const.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMetaEnum>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <functional>
+#include <map>
+#include <memory>
 
 using Args = QJsonArray;
 using Function = std::function<QJsonValue(const Args&)>;
@@ -42,52 +48,109 @@ QDateTime time(const QJsonValue& v)
     return QDateTime::fromString(v.toString(), Qt::ISODateWithMs);
 }
 
-// A store of user 200 in a directory of its own, with its working copies in
-// a temporary directory beside it.
-struct Store
+// A scenario of fixtures/persistence/scenarios.json: steps [operation,
+// arguments..., expected], played in a directory of their own. A path names
+// a file in it, "$name" one remembered by "remember"; "~" in a text stands
+// for the directory and "now-1M+60s" for a time from the scenario's start.
+struct World
 {
-    explicit Store(bool withTemporaryDirectory = true)
+    World()
     {
-        if (withTemporaryDirectory)
-            QDir(dir.path()).mkdir(QStringLiteral("tmp"));
-        qputenv("TMPDIR", dir.filePath(QStringLiteral("tmp")).toLocal8Bit());
-        store = open();
+        QDir(dir.path()).mkdir(QStringLiteral("tmp"));
+        qputenv("TMPDIR", path("tmp").toLocal8Bit());
     }
-    ~Store() { qunsetenv("TMPDIR"); }
-    std::unique_ptr<PersistenceSqlite> open(const QString& exten = QStringLiteral("200")) const
+    ~World() { qunsetenv("TMPDIR"); }
+    QString path(const QJsonValue& name) const
     {
-        return std::make_unique<PersistenceSqlite>(dir.filePath(QStringLiteral("cdr.db")), exten);
+        const QString n = name.toString();
+        return vars.contains(n) ? vars.value(n) : dir.filePath(n);
     }
-    int count(const char* table) const
+    QString rel(QString text) const
     {
-        QSqlQuery q(store->dbHandler()->database());
-        return q.exec(QStringLiteral("SELECT count(*) FROM %1").arg(QLatin1String(table))) && q.next()
-            ? q.value(0).toInt()
-            : -1;
+        for (auto it = vars.begin(); it != vars.end(); ++it)
+            if (!it.value().isEmpty() && text == it.value())
+                return it.key();
+        return text.replace(dir.path(), QStringLiteral("~"));
     }
-    bool append(const QJsonValue& entries)
+    QJsonValue times(const QJsonValue& v) const
     {
-        return store->appendCdr(JsonConvert::fromJson(entries, qMetaTypeId<Cdr>()).value<Cdr>());
+        if (v.isArray() || v.isObject()) {
+            QJsonArray in = v.isArray() ? v.toArray() : QJsonArray {v};
+            QJsonArray out;
+            for (const QJsonValue& x : qAsConst(in))
+                if (x.isObject()) {
+                    QJsonObject o = x.toObject();
+                    for (auto it = o.begin(); it != o.end(); ++it)
+                        it.value() = times(it.value());
+                    out << o;
+                } else {
+                    out << times(x);
+                }
+            return v.isArray() ? QJsonValue(out) : out.at(0);
+        }
+        static const QRegularExpression re(QStringLiteral("^now(?:([-+]\\d+)M)?(?:([-+]\\d+)s)?$"));
+        const QRegularExpressionMatch m = re.match(v.toString());
+        if (!m.hasMatch())
+            return v;
+        return now.addMonths(m.captured(1).toInt())
+            .addSecs(m.captured(2).toInt())
+            .toString(TELVIX::IsoDateNoTz);
     }
+    bool openStore(const QString& exten = QStringLiteral("200"))
+    {
+        store = std::make_unique<PersistenceSqlite>(path("cdr.db"), exten);
+        return store->dbHandler() != nullptr;
+    }
+    LxBaseDbHandler& h(const QJsonValue& name) { return *handlers.at(name.toString()); }
+    EncryptedSqliteDbHandler& e(const QJsonValue& name)
+    {
+        return static_cast<EncryptedSqliteDbHandler&>(h(name));
+    }
+    DbhConfig config(const QString& dbName, const QString& host) const
+    {
+        DbhConfig c;
+        c.driver = LXDBHANDLER::SQLITE;
+        c.dbName = dbName;
+        c.host = host;
+        c.logFile = dir.filePath(QStringLiteral("db.log"));
+        return c;
+    }
+
     QTemporaryDir dir;
+    const QDateTime now = QDateTime::currentDateTime();
+    QHash<QString, QString> vars;
+    std::map<QString, std::unique_ptr<LxBaseDbHandler>> handlers;
     std::unique_ptr<PersistenceSqlite> store;
+    std::unique_ptr<LogbusCapture> log = std::make_unique<LogbusCapture>();
+    std::unique_ptr<QtLogCapture> qt = std::make_unique<QtLogCapture>();
 };
 
-CdrEntry entry(const QString& uid, const QString& caller = QStringLiteral("200"), int direction = 2,
-               const QDateTime& start = QDateTime::currentDateTime())
+bool exec(LxBaseDbHandler& h, const QString& sql)
 {
-    CdrEntry e;
-    e.entryUid = uid;
-    e.callId = QStringLiteral("call-") + uid;
-    e.caller = caller;
-    e.callee = caller == QLatin1String("200") ? QStringLiteral("300") : QStringLiteral("200");
-    e.callerName = QStringLiteral("Caller ") + e.caller;
-    e.calleeName = QStringLiteral("Callee ") + e.callee;
-    e.direction = direction;
-    e.status = 8;
-    e.startTime = start.toString(TELVIX::IsoDateNoTz);
-    e.duration = 42;
-    return e;
+    QSqlQuery q = h.createNewQuery();
+    return h.prepareQuery(q, sql) && h.executeQuery(q);
+}
+
+QByteArray slurp(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool spit(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+template <typename T> T from(const QJsonValue& v)
+{
+    return JsonConvert::fromJson(v, qMetaTypeId<T>()).template value<T>();
+}
+
+template <typename T> QJsonValue to(const T& value)
+{
+    return JsonConvert::toJson(QVariant::fromValue(value));
 }
 
 QHash<QString, Function> functions()
@@ -139,28 +202,198 @@ QHash<QString, Function> functions()
         return out.size();
     };
     f["storedCdr"] = [](const Args& a) -> QJsonValue {
-        Store s;
-        if (!s.append(Args {a[0]}) || s.store->cdr().size() != 1)
+        World w;
+        if (!w.openStore() || !w.store->appendCdr({from<CdrEntry>(a[0])}) || w.store->cdr().size() != 1)
             return QStringLiteral("not stored");
-        const CdrEntry e = s.store->cdr().first();
+        const CdrEntry e = w.store->cdr().first();
         return Args {e.directionText, e.statusText, e.infoType, e.localDirection};
     };
     // A row that goes in marks the list dirty, so the next read sees it; a
     // list is stored in one transaction where a refused row undoes only itself.
     f["appendAfter500"] = [](const Args& a) -> QJsonValue {
-        Store s;
-        if (!s.append(Args {QJsonObject {{"entryUid", "500"}, {"caller", "200"}}})
-            || s.store->cdr().size() != 1)
+        World w;
+        if (!w.openStore()
+            || !w.store->appendCdr(
+                from<Cdr>(QJsonArray {QJsonObject {{"entryUid", "500"}, {"caller", "200"}}}))
+            || w.store->cdr().size() != 1)
             return QStringLiteral("first entry not stored");
-        LogbusCapture log;
-        const bool appended = s.append(a[0]);
+        w.log->clear();
+        const bool appended = w.store->appendCdr(from<Cdr>(a[0]));
         QJsonArray warnings;
-        for (const LogRecord& r : log.records())
+        for (const LogRecord& r : w.log->records())
             if (r.priority == 100)
                 warnings << r.text;
-        return Args {appended, s.store->cdr().size(), warnings};
+        return Args {appended, w.store->cdr().size(), warnings};
     };
     return f;
+}
+
+using Step = std::function<QJsonValue(World&, const Args&)>;
+
+QHash<QString, Step> steps()
+{
+    QHash<QString, Step> s;
+    // Files of the scenario's directory.
+    s["mkdir"] = [](World& w, const Args& a) { return QDir().mkpath(w.path(a[0])); };
+    s["write"] = [](World& w, const Args& a) { return spit(w.path(a[0]), a[1].toString().toUtf8()); };
+    s["writeHidden"] = [](World& w, const Args& a) {
+        return spit(w.path(a[0]), SimpleObfuscator::hide(QByteArray(a[1].toInt(), 'x')));
+    };
+    s["resize"] = [](World& w, const Args& a) { return QFile::resize(w.path(a[0]), a[1].toInt()); };
+    s["size"] = [](World& w, const Args& a) -> QJsonValue {
+        const QFileInfo f(w.path(a[0]));
+        return f.exists() ? QJsonValue(f.size()) : QJsonValue();
+    };
+    s["files"] = [](World& w, const Args& a) {
+        return QJsonArray::fromStringList(QDir(w.path(a[0])).entryList(QDir::Files | QDir::Hidden));
+    };
+    s["head"] = [](World& w, const Args& a) { return QString::fromLatin1(slurp(w.path(a[0])).left(16)); };
+    s["revealedHead"] = [](World& w, const Args& a) {
+        return QString::fromLatin1(SimpleObfuscator::reveal(slurp(w.path(a[0]))).left(16));
+    };
+    s["holds"]
+        = [](World& w, const Args& a) { return slurp(w.path(a[0])).contains(a[1].toString().toUtf8()); };
+    s["private"] = [](World& w, const Args& a) {
+        return !(QFileInfo(w.path(a[0])).permissions() & (QFile::ReadOther | QFile::ReadGroup));
+    };
+    s["same"] = [](World& w, const Args& a) { return slurp(w.path(a[0])) == slurp(w.path(a[1])); };
+    s["copy"] = [](World& w, const Args& a) { return QFile::copy(w.path(a[0]), w.path(a[1])); };
+    s["tmpdir"] = [](World& w, const Args& a) { return qputenv("TMPDIR", w.path(a[0]).toLocal8Bit()); };
+    // Logs since the last "clear".
+    s["log"] = [](World& w, const Args& a) {
+        const QString text = a[1].toString().replace('~', w.dir.path());
+        return a[0].isNull() ? w.log->contains(text) : w.log->contains(a[0].toInt(), text);
+    };
+    s["qtlog"]
+        = [](World& w, const Args& a) { return w.qt->contains(a[0].toString().replace('~', w.dir.path())); };
+    s["clear"] = [](World& w, const Args&) {
+        w.log->clear();
+        w.qt->clear();
+        return true;
+    };
+    // Handlers by name: "enc" a scrambled cdr.db in a directory, "plain" a
+    // plain file, with a driver and connection name if given.
+    s["enc"] = [](World& w, const Args& a) {
+        w.handlers[a[0].toString()] = std::make_unique<EncryptedSqliteDbHandler>(
+            w.config(QStringLiteral("cdr.db"), a[1].isString() ? w.path(a[1]) : w.dir.path()));
+        return true;
+    };
+    s["plain"] = [](World& w, const Args& a) {
+        DbhConfig c = w.config(w.path(a[1]), w.dir.path());
+        if (a.size() > 2) {
+            c.driver = a[2].toString();
+            c.connectionName = a[3].toString();
+        }
+        w.handlers[a[0].toString()] = std::make_unique<LxBaseDbHandler>(c);
+        return true;
+    };
+    s["drop"] = [](World& w, const Args& a) {
+        const QString connection = w.h(a[0]).connectionName();
+        w.handlers.erase(a[0].toString());
+        return QSqlDatabase::contains(connection);
+    };
+    s["remember"] = [](World& w, const Args& a) {
+        const QString plain = w.e(a[0]).plainFilePath();
+        w.vars.insert(a[1].toString(), plain);
+        return QFileInfo(plain).fileName().left(7) + " in " + w.rel(QFileInfo(plain).absolutePath());
+    };
+    s["plainPath"] = [](World& w, const Args& a) { return w.rel(w.e(a[0]).plainFilePath()); };
+    s["databaseName"] = [](World& w, const Args& a) { return w.rel(w.h(a[0]).database().databaseName()); };
+    s["connection"] = [](World& w, const Args& a) {
+        const QString name = w.h(a[0]).connectionName();
+        return w.rel(name.section('{', 0, 0));
+    };
+    s["hasConnection"]
+        = [](World& w, const Args& a) { return QSqlDatabase::contains(w.h(a[0]).connectionName()); };
+    s["open"] = [](World& w, const Args& a) { return w.h(a[0]).openDbConn(); };
+    s["isOpen"] = [](World& w, const Args& a) { return w.h(a[0]).database().isOpen(); };
+    s["close"] = [](World& w, const Args& a) {
+        w.h(a[0]).closeDbConn();
+        return true;
+    };
+    s["testConnection"] = [](World& w, const Args& a) { return w.h(a[0]).testConnection(); };
+    s["exec"] = [](World& w, const Args& a) { return exec(w.h(a[0]), a[1].toString()); };
+    s["transaction"] = [](World& w, const Args& a) { return w.h(a[0]).database().transaction(); };
+    s["commit"] = [](World& w, const Args& a) { return w.h(a[0]).database().commit(); };
+    s["fill"] = [](World& w, const Args& a) {
+        bool ok = w.h(a[0]).database().transaction();
+        for (int i = 0; i < a[1].toInt(); ++i)
+            ok = ok
+                && exec(w.h(a[0]),
+                        QStringLiteral("INSERT INTO t VALUES ('row %1')").arg(i, 5, 10, QLatin1Char('0')));
+        return ok && w.h(a[0]).database().commit();
+    };
+    s["names"] = [](World& w, const Args& a) {
+        QSqlQuery q = w.h(a[0]).createNewQuery();
+        QJsonArray out;
+        if (w.h(a[0]).prepareQuery(q, QStringLiteral("SELECT name FROM t ORDER BY name"))
+            && w.h(a[0]).executeQuery(q))
+            while (q.next())
+                out << q.value(0).toString();
+        return a.size() > 1 ? QJsonValue(Args {out.size(), out.last()}) : QJsonValue(out);
+    };
+    s["error"] = [](World& w, const Args& a) {
+        const LxBaseDbHandler& h = w.h(a[0]);
+        const QString type = QMetaEnum::fromType<LxBaseDbHandler::ErrorType>().valueToKey(h.lastErrorType());
+        return a.size() > 1 ? Args {type, h.lastErrorText().contains(a[1].toString())}
+                            : Args {type, h.lastErrorText().isNull()};
+    };
+    // The last error as the log tells it with the query.
+    s["errorLogged"] = [](World& w, const Args& a) {
+        return w.log->contains(10,
+                               QStringLiteral("%1 %2  for query ( %3 )")
+                                   .arg(a[1].toString(), w.h(a[0]).lastErrorText(), a[2].toString()));
+    };
+    s["dbError"] = [](World& w, const Args& a) {
+        return w.log->contains(10, QStringLiteral("------ DB ERROR: ") + w.h(a[0]).lastErrorText());
+    };
+    s["commitAndClose"] = [](World& w, const Args& a) {
+        w.h(a[0]).commitAndClose(a[1].toString());
+        return true;
+    };
+    s["rollbackAndClose"] = [](World& w, const Args& a) {
+        w.h(a[0]).rollbackAndClose(a[1].toString());
+        return true;
+    };
+    s["encrypt"] = [](World& w, const Args& a) { return w.e(a[0]).encryptDb(); };
+    s["decrypt"] = [](World& w, const Args& a) { return w.e(a[0]).decryptDb(); };
+    s["deleteFiles"] = [](World& w, const Args& a) {
+        w.e(a[0]).deleteFiles();
+        return true;
+    };
+    // The store of a user on cdr.db.
+    s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
+    s["closeStore"] = [](World& w, const Args&) {
+        w.store->close();
+        w.store.reset();
+        return true;
+    };
+    s["append"] = [](World& w, const Args& a) { return w.store->appendCdr(from<Cdr>(w.times(a[0]))); };
+    s["cdr"] = [](World& w, const Args&) {
+        QJsonArray uids;
+        for (const CdrEntry& e : w.store->cdr())
+            uids << e.entryUid;
+        return uids;
+    };
+    s["cdrRecords"] = [](World& w, const Args&) { return to(w.store->cdr()); };
+    s["readCdr"] = [](World& w, const Args&) { return w.store->readCdr(); };
+    s["lastUid"] = [](World& w, const Args&) { return w.store->lastCdrEntryUid(); };
+    s["addSms"] = [](World& w, const Args& a) {
+        return w.store->appendSmsList(from<QList<SmsEntry>>(w.times(a[0])));
+    };
+    s["sms"] = [](World& w, const Args&) { return to(w.store->smsList()); };
+    s["lastSmsTime"]
+        = [](World& w, const Args&) { return w.store->lastSmsTime().toString(TELVIX::IsoDateNoTz); };
+    s["setPhoneBook"]
+        = [](World& w, const Args& a) { return w.store->setPhoneBook(from<QList<PhoneBook>>(a[0])); };
+    s["readPhoneBook"] = [](World& w, const Args&) { return w.store->readPhoneBook(); };
+    s["phoneBooks"] = [](World& w, const Args&) { return w.store->phoneBook().size(); };
+    s["deleteOldData"] = [](World& w, const Args&) { return w.store->deleteOldData(); };
+    s["count"] = [](World& w, const Args& a) {
+        QSqlQuery q(w.store->dbHandler()->database());
+        return q.exec("SELECT count(*) FROM " + a[0].toString()) && q.next() ? q.value(0).toInt() : -1;
+    };
+    return s;
 }
 
 } // namespace
@@ -234,6 +467,7 @@ private Q_SLOTS:
     {
         Persistence p;
         QVERIFY(p.open() && p.appendCdr(Cdr()));
+        const auto entry = [](const char* uid) { return from<CdrEntry>(QJsonObject {{"entryUid", uid}}); };
         QVERIFY(p.appendCdr({entry("3"), entry("7")}) && p.appendCdr({entry("5")}));
         QCOMPARE(p.cdr().size(), 3);
         QCOMPARE(p.lastCdrEntryUid(), QStringLiteral("7"));
@@ -245,172 +479,36 @@ private Q_SLOTS:
         QCOMPARE(p.phoneBook().size(), 2);
     }
 
-    void historySurvivesReopenScrambled()
+    void scenarios_data()
     {
-        Store s;
-        CdrEntry first = entry("1001", "300", 1);
-        first.attributes = TELVIX::getCallAttributeValue(QStringLiteral("recorded"));
-        {
-            LogbusCapture log;
-            QVERIFY(s.store->dbHandler() && s.store->appendCdr({entry("1002"), first}));
-            s.store->close();
-            QVERIFY(log.contains(10, QStringLiteral("Database was NOT OPEN! -> Closing anyway")));
-            s.store.reset();
+        QTest::addColumn<QJsonArray>("steps");
+        const QDir dir(QStringLiteral(TELVIX_TEST_FIXTURES "/persistence/scenarios"));
+        for (const QString& name : dir.entryList({"*.json"})) {
+            QFile file(dir.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const QJsonObject all = QJsonDocument::fromJson(file.readAll()).object();
+            QVERIFY2(!all.isEmpty(), qPrintable(name));
+            for (auto it = all.begin(); it != all.end(); ++it)
+                QTest::newRow(qPrintable(it.key())) << it.value().toArray();
         }
-        QVERIFY(QDir(s.dir.filePath(QStringLiteral("tmp"))).isEmpty()); // no plain copy left behind
-        QFile file(s.dir.filePath(QStringLiteral("cdr.db")));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray bytes = file.readAll();
-        QVERIFY(!bytes.isEmpty() && !bytes.contains("SQLite format") && !bytes.contains("cdr_table"));
-
-        s.store = s.open();
-        QCOMPARE(s.store->lastCdrEntryUid(), QStringLiteral("1002"));
-        const Cdr cdr = s.store->cdr();
-        QCOMPARE(cdr.size(), 2);
-        first.updateInfo(QStringLiteral("200"));
-        QCOMPARE(cdr.first(), first); // every column back, ordered by uid
-        QCOMPARE(cdr.first().infoType, QStringLiteral("ANSWER_IN"));
-        QCOMPARE(cdr.last().entryUid, QStringLiteral("1002"));
-        QVERIFY(s.store->readCdr()); // a clean list needs no read and is no failure
-        s.store.reset();
-        QCOMPARE(s.open(QStringLiteral("300"))->cdr().size(), 2); // party to both calls
-        QVERIFY(s.open(QStringLiteral("400"))->cdr().isEmpty());
     }
 
-    void textualUidOrderAtWrite()
+    void scenarios()
     {
-        Store s;
-        QVERIFY(s.store->appendCdr({entry("100")}) && s.store->appendCdr({entry("99")}));
-        QCOMPARE(s.store->lastCdrEntryUid(), QStringLiteral("99"));
-        QVERIFY(!s.store->appendCdr({entry("100")}));
-        QCOMPARE(s.store->cdr().size(), 2);
-    }
-
-    void retentionDropsOldHistoryKeepsPhoneBooks()
-    {
-        Store s;
-        const QDateTime now = QDateTime::currentDateTime();
-        QVERIFY(s.store->appendCdr({entry("1", "200", 2, now.addMonths(-1).addSecs(-60)),
-                                    entry("2", "200", 2, now.addMonths(-1).addSecs(3600))}));
-        QVERIFY(s.store->appendSmsList({{"old", "300", now.addMonths(-2).toString(TELVIX::IsoDateNoTz)},
-                                        {"new", "300", now.toString(TELVIX::IsoDateNoTz)}}));
-        PhoneBook book;
-        book.entries.append(PhoneBookEntry());
-        QVERIFY(s.store->setPhoneBook({book}));
-        QCOMPARE(s.store->cdr().size(), 2); // nothing is aged before the next open
-        s.store.reset();
-        LogbusCapture log;
-        s.store = s.open();
-        QVERIFY(log.contains(1000, QStringLiteral("Deleting data older than")));
-        QCOMPARE(s.store->cdr().size(), 1);
-        QCOMPARE(s.store->cdr().first().entryUid, QStringLiteral("2"));
-        QCOMPARE(s.store->smsList().size(), 1);
-        QCOMPARE(s.store->smsList().first().body, QStringLiteral("new"));
-        QCOMPARE(s.store->lastSmsTime().toString(TELVIX::IsoDateNoTz), now.toString(TELVIX::IsoDateNoTz));
-        QCOMPARE(s.count("pbentry_table"), 1);
-        QCOMPARE(s.count("pb_table"), 1);
-    }
-
-    void outdatedCdrTableIsRebuilt_data()
-    {
-        QTest::addColumn<QStringList>("statements");
-        QTest::addColumn<QString>("logged");
-        QTest::newRow("no callattributes")
-            << QStringList {"CREATE TABLE cdr_table ( entryuid VARCHAR UNIQUE, caller VARCHAR, callee "
-                            "VARCHAR, "
-                            "starttime VARCHAR)",
-                            "INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01')"}
-            << "Column callattributes not present in cdr_table, re-create it adding the missing column!";
-        QTest::newRow("duplicate entryuid")
-            << QStringList {"CREATE TABLE cdr_table ( entryuid VARCHAR, caller VARCHAR, callee VARCHAR, "
-                            "starttime VARCHAR, callattributes VARCHAR)",
-                            "INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01', '')",
-                            "INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01', '')"}
-            << "Duplicated entries in cdr_entry, re-create it forcing UNIQUE entryuid field!";
-    }
-
-    void outdatedCdrTableIsRebuilt()
-    {
-        QFETCH(QStringList, statements);
-        QFETCH(QString, logged);
-        Store s;
-        s.store.reset();
-        QFile::remove(s.dir.filePath(QStringLiteral("cdr.db")));
-        {
-            DbhConfig config;
-            config.driver = LXDBHANDLER::SQLITE;
-            config.host = s.dir.path();
-            config.dbName = QStringLiteral("cdr.db");
-            config.logFile = s.dir.filePath(QStringLiteral("old.log"));
-            EncryptedSqliteDbHandler old(config);
-            QVERIFY(old.openDbConn());
-            for (const QString& sql : qAsConst(statements)) {
-                QSqlQuery q = old.createNewQuery();
-                QVERIFY2(old.prepareQuery(q, sql) && old.executeQuery(q), qPrintable(sql));
-            }
-            QVERIFY(old.encryptDb());
+        static const QHash<QString, Step> all = steps();
+        QFETCH(QJsonArray, steps);
+        World w;
+        for (int i = 0; i < steps.size(); ++i) {
+            Args args = steps.at(i).toArray();
+            const QString op = args.takeAt(0).toString();
+            const QJsonValue expected = w.times(args.takeAt(args.size() - 1));
+            QVERIFY2(all.contains(op), qPrintable(op));
+            const QJsonValue actual = all.value(op)(w, args);
+            QVERIFY2(actual == expected,
+                     qPrintable(QStringLiteral("step %1 %2\n   actual: %3\n expected: %4")
+                                    .arg(i)
+                                    .arg(compact(steps.at(i)), compact(actual), compact(expected))));
         }
-        LogbusCapture log;
-        s.store = s.open();
-        QVERIFY(log.contains(100, logged));
-        QVERIFY(log.contains(1000, QStringLiteral("Dropping and re-creating cdr_table")));
-        QVERIFY(log.contains(QStringLiteral("Dropping and re-creating sms_table"))); // it was missing
-        QCOMPARE(s.store->lastCdrEntryUid(), QString()); // the old rows went with the table
-        QVERIFY(s.store->appendCdr({entry("1")}));
-        QVERIFY(!s.store->appendCdr({entry("1")})); // UNIQUE entryuid holds now
-        QCOMPARE(s.store->cdr().size(), 1);
-    }
-
-    void phoneBookIsWriteOnly()
-    {
-        Store s;
-        PhoneBook book;
-        book.type = PHONEBOOK::PB_VANTOR;
-        book.name = QStringLiteral("main");
-        PhoneBookEntry person;
-        person.displayName = QStringLiteral("Bob");
-        person.company = QStringLiteral("ACME");
-        book.entries = {person, person};
-        QVERIFY(s.store->setPhoneBook({book}) && s.store->setPhoneBook({book})); // replaces the user's books
-        QCOMPARE(s.count("pbentry_table"), 2);
-        QCOMPARE(s.count("pbentry_table WHERE company IS NULL"), 2);
-        LogbusCapture log;
-        QVERIFY(!s.store->readPhoneBook());
-        QVERIFY(s.store->phoneBook().isEmpty());
-        QVERIFY(log.contains(
-            10, QStringLiteral("Error retrieving PB list from SQLite db... user: 200 - error:")));
-    }
-
-    void smsReadsAppend()
-    {
-        Store s;
-        const QString t1 = QDateTime::currentDateTime().addSecs(-10).toString(TELVIX::IsoDateNoTz);
-        const QString t2 = QDateTime::currentDateTime().toString(TELVIX::IsoDateNoTz);
-        QVERIFY(s.store->appendSmsList({{"a", "300", t1}}));
-        QCOMPARE(s.store->smsList(), (QList<SmsEntry> {{"a", "300", t1}}));
-        QVERIFY(s.store->appendSmsList({{"b", "301", t2}}));
-        QCOMPARE(s.store->lastSmsTime().toString(TELVIX::IsoDateNoTz), t2);
-        // The re-read goes after the list as it stood: "a" twice.
-        QCOMPARE(s.store->smsList().size(), 3);
-        QCOMPARE(s.store->smsList().last().number, QStringLiteral("301"));
-    }
-
-    void unopenableStoreWorksEmpty()
-    {
-        LogbusCapture log;
-        Store s(false); // no temporary directory: no working copy can be made
-        QVERIFY(!s.store->dbHandler());
-        QVERIFY(log.contains(100,
-                             QStringLiteral("Failed to initilize persistence db. Trying again after dropping "
-                                            "existent files...")));
-        QVERIFY(log.contains(10, QStringLiteral("Unable to decrypt SQLite db...")));
-        QVERIFY(!s.store->readCdr() && s.store->appendCdr(Cdr()) && !s.store->appendCdr({entry("1")}));
-        QVERIFY(log.contains(
-            10, QStringLiteral("Persistence Db handler not initialized! Cannot write Cdr entries")));
-        QVERIFY(s.store->cdr().isEmpty());
-        QVERIFY(!s.store->setPhoneBook({PhoneBook()}) && !s.store->appendSmsList({SmsEntry()}));
-        QVERIFY(s.store->smsList().isEmpty() && !s.store->deleteOldData());
-        QCOMPARE(s.store->lastCdrEntryUid(), QString());
     }
 };
 
