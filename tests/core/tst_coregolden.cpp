@@ -1,5 +1,6 @@
 // The ground floor's functions against the fixtures in fixtures/core: each
 // file maps a function name to rows of [arguments..., expected result].
+#include "fixturetable.h"
 #include "jsonconvert.h"
 #include "telvix.h"
 #include "telvix_const.h"
@@ -15,15 +16,7 @@
 #include <functional>
 
 using namespace TELVIX;
-using Args = QJsonArray;
-using Function = std::function<QJsonValue(const Args&)>;
-
 namespace {
-
-QString compact(const QJsonValue& v)
-{
-    return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact)).mid(1).chopped(1);
-}
 
 // Registers E's two conversions, and under the bare name a pair that must
 // hold both ways.
@@ -129,39 +122,12 @@ class TestCoreGolden : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void fixtures_data()
-    {
-        QTest::addColumn<QString>("function");
-        QTest::addColumn<Args>("args");
-        QTest::addColumn<QJsonValue>("expected");
-        const QDir dir(QStringLiteral(TELVIX_TEST_FIXTURES "/core"));
-        for (const QString& name : dir.entryList({"*.json"})) {
-            QFile file(dir.filePath(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QJsonObject all = QJsonDocument::fromJson(file.readAll()).object();
-            QVERIFY2(!all.isEmpty(), qPrintable(name));
-            for (auto it = all.begin(); it != all.end(); ++it) {
-                const QJsonArray rows = it.value().toArray();
-                for (int i = 0; i < rows.size(); ++i) {
-                    Args args = rows.at(i).toArray();
-                    const QJsonValue expected = args.takeAt(args.size() - 1);
-                    QTest::addRow("%s %d: %s", qPrintable(it.key()), i, qPrintable(compact(args).left(60)))
-                        << it.key() << args << expected;
-                }
-            }
-        }
-    }
+    void fixtures_data() { addFunctionRows(QStringLiteral("core")); }
 
     void fixtures()
     {
         static const QHash<QString, Function> all = functions();
-        QFETCH(QString, function);
-        QFETCH(Args, args);
-        QFETCH(QJsonValue, expected);
-        QVERIFY2(all.contains(function), qPrintable(function));
-        const QJsonValue actual = all.value(function)(args);
-        QVERIFY2(actual == expected,
-                 qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
+        checkFunctionRow(all);
     }
 
     void compressedBase64RoundTrips()

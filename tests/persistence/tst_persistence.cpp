@@ -1,5 +1,6 @@
 // The store's rules and the scrambling against fixtures/persistence: each
 // file maps a function name to rows of [arguments..., expected result].
+#include "../core/fixturetable.h"
 #include "encrypteddbhandler.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
@@ -23,15 +24,7 @@
 #include <map>
 #include <memory>
 
-using Args = QJsonArray;
-using Function = std::function<QJsonValue(const Args&)>;
-
 namespace {
-
-QString compact(const QJsonValue& v)
-{
-    return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact)).mid(1).chopped(1);
-}
 
 QByteArray bytes(const QJsonValue& hex)
 {
@@ -365,6 +358,9 @@ QHash<QString, Step> steps()
     s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
     s["closeStore"] = [](World& w, const Args&) {
         w.store->close();
+        return true;
+    };
+    s["dropStore"] = [](World& w, const Args&) {
         w.store.reset();
         return true;
     };
@@ -403,39 +399,12 @@ class TestPersistence : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void fixtures_data()
-    {
-        QTest::addColumn<QString>("function");
-        QTest::addColumn<Args>("args");
-        QTest::addColumn<QJsonValue>("expected");
-        const QDir dir(QStringLiteral(TELVIX_TEST_FIXTURES "/persistence"));
-        for (const QString& name : dir.entryList({"*.json"})) {
-            QFile file(dir.filePath(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QJsonObject all = QJsonDocument::fromJson(file.readAll()).object();
-            QVERIFY2(!all.isEmpty(), qPrintable(name));
-            for (auto it = all.begin(); it != all.end(); ++it) {
-                const QJsonArray rows = it.value().toArray();
-                for (int i = 0; i < rows.size(); ++i) {
-                    Args args = rows.at(i).toArray();
-                    const QJsonValue expected = args.takeAt(args.size() - 1);
-                    QTest::addRow("%s %d: %s", qPrintable(it.key()), i, qPrintable(compact(args).left(60)))
-                        << it.key() << args << expected;
-                }
-            }
-        }
-    }
+    void fixtures_data() { addFunctionRows(QStringLiteral("persistence")); }
 
     void fixtures()
     {
         static const QHash<QString, Function> all = functions();
-        QFETCH(QString, function);
-        QFETCH(Args, args);
-        QFETCH(QJsonValue, expected);
-        QVERIFY2(all.contains(function), qPrintable(function));
-        const QJsonValue actual = all.value(function)(args);
-        QVERIFY2(actual == expected,
-                 qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
+        checkFunctionRow(all);
     }
 
     // Every byte value moves by 13 and back, and random data of any length
@@ -482,15 +451,8 @@ private Q_SLOTS:
     void scenarios_data()
     {
         QTest::addColumn<QJsonArray>("steps");
-        const QDir dir(QStringLiteral(TELVIX_TEST_FIXTURES "/persistence/scenarios"));
-        for (const QString& name : dir.entryList({"*.json"})) {
-            QFile file(dir.filePath(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QJsonObject all = QJsonDocument::fromJson(file.readAll()).object();
-            QVERIFY2(!all.isEmpty(), qPrintable(name));
-            for (auto it = all.begin(); it != all.end(); ++it)
-                QTest::newRow(qPrintable(it.key())) << it.value().toArray();
-        }
+        for (const auto& entry : fixtureEntries(QStringLiteral("persistence/scenarios")))
+            QTest::newRow(qPrintable(entry.first)) << entry.second.toArray();
     }
 
     void scenarios()

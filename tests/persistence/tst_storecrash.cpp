@@ -1,10 +1,8 @@
-// The scrambled store killed at arbitrary points of its close, and started
-// where its temporary directory is missing: the history that a complete close
-// saved is never lost, and no plain copy stays in the clear.
+// The scrambled store killed at arbitrary points of its close: the history
+// that a complete close saved is never lost, and no plain copy stays in the
+// clear.
 #include "encrypteddbhandler.h"
 #include "logbuscapture.h"
-#include "persistencesqlite.h"
-#include "qtlogcapture.h"
 
 #include <QDir>
 #include <QProcess>
@@ -60,7 +58,6 @@ class TestStoreCrash : public QObject
 
 private Q_SLOTS:
     void killedAnywhereInCloseLosesNothing();
-    void missingTemporaryDirectoryLosesNothing();
 };
 
 void TestStoreCrash::killedAnywhereInCloseLosesNothing()
@@ -105,44 +102,6 @@ void TestStoreCrash::killedAnywhereInCloseLosesNothing()
     qInfo("copies removed %d, backups restored %d", logs.count(QStringLiteral("an earlier run left behind")),
           logs.count(QStringLiteral("interrupted close")));
     QVERIFY(logs.count(QStringLiteral("an earlier run left behind")) > 0);
-    qunsetenv("TMPDIR");
-}
-
-void TestStoreCrash::missingTemporaryDirectoryLosesNothing()
-{
-    QTemporaryDir dir, tmp;
-    const QString cdr = dir.filePath(QStringLiteral("cdr.db"));
-    qputenv("TMPDIR", tmp.path().toLocal8Bit());
-    {
-        PersistenceSqlite store(cdr, QStringLiteral("1000"));
-        QVERIFY(store.dbHandler());
-    }
-    const QByteArray saved = [&] {
-        QFile f(cdr);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }();
-    QVERIFY(!saved.isEmpty());
-
-    qputenv("TMPDIR", dir.filePath(QStringLiteral("no-such-directory")).toLocal8Bit());
-    {
-        LogbusCapture logs;
-        QtLogCapture qt;
-        PersistenceSqlite store(cdr, QStringLiteral("1000"));
-        QVERIFY(!store.dbHandler());
-        QVERIFY(logs.contains(10, QStringLiteral("No temporary directory for the working copy")));
-        QVERIFY(logs.contains(
-            10, QStringLiteral("cannot be opened: the session goes on without stored history")));
-        QVERIFY(!qt.contains(QStringLiteral("Empty or null file name")));
-    }
-
-    qputenv("TMPDIR", tmp.path().toLocal8Bit());
-    LogbusCapture logs;
-    PersistenceSqlite store(cdr, QStringLiteral("1000"));
-    QVERIFY(store.dbHandler());
-    QFile restored(cdr);
-    QVERIFY(restored.open(QIODevice::ReadOnly));
-    QCOMPARE(restored.readAll(), saved);
-    QVERIFY(logs.contains(100, QStringLiteral("from the backup an interrupted close left behind")));
     qunsetenv("TMPDIR");
 }
 
