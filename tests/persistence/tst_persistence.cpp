@@ -41,10 +41,9 @@ QDateTime time(const QJsonValue& v)
     return QDateTime::fromString(v.toString(), Qt::ISODateWithMs);
 }
 
-// A scenario of fixtures/persistence/scenarios.json: steps [operation,
+// A scenario of fixtures/persistence/scenarios: steps [operation,
 // arguments..., expected], played in a directory of their own. A path names
-// a file in it, "$name" one remembered by "remember"; "~" in a text stands
-// for the directory and "now-1M+60s" for a time from the scenario's start.
+// a file in it, or "$name" one remembered by "remember".
 struct World
 {
     World()
@@ -58,36 +57,21 @@ struct World
         const QString n = name.toString();
         return vars.contains(n) ? vars.value(n) : dir.filePath(n);
     }
-    QString rel(QString text) const
+    // A path the scenario remembered goes back under its name.
+    QString rel(const QString& path) const { return vars.key(path, path); }
+    // "~/" is the scenario's directory, "now-1M+60s" a time from its start.
+    QJsonArray expand(const QJsonArray& steps) const
     {
-        for (auto it = vars.begin(); it != vars.end(); ++it)
-            if (!it.value().isEmpty() && text == it.value())
-                return it.key();
-        return text.replace(dir.path(), QStringLiteral("~"));
-    }
-    QJsonValue times(const QJsonValue& v) const
-    {
-        if (v.isArray() || v.isObject()) {
-            QJsonArray in = v.isArray() ? v.toArray() : QJsonArray {v};
-            QJsonArray out;
-            for (const QJsonValue& x : qAsConst(in))
-                if (x.isObject()) {
-                    QJsonObject o = x.toObject();
-                    for (auto it = o.begin(); it != o.end(); ++it)
-                        it.value() = times(it.value());
-                    out << o;
-                } else {
-                    out << times(x);
-                }
-            return v.isArray() ? QJsonValue(out) : out.at(0);
-        }
-        static const QRegularExpression re(QStringLiteral("^now(?:([-+]\\d+)M)?(?:([-+]\\d+)s)?$"));
-        const QRegularExpressionMatch m = re.match(v.toString());
-        if (!m.hasMatch())
-            return v;
-        return now.addMonths(m.captured(1).toInt())
-            .addSecs(m.captured(2).toInt())
-            .toString(TELVIX::IsoDateNoTz);
+        QString text = compact(steps).replace(QLatin1String("~/"), dir.path() + '/');
+        static const QRegularExpression re(QStringLiteral("\"now(?:([-+]\\d+)M)?(?:([-+]\\d+)s)?\""));
+        for (QRegularExpressionMatch m = re.match(text); m.hasMatch(); m = re.match(text))
+            text.replace(m.capturedStart(), m.capturedLength(),
+                         '"'
+                             + now.addMonths(m.captured(1).toInt())
+                                   .addSecs(m.captured(2).toInt())
+                                   .toString(TELVIX::IsoDateNoTz)
+                             + '"');
+        return QJsonDocument::fromJson(text.toUtf8()).array();
     }
     bool openStore(const QString& exten = QStringLiteral("200"))
     {
@@ -223,6 +207,15 @@ QHash<QString, Function> functions()
 
 using Step = std::function<QJsonValue(World&, const Args&)>;
 
+// A step that only acts, and so always gives true.
+Step act(std::function<void(World&, const Args&)> f)
+{
+    return [f](World& w, const Args& a) {
+        f(w, a);
+        return true;
+    };
+}
+
 QHash<QString, Step> steps()
 {
     QHash<QString, Step> s;
@@ -254,16 +247,14 @@ QHash<QString, Step> steps()
     s["tmpdir"] = [](World& w, const Args& a) { return qputenv("TMPDIR", w.path(a[0]).toLocal8Bit()); };
     // Logs since the last "clear".
     s["log"] = [](World& w, const Args& a) {
-        const QString text = a[1].toString().replace('~', w.dir.path());
-        return a[0].isNull() ? w.log->contains(text) : w.log->contains(a[0].toInt(), text);
+        return a[0].isNull() ? w.log->contains(a[1].toString())
+                             : w.log->contains(a[0].toInt(), a[1].toString());
     };
-    s["qtlog"]
-        = [](World& w, const Args& a) { return w.qt->contains(a[0].toString().replace('~', w.dir.path())); };
-    s["clear"] = [](World& w, const Args&) {
+    s["qtlog"] = [](World& w, const Args& a) { return w.qt->contains(a[0].toString()); };
+    s["clear"] = act([](World& w, const Args&) {
         w.log->clear();
         w.qt->clear();
-        return true;
-    };
+    });
     // Handlers by name: "enc" a scrambled cdr.db in a directory, "plain" a
     // plain file, with a driver and connection name if given.
     s["enc"] = [](World& w, const Args& a) {
@@ -288,22 +279,19 @@ QHash<QString, Step> steps()
     s["remember"] = [](World& w, const Args& a) {
         const QString plain = w.e(a[0]).plainFilePath();
         w.vars.insert(a[1].toString(), plain);
-        return QFileInfo(plain).fileName().left(7) + " in " + w.rel(QFileInfo(plain).absolutePath());
+        return QFileInfo(plain).fileName().left(7) + " in " + QFileInfo(plain).absolutePath();
     };
     s["plainPath"] = [](World& w, const Args& a) { return w.rel(w.e(a[0]).plainFilePath()); };
     s["databaseName"] = [](World& w, const Args& a) { return w.rel(w.h(a[0]).database().databaseName()); };
     s["connection"] = [](World& w, const Args& a) {
         const QString name = w.h(a[0]).connectionName();
-        return w.rel(name.section('{', 0, 0));
+        return name.section('{', 0, 0);
     };
     s["hasConnection"]
         = [](World& w, const Args& a) { return QSqlDatabase::contains(w.h(a[0]).connectionName()); };
     s["open"] = [](World& w, const Args& a) { return w.h(a[0]).openDbConn(); };
     s["isOpen"] = [](World& w, const Args& a) { return w.h(a[0]).database().isOpen(); };
-    s["close"] = [](World& w, const Args& a) {
-        w.h(a[0]).closeDbConn();
-        return true;
-    };
+    s["close"] = act([](World& w, const Args& a) { w.h(a[0]).closeDbConn(); });
     s["testConnection"] = [](World& w, const Args& a) { return w.h(a[0]).testConnection(); };
     s["exec"] = [](World& w, const Args& a) { return exec(w.h(a[0]), a[1].toString()); };
     s["transaction"] = [](World& w, const Args& a) { return w.h(a[0]).database().transaction(); };
@@ -340,31 +328,16 @@ QHash<QString, Step> steps()
     s["dbError"] = [](World& w, const Args& a) {
         return w.log->contains(10, QStringLiteral("------ DB ERROR: ") + w.h(a[0]).lastErrorText());
     };
-    s["commitAndClose"] = [](World& w, const Args& a) {
-        w.h(a[0]).commitAndClose(a[1].toString());
-        return true;
-    };
-    s["rollbackAndClose"] = [](World& w, const Args& a) {
-        w.h(a[0]).rollbackAndClose(a[1].toString());
-        return true;
-    };
+    s["commitAndClose"] = act([](World& w, const Args& a) { w.h(a[0]).commitAndClose(a[1].toString()); });
+    s["rollbackAndClose"] = act([](World& w, const Args& a) { w.h(a[0]).rollbackAndClose(a[1].toString()); });
     s["encrypt"] = [](World& w, const Args& a) { return w.e(a[0]).encryptDb(); };
     s["decrypt"] = [](World& w, const Args& a) { return w.e(a[0]).decryptDb(); };
-    s["deleteFiles"] = [](World& w, const Args& a) {
-        w.e(a[0]).deleteFiles();
-        return true;
-    };
+    s["deleteFiles"] = act([](World& w, const Args& a) { w.e(a[0]).deleteFiles(); });
     // The store of a user on cdr.db.
     s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
-    s["closeStore"] = [](World& w, const Args&) {
-        w.store->close();
-        return true;
-    };
-    s["dropStore"] = [](World& w, const Args&) {
-        w.store.reset();
-        return true;
-    };
-    s["append"] = [](World& w, const Args& a) { return w.store->appendCdr(from<Cdr>(w.times(a[0]))); };
+    s["closeStore"] = act([](World& w, const Args&) { w.store->close(); });
+    s["dropStore"] = act([](World& w, const Args&) { w.store.reset(); });
+    s["append"] = [](World& w, const Args& a) { return w.store->appendCdr(from<Cdr>(a[0])); };
     s["cdr"] = [](World& w, const Args&) {
         QJsonArray uids;
         for (const CdrEntry& e : w.store->cdr())
@@ -374,9 +347,7 @@ QHash<QString, Step> steps()
     s["cdrRecords"] = [](World& w, const Args&) { return to(w.store->cdr()); };
     s["readCdr"] = [](World& w, const Args&) { return w.store->readCdr(); };
     s["lastUid"] = [](World& w, const Args&) { return w.store->lastCdrEntryUid(); };
-    s["addSms"] = [](World& w, const Args& a) {
-        return w.store->appendSmsList(from<QList<SmsEntry>>(w.times(a[0])));
-    };
+    s["addSms"] = [](World& w, const Args& a) { return w.store->appendSmsList(from<QList<SmsEntry>>(a[0])); };
     s["sms"] = [](World& w, const Args&) { return to(w.store->smsList()); };
     s["lastSmsTime"]
         = [](World& w, const Args&) { return w.store->lastSmsTime().toString(TELVIX::IsoDateNoTz); };
@@ -460,10 +431,11 @@ private Q_SLOTS:
         static const QHash<QString, Step> all = steps();
         QFETCH(QJsonArray, steps);
         World w;
+        steps = w.expand(steps);
         for (int i = 0; i < steps.size(); ++i) {
             Args args = steps.at(i).toArray();
             const QString op = args.takeAt(0).toString();
-            const QJsonValue expected = w.times(args.takeAt(args.size() - 1));
+            const QJsonValue expected = args.takeAt(args.size() - 1);
             QVERIFY2(all.contains(op), qPrintable(op));
             const QJsonValue actual = all.value(op)(w, args);
             QVERIFY2(actual == expected,
