@@ -1,14 +1,15 @@
-// The local server as an application sees it: real clients on 127.0.0.1,
-// the exact bytes of every message, the logs of what goes wrong.
+// The local server as an application sees it, played from the scenarios of
+// fixtures/locallink: real clients on 127.0.0.1, the exact bytes of every
+// message, the logs of what goes wrong. A step is [operation, arguments...,
+// expected]; a step that looks is retried until it gives what is expected
+// or five seconds have passed.
+#include "../core/fixturetable.h"
 #include "clientsocketmanager.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
 #include "qtlogcapture.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QSignalSpy>
+#include <QMetaEnum>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -17,28 +18,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <functional>
+#include <map>
+#include <memory>
 #include <vector>
 
 namespace {
-
-const QString kConnected = QStringLiteral("New client connected to local socket");
-
-const QByteArray kKeepAlive = "<SRNT><API>4.1</API><KeepAlive/></SRNT>";
-
-// Opens an application's connection and waits until the manager took it.
-bool attach(QTcpSocket& app, int port, const LogbusCapture& log)
-{
-    const int before = log.count(kConnected);
-    app.connectToHost(QHostAddress::LocalHost, quint16(port));
-    return app.waitForConnected(5000)
-        && QTest::qWaitFor([&] { return log.count(kConnected) > before; }, 5000);
-}
-
-QByteArray& drain(QTcpSocket& app, QByteArray& received)
-{
-    received += app.readAll();
-    return received;
-}
 
 // Uses up every free file descriptor of the process while it lives, so that
 // the next socket the server needs cannot be made.
@@ -95,6 +80,104 @@ bool invoke(ClientSocketManager& manager, QJsonArray call)
     return false;
 }
 
+struct Link
+{
+    QTcpSocket& app(const QJsonValue& name)
+    {
+        auto& socket = apps[name.toString()];
+        if (!socket)
+            socket = std::make_unique<QTcpSocket>();
+        return *socket;
+    }
+    QJsonValue listening(int p) const { return p > 0 && p == port ? QJsonValue("listening") : QJsonValue(p); }
+
+    LogbusCapture log;
+    QtLogCapture qt;
+    QTemporaryDir dir;
+    ClientSocketManager manager {dir.path()};
+    int port = 0;
+    std::map<QString, std::unique_ptr<QTcpSocket>> apps;
+    QHash<QString, QByteArray> received;
+};
+
+using Step = std::function<QJsonValue(Link&, const QJsonArray&)>;
+
+const QString kConnected = QStringLiteral("New client connected to local socket");
+
+QHash<QString, Step> acts()
+{
+    QHash<QString, Step> s;
+    // Opens an application's connection and waits until the manager took it.
+    s["attach"] = [](Link& l, const QJsonArray& a) {
+        const int before = l.log.count(kConnected);
+        l.app(a[0]).connectToHost(QHostAddress::LocalHost, quint16(l.port));
+        return l.app(a[0]).waitForConnected(5000)
+            && QTest::qWaitFor([&] { return l.log.count(kConnected) > before; }, 5000);
+    };
+    s["connect"] = [](Link& l, const QJsonArray& a) {
+        l.app(a[0]).connectToHost(QHostAddress::LocalHost, quint16(l.port));
+        return l.app(a[0]).waitForConnected(5000);
+    };
+    s["write"] = [](Link& l, const QJsonArray& a) { return l.app(a[0]).write(a[1].toString().toUtf8()) > 0; };
+    s["disconnect"] = [](Link& l, const QJsonArray& a) { return (l.app(a[0]).disconnectFromHost(), true); };
+    s["call"] = [](Link& l, const QJsonArray& a) { return invoke(l.manager, a); };
+    s["queued"] = [](Link& l, const QJsonArray& a) {
+        return QMetaObject::invokeMethod(&l.manager, qPrintable(a[0].toString()), Qt::QueuedConnection);
+    };
+    s["initServer"] = [](Link& l, const QJsonArray&) {
+        l.port = l.manager.initServer();
+        return l.listening(l.port);
+    };
+    s["closeServer"] = [](Link& l, const QJsonArray&) { return (l.manager.closeServer(), true); };
+    s["clear"] = [](Link& l, const QJsonArray&) { return (l.log.clear(), l.qt.clear(), true); };
+    return s;
+}
+
+QHash<QString, Step> looks()
+{
+    QHash<QString, Step> s;
+    s["received"] = [](Link& l, const QJsonArray& a) {
+        return QString::fromUtf8(l.received[a[0].toString()] += l.app(a[0]).readAll());
+    };
+    s["available"] = [](Link& l, const QJsonArray& a) { return l.app(a[0]).bytesAvailable(); };
+    s["state"] = [](Link& l, const QJsonArray& a) {
+        return QMetaEnum::fromType<QAbstractSocket::SocketState>().valueToKey(l.app(a[0]).state());
+    };
+    s["log"] = [](Link& l, const QJsonArray& a) {
+        return a[0].isNull() ? l.log.contains(a[1].toString())
+                             : l.log.contains(a[0].toInt(), a[1].toString());
+    };
+    s["count"] = [](Link& l, const QJsonArray& a) { return l.log.count(a[0].toString()); };
+    s["port"] = [](Link& l, const QJsonArray&) { return l.listening(l.manager.getServerPort()); };
+    s["qtDebug"]
+        = [](Link& l, const QJsonArray&) { return QJsonArray::fromStringList(l.qt.messages(QtDebugMsg)); };
+    return s;
+}
+
+// Plays one step; "exhausted" plays the step it holds while no file
+// descriptor is left.
+QJsonValue play(Link& l, QJsonArray step, QString* failure)
+{
+    static const QHash<QString, Step> act = acts(), look = looks();
+    const QString op = step.takeAt(0).toString();
+    const QJsonValue expected = step.takeAt(step.size() - 1);
+    QJsonValue actual;
+    if (op == QLatin1String("exhausted")) {
+        FdExhaustion noDescriptors;
+        actual = play(l, step.at(0).toArray(), failure);
+    } else if (act.contains(op)) {
+        actual = act.value(op)(l, step);
+    } else if (look.contains(op)) {
+        QTest::qWaitFor([&] { return (actual = look.value(op)(l, step)) == expected; }, 5000);
+    } else {
+        actual = "no operation " + op;
+    }
+    if (actual != expected && failure->isEmpty())
+        *failure = op + ' ' + compact(step) + "\n   actual: " + compact(actual)
+            + "\n expected: " + compact(expected);
+    return actual == expected;
+}
+
 } // namespace
 
 class TestClientSocketManager : public QObject
@@ -102,145 +185,22 @@ class TestClientSocketManager : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Each case of fixtures/locallink/messages.json: the exact bytes an
-    // application receives for some calls, ended by a keep-alive that shows
-    // nothing else came; what the application sends, or sends without a
-    // client, is only logged.
-    void messages_data()
+    void scenarios_data()
     {
-        QTest::addColumn<QJsonObject>("c");
-        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/locallink/messages.json"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonArray cases = QJsonDocument::fromJson(file.readAll()).array();
-        QVERIFY(!cases.isEmpty());
-        for (const QJsonValue& c : cases)
-            QTest::newRow(qPrintable(c[QLatin1String("name")].toString())) << c.toObject();
+        QTest::addColumn<QJsonArray>("steps");
+        for (const auto& entry : fixtureEntries(QStringLiteral("locallink")))
+            QTest::newRow(qPrintable(entry.first)) << entry.second.toArray();
     }
 
-    void messages()
+    void scenarios()
     {
-        QFETCH(QJsonObject, c);
-        LogbusCapture log;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        const int port = manager.initServer();
-        const bool client = c.value(QLatin1String("client")).toBool(true);
-        QTcpSocket app;
-        if (client)
-            QVERIFY(attach(app, port, log));
-        app.write(c.value(QLatin1String("write")).toString().toUtf8());
-        const QJsonArray calls = c.value(QLatin1String("calls")).toArray();
-        for (const QJsonValue& call : calls)
-            QVERIFY2(invoke(manager, call.toArray()), qPrintable(call[0].toString()));
-        const QJsonArray logged = c.value(QLatin1String("log")).toArray();
-        if (!logged.isEmpty()) {
-            QVERIFY(log.waitFor(logged.at(1).toString()));
-            QVERIFY(log.contains(logged.at(0).toInt(), logged.at(1).toString()));
+        QFETCH(QJsonArray, steps);
+        Link link;
+        for (int i = 0; i < steps.size(); ++i) {
+            QString failure;
+            play(link, steps.at(i).toArray(), &failure);
+            QVERIFY2(failure.isEmpty(), qPrintable(QStringLiteral("step %1: ").arg(i) + failure));
         }
-        QCOMPARE(log.count(QStringLiteral("Error sending message")), client ? 0 : calls.size());
-        if (!client)
-            return;
-        manager.sendKeepAlive();
-        QByteArray received;
-        QTRY_COMPARE(drain(app, received), c.value(QLatin1String("expected")).toString().toUtf8());
-    }
-
-    void secondClientReplacesFirstAndFirstDisconnectDropsIt()
-    {
-        LogbusCapture log;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        const int port = manager.initServer();
-        QTcpSocket first, second;
-        QVERIFY(attach(first, port, log));
-        QVERIFY(attach(second, port, log));
-        manager.sendKeepAlive();
-        QByteArray received;
-        QTRY_COMPARE(drain(second, received), kKeepAlive);
-        QCOMPARE(first.bytesAvailable(), 0);
-
-        QSignalSpy dropped(&second, &QTcpSocket::disconnected);
-        first.disconnectFromHost();
-        QVERIFY(dropped.wait(5000));
-        log.clear();
-        manager.sendKeepAlive();
-        QCOMPARE(log.count(QStringLiteral("Error sending message")), 1);
-    }
-
-    void queuedReadAfterCloseClientIsHarmless()
-    {
-        LogbusCapture log;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        QTcpSocket app;
-        QVERIFY(attach(app, manager.initServer(), log));
-        manager.closeClient();
-        QVERIFY(QMetaObject::invokeMethod(&manager, "handleClientData", Qt::QueuedConnection));
-        QTRY_COMPARE(app.state(), QAbstractSocket::UnconnectedState);
-        QVERIFY(!log.contains(QStringLiteral("GUI socket")));
-    }
-
-    void portFollowsServerLifecycle()
-    {
-        LogbusCapture log;
-        QtLogCapture qtLog;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        QCOMPARE(manager.getServerPort(), 0);
-        QVERIFY(
-            log.contains(100, QStringLiteral("int ClientSocketManager::getServerPort() TCP server is null")));
-
-        const int port = manager.initServer();
-        QVERIFY(port > 0);
-        QCOMPARE(manager.getServerPort(), port);
-        manager.closeServer();
-        QCOMPARE(qtLog.messages(QtDebugMsg),
-                 (QStringList {"Closing TCP server", "Closing server", "Server closed"}));
-        QVERIFY(log.contains(10000, QStringLiteral("Closing TCP server")));
-        QCOMPARE(manager.getServerPort(), 0);
-
-        const int again = manager.initServer();
-        QVERIFY(again > 0);
-        QCOMPARE(manager.getServerPort(), again);
-        QTcpSocket app;
-        QVERIFY(attach(app, again, log));
-        manager.sendKeepAlive();
-        QByteArray received;
-        QTRY_COMPARE(drain(app, received), kKeepAlive);
-    }
-
-    void listenFailureKeepsAServerThatIsNotListening()
-    {
-        LogbusCapture log;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        int port = -1;
-        {
-            FdExhaustion noDescriptors;
-            port = manager.initServer();
-        }
-        QCOMPARE(port, 0);
-        QVERIFY(log.contains(
-            10, QStringLiteral("int ClientSocketManager::initServer() Error listening on socket")));
-        QCOMPARE(manager.getServerPort(), 0);
-        QVERIFY(log.contains(100, QStringLiteral("TCP server is not listening")));
-    }
-
-    void failedAcceptIsLogged()
-    {
-        LogbusCapture log;
-        QTemporaryDir dir;
-        ClientSocketManager manager(dir.path());
-        QTcpSocket app;
-        app.connectToHost(QHostAddress::LocalHost, quint16(manager.initServer()));
-        // The kernel completes the connection; the server has not taken it yet.
-        QVERIFY(app.waitForConnected(5000));
-        {
-            FdExhaustion noDescriptors;
-            QVERIFY(log.waitFor(QStringLiteral("Local server error: ")));
-        }
-        QVERIFY(log.contains(10000, QStringLiteral("void ClientSocketManager::serverSocketError(")));
-        QVERIFY(!log.contains(kConnected));
     }
 };
 
