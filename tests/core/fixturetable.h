@@ -63,3 +63,43 @@ inline void checkFunctionRow(const QHash<QString, Function>& all)
     QVERIFY2(actual == expected,
              qPrintable("\n   actual: " + compact(actual) + "\n expected: " + compact(expected)));
 }
+
+// A scenario is a list of steps [operation, arguments..., expected] played on
+// one World. An operation that acts runs once; one that looks is retried
+// until it gives what is expected or five seconds have passed.
+template <typename World> struct Operations
+{
+    using Op = std::function<QJsonValue(World&, const Args&)>;
+    QHash<QString, Op> acts, looks;
+
+    // Why the step failed, or nothing.
+    QString play(World& w, Args step) const
+    {
+        const QString op = step.takeAt(0).toString();
+        const QJsonValue expected = step.takeAt(step.size() - 1);
+        QJsonValue actual = "no operation " + op;
+        if (acts.contains(op))
+            actual = acts.value(op)(w, step);
+        else if (looks.contains(op))
+            QTest::qWaitFor([&] { return (actual = looks.value(op)(w, step)) == expected; }, 5000);
+        if (actual == expected)
+            return QString();
+        return op + ' ' + compact(step) + "\n   actual: " + compact(actual)
+            + "\n expected: " + compact(expected);
+    }
+
+    void playAll(World& w, const QJsonArray& steps) const
+    {
+        for (int i = 0; i < steps.size(); ++i) {
+            const QString failure = play(w, steps.at(i).toArray());
+            QVERIFY2(failure.isEmpty(), qPrintable(QStringLiteral("step %1: ").arg(i) + failure));
+        }
+    }
+};
+
+inline void addScenarioRows(const QString& folder)
+{
+    QTest::addColumn<QJsonArray>("steps");
+    for (const auto& entry : fixtureEntries(folder))
+        QTest::newRow(qPrintable(entry.first)) << entry.second.toArray();
+}

@@ -1,8 +1,6 @@
 // The local server as an application sees it, played from the scenarios of
 // fixtures/locallink: real clients on 127.0.0.1, the exact bytes of every
-// message, the logs of what goes wrong. A step is [operation, arguments...,
-// expected]; a step that looks is retried until it gives what is expected
-// or five seconds have passed.
+// message, the logs of what goes wrong.
 #include "../core/fixturetable.h"
 #include "clientsocketmanager.h"
 #include "jsonconvert.h"
@@ -100,7 +98,9 @@ struct Link
     QHash<QString, QByteArray> received;
 };
 
-using Step = std::function<QJsonValue(Link&, const QJsonArray&)>;
+using Step = Operations<Link>::Op;
+
+const Operations<Link>& operations();
 
 const QString kConnected = QStringLiteral("New client connected to local socket");
 
@@ -130,6 +130,12 @@ QHash<QString, Step> acts()
     };
     s["closeServer"] = [](Link& l, const QJsonArray&) { return (l.manager.closeServer(), true); };
     s["clear"] = [](Link& l, const QJsonArray&) { return (l.log.clear(), l.qt.clear(), true); };
+    // Plays the step it holds while no file descriptor is left.
+    s["exhausted"] = [](Link& l, const QJsonArray& a) -> QJsonValue {
+        FdExhaustion noDescriptors;
+        const QString failure = operations().play(l, a[0].toArray());
+        return failure.isEmpty() ? QJsonValue(true) : failure;
+    };
     return s;
 }
 
@@ -154,28 +160,10 @@ QHash<QString, Step> looks()
     return s;
 }
 
-// Plays one step; "exhausted" plays the step it holds while no file
-// descriptor is left.
-QJsonValue play(Link& l, QJsonArray step, QString* failure)
+const Operations<Link>& operations()
 {
-    static const QHash<QString, Step> act = acts(), look = looks();
-    const QString op = step.takeAt(0).toString();
-    const QJsonValue expected = step.takeAt(step.size() - 1);
-    QJsonValue actual;
-    if (op == QLatin1String("exhausted")) {
-        FdExhaustion noDescriptors;
-        actual = play(l, step.at(0).toArray(), failure);
-    } else if (act.contains(op)) {
-        actual = act.value(op)(l, step);
-    } else if (look.contains(op)) {
-        QTest::qWaitFor([&] { return (actual = look.value(op)(l, step)) == expected; }, 5000);
-    } else {
-        actual = "no operation " + op;
-    }
-    if (actual != expected && failure->isEmpty())
-        *failure = op + ' ' + compact(step) + "\n   actual: " + compact(actual)
-            + "\n expected: " + compact(expected);
-    return actual == expected;
+    static const Operations<Link> all {acts(), looks()};
+    return all;
 }
 
 } // namespace
@@ -185,22 +173,13 @@ class TestClientSocketManager : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void scenarios_data()
-    {
-        QTest::addColumn<QJsonArray>("steps");
-        for (const auto& entry : fixtureEntries(QStringLiteral("locallink")))
-            QTest::newRow(qPrintable(entry.first)) << entry.second.toArray();
-    }
+    void scenarios_data() { addScenarioRows(QStringLiteral("locallink")); }
 
     void scenarios()
     {
         QFETCH(QJsonArray, steps);
         Link link;
-        for (int i = 0; i < steps.size(); ++i) {
-            QString failure;
-            play(link, steps.at(i).toArray(), &failure);
-            QVERIFY2(failure.isEmpty(), qPrintable(QStringLiteral("step %1: ").arg(i) + failure));
-        }
+        operations().playAll(link, steps);
     }
 };
 

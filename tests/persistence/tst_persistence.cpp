@@ -205,7 +205,7 @@ QHash<QString, Function> functions()
     return f;
 }
 
-using Step = std::function<QJsonValue(World&, const Args&)>;
+using Step = Operations<World>::Op;
 
 // A step that only acts, and so always gives true.
 Step act(std::function<void(World&, const Args&)> f)
@@ -216,9 +216,10 @@ Step act(std::function<void(World&, const Args&)> f)
     };
 }
 
-QHash<QString, Step> steps()
+Operations<World> operations()
 {
-    QHash<QString, Step> s;
+    Operations<World> o;
+    auto& s = o.acts;
     // Files of the scenario's directory.
     s["mkdir"] = [](World& w, const Args& a) { return QDir().mkpath(w.path(a[0])); };
     s["write"] = [](World& w, const Args& a) { return spit(w.path(a[0]), a[1].toString().toUtf8()); };
@@ -295,7 +296,6 @@ QHash<QString, Step> steps()
     s["testConnection"] = [](World& w, const Args& a) { return w.h(a[0]).testConnection(); };
     s["exec"] = [](World& w, const Args& a) { return exec(w.h(a[0]), a[1].toString()); };
     s["transaction"] = [](World& w, const Args& a) { return w.h(a[0]).database().transaction(); };
-    s["commit"] = [](World& w, const Args& a) { return w.h(a[0]).database().commit(); };
     s["fill"] = [](World& w, const Args& a) {
         bool ok = w.h(a[0]).database().transaction();
         for (int i = 0; i < a[1].toInt(); ++i)
@@ -360,7 +360,7 @@ QHash<QString, Step> steps()
         QSqlQuery q(w.store->dbHandler()->database());
         return q.exec("SELECT count(*) FROM " + a[0].toString()) && q.next() ? q.value(0).toInt() : -1;
     };
-    return s;
+    return o;
 }
 
 } // namespace
@@ -419,30 +419,14 @@ private Q_SLOTS:
         QCOMPARE(p.phoneBook().size(), 2);
     }
 
-    void scenarios_data()
-    {
-        QTest::addColumn<QJsonArray>("steps");
-        for (const auto& entry : fixtureEntries(QStringLiteral("persistence/scenarios")))
-            QTest::newRow(qPrintable(entry.first)) << entry.second.toArray();
-    }
+    void scenarios_data() { addScenarioRows(QStringLiteral("persistence/scenarios")); }
 
     void scenarios()
     {
-        static const QHash<QString, Step> all = steps();
+        static const Operations<World> all = operations();
         QFETCH(QJsonArray, steps);
         World w;
-        steps = w.expand(steps);
-        for (int i = 0; i < steps.size(); ++i) {
-            Args args = steps.at(i).toArray();
-            const QString op = args.takeAt(0).toString();
-            const QJsonValue expected = args.takeAt(args.size() - 1);
-            QVERIFY2(all.contains(op), qPrintable(op));
-            const QJsonValue actual = all.value(op)(w, args);
-            QVERIFY2(actual == expected,
-                     qPrintable(QStringLiteral("step %1 %2\n   actual: %3\n expected: %4")
-                                    .arg(i)
-                                    .arg(compact(steps.at(i)), compact(actual), compact(expected))));
-        }
+        all.playAll(w, w.expand(steps));
     }
 };
 
