@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using Streamer = std::function<void(Logger&)>;
@@ -29,12 +30,8 @@ const QString kStamp = QStringLiteral(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d
 QStringList fileLines(const QString& path)
 {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QStringList lines = QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
-    return lines;
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts)
+                                       : QStringList();
 }
 
 // Each test gets a bus of its own so that timestamp formats do not leak.
@@ -44,19 +41,14 @@ Logbus* freshBus()
     return Logbus::instance(QStringLiteral("tst_logbus bus %1").arg(++n));
 }
 
-LGBS::LogMessagePriorityType p(int n)
-{
-    return LGBS::LogMessagePriorityType(n);
-}
+const auto p = [](int n) { return LGBS::LogMessagePriorityType(n); };
 
 std::unique_ptr<Logger> fileLogger(const QString& name, const QString& path,
                                    const WriterConfig& config = WriterConfig(), Logbus* bus = freshBus())
 {
     int result = -1;
     std::unique_ptr<Logger> logger(bus->createFileLogger(name, path, config, result));
-    if (result != Logbus::DEFAULT_OK)
-        logger.reset();
-    return logger;
+    return result == Logbus::DEFAULT_OK ? std::move(logger) : nullptr;
 }
 
 } // namespace
@@ -66,11 +58,7 @@ class tst_Logbus : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        m_dir.reset(new QTemporaryDir);
-        QVERIFY(m_dir->isValid());
-    }
+    void init() { m_dir.reset(new QTemporaryDir); }
 
     void lineLayout_data()
     {
@@ -366,24 +354,19 @@ private Q_SLOTS:
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
         QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("adir")));
-        const struct
-        {
-            const char* file;
-            qint64 maxSize;
-            int maxFiles;
-            int expected;
-        } rows[] = {{"blocker/sub/log.txt", 1024, 2, Logbus::ERROR_OPEN_FILE},
-                    {"adir", 1024, 2, Logbus::ERROR_OPEN_FILE},
-                    {"adir", 0, 2, Logbus::ERROR_OPEN_FILE},
-                    {nullptr, 1024, 2, Logbus::ERROR_BAD_ARGUMENT},
-                    {"ok.log", 1024, -1, Logbus::ERROR_BAD_ARGUMENT}};
-        for (const auto& row : rows) {
+        const std::tuple<const char*, qint64, int, int> rows[]
+            = {{"blocker/sub/log.txt", 1024, 2, Logbus::ERROR_OPEN_FILE},
+               {"adir", 1024, 2, Logbus::ERROR_OPEN_FILE},
+               {"adir", 0, 2, Logbus::ERROR_OPEN_FILE},
+               {nullptr, 1024, 2, Logbus::ERROR_BAD_ARGUMENT},
+               {"ok.log", 1024, -1, Logbus::ERROR_BAD_ARGUMENT}};
+        for (const auto& [file, maxSize, maxFiles, expected] : rows) {
             int result = Logbus::DEFAULT_OK;
             std::unique_ptr<Logger> logger(
-                freshBus()->createFileLogger(QStringLiteral("bad"), row.file ? path(row.file) : QString(),
-                                             WriterConfig::withByteLimit(row.maxSize, row.maxFiles), result));
+                freshBus()->createFileLogger(QStringLiteral("bad"), file ? path(file) : QString(),
+                                             WriterConfig::withByteLimit(maxSize, maxFiles), result));
             QVERIFY(!logger);
-            QCOMPARE(result, row.expected);
+            QCOMPARE(result, expected);
         }
         QVERIFY(QFileInfo(blocker.fileName()).isFile());
     }
@@ -416,9 +399,7 @@ private Q_SLOTS:
         ::dup2(saved, STDERR_FILENO);
         ::close(saved);
 
-        QFile err(errPath);
-        QVERIFY(err.open(QIODevice::ReadOnly));
-        const QString text = QString::fromUtf8(err.readAll());
+        const QString text = fileLines(errPath).join('\n') + '\n';
         for (int priority : {-1, 10, 50, 100, 1000, 10000})
             QCOMPARE(text.count(QStringLiteral("[console] %1 console line %1\n").arg(priority)), 2);
         QVERIFY(!text.contains(QLatin1Char('\033')));
@@ -455,10 +436,9 @@ private Q_SLOTS:
     void instanceIsOnePerName()
     {
         const QString name = QStringLiteral("tst_logbus shared instance");
-        constexpr int kThreads = 4;
-        Logbus* got[kThreads] = {};
+        Logbus* got[4] = {};
         std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t)
+        for (int t = 0; t < 4; ++t)
             threads.emplace_back([&got, t, name] { got[t] = Logbus::instance(name, t); });
         for (auto& thread : threads)
             thread.join();
