@@ -41,33 +41,14 @@ void QtLogCapture::handler(QtMsgType type, const QMessageLogContext& ctx, const 
         self->m_previous(type, ctx, msg);
 }
 
-QStringList QtLogCapture::messages() const
+QStringList QtLogCapture::messages(int type) const
 {
     QMutexLocker lock(&m_mutex);
     QStringList out;
     for (const auto& m : m_messages)
-        out << m.second;
-    return out;
-}
-
-QStringList QtLogCapture::messages(QtMsgType type) const
-{
-    QMutexLocker lock(&m_mutex);
-    QStringList out;
-    for (const auto& m : m_messages)
-        if (m.first == type)
+        if (type < 0 || m.first == type)
             out << m.second;
     return out;
-}
-
-bool QtLogCapture::contains(QtMsgType type, const QString& text) const
-{
-    return !messages(type).filter(text).isEmpty();
-}
-
-int QtLogCapture::count(const QString& text) const
-{
-    return messages().filter(text).size();
 }
 
 void QtLogCapture::clear()
