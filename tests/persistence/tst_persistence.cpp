@@ -29,20 +29,9 @@
 
 namespace {
 
-QByteArray bytes(const QJsonValue& hex)
-{
-    return QByteArray::fromHex(hex.toString().toLatin1());
-}
-
-QString hex(const QByteArray& data)
-{
-    return QString::fromLatin1(data.toHex());
-}
-
-QDateTime time(const QJsonValue& v)
-{
-    return QDateTime::fromString(v.toString(), Qt::ISODateWithMs);
-}
+const auto bytes = [](const QJsonValue& hex) { return QByteArray::fromHex(hex.toString().toLatin1()); };
+const auto hex = [](const QByteArray& data) { return QString::fromLatin1(data.toHex()); };
+const auto time = [](const QJsonValue& v) { return QDateTime::fromString(v.toString(), Qt::ISODateWithMs); };
 
 DbhConfig sqliteConfig(const QString& dbName, const QString& host, const QString& logFile)
 {
@@ -52,6 +41,12 @@ DbhConfig sqliteConfig(const QString& dbName, const QString& host, const QString
     c.host = host;
     c.logFile = logFile;
     return c;
+}
+
+bool exec(LxBaseDbHandler& h, const QString& sql)
+{
+    QSqlQuery q = h.createNewQuery();
+    return h.prepareQuery(q, sql) && h.executeQuery(q);
 }
 
 qint64 storedCount(EncryptedSqliteDbHandler& h)
@@ -70,11 +65,9 @@ int churn(const QString& dir)
     for (;;) {
         EncryptedSqliteDbHandler h(
             sqliteConfig(QStringLiteral("cdr.db"), dir, dir + QStringLiteral("/db.log")));
-        QSqlQuery q = h.createNewQuery();
         const qint64 next = storedCount(h) + 1;
-        if (!h.prepareQuery(q, QStringLiteral("CREATE TABLE IF NOT EXISTS t (n INTEGER)"))
-            || !h.executeQuery(q) || !h.prepareQuery(q, QStringLiteral("INSERT INTO t VALUES (%1)").arg(next))
-            || !h.executeQuery(q) || !h.encryptDb())
+        if (!exec(h, QStringLiteral("CREATE TABLE IF NOT EXISTS t (n INTEGER)"))
+            || !exec(h, QStringLiteral("INSERT INTO t VALUES (%1)").arg(next)) || !h.encryptDb())
             return 2;
         std::printf("%lld\n", static_cast<long long>(next));
         std::fflush(stdout);
@@ -104,13 +97,10 @@ struct World
     {
         QString text = compact(steps).replace(QLatin1String("~/"), dir.path() + '/');
         static const QRegularExpression re(QStringLiteral("\"now(?:([-+]\\d+)M)?(?:([-+]\\d+)s)?\""));
-        for (QRegularExpressionMatch m = re.match(text); m.hasMatch(); m = re.match(text))
-            text.replace(m.capturedStart(), m.capturedLength(),
-                         '"'
-                             + now.addMonths(m.captured(1).toInt())
-                                   .addSecs(m.captured(2).toInt())
-                                   .toString(TELVIX::IsoDateNoTz)
-                             + '"');
+        for (QRegularExpressionMatch m = re.match(text); m.hasMatch(); m = re.match(text)) {
+            const QDateTime t = now.addMonths(m.captured(1).toInt()).addSecs(m.captured(2).toInt());
+            text.replace(m.capturedStart(), m.capturedLength(), '"' + t.toString(TELVIX::IsoDateNoTz) + '"');
+        }
         return QJsonDocument::fromJson(text.toUtf8()).array();
     }
     bool openStore(const QString& exten = QStringLiteral("200"))
@@ -136,12 +126,6 @@ struct World
     std::unique_ptr<LogbusCapture> log = std::make_unique<LogbusCapture>();
     std::unique_ptr<QtLogCapture> qt = std::make_unique<QtLogCapture>();
 };
-
-bool exec(LxBaseDbHandler& h, const QString& sql)
-{
-    QSqlQuery q = h.createNewQuery();
-    return h.prepareQuery(q, sql) && h.executeQuery(q);
-}
 
 QByteArray slurp(const QString& path)
 {
@@ -231,25 +215,12 @@ QHash<QString, Function> functions()
             return QStringLiteral("first entry not stored");
         w.log->clear();
         const bool appended = w.store->appendCdr(from<Cdr>(a[0]));
-        QJsonArray warnings;
-        for (const LogRecord& r : w.log->records())
-            if (r.priority == 100)
-                warnings << r.text;
-        return Args {appended, w.store->cdr().size(), warnings};
+        return Args {appended, w.store->cdr().size(), QJsonArray::fromStringList(w.log->texts(100))};
     };
     return f;
 }
 
 using Step = Operations<World>::Op;
-
-// A step that only acts, and so always gives true.
-Step act(std::function<void(World&, const Args&)> f)
-{
-    return [f](World& w, const Args& a) {
-        f(w, a);
-        return true;
-    };
-}
 
 Operations<World> operations()
 {
@@ -287,10 +258,7 @@ Operations<World> operations()
                              : w.log->contains(a[0].toInt(), a[1].toString());
     };
     s["qtlog"] = [](World& w, const Args& a) { return w.qt->contains(a[0].toString()); };
-    s["clear"] = act([](World& w, const Args&) {
-        w.log->clear();
-        w.qt->clear();
-    });
+    s["clear"] = [](World& w, const Args&) { return (w.log->clear(), w.qt->clear(), true); };
     // Handlers by name: "enc" a scrambled cdr.db in a directory, "plain" a
     // plain file, with a driver and connection name if given.
     s["enc"] = [](World& w, const Args& a) {
@@ -319,15 +287,12 @@ Operations<World> operations()
     };
     s["plainPath"] = [](World& w, const Args& a) { return w.rel(w.e(a[0]).plainFilePath()); };
     s["databaseName"] = [](World& w, const Args& a) { return w.rel(w.h(a[0]).database().databaseName()); };
-    s["connection"] = [](World& w, const Args& a) {
-        const QString name = w.h(a[0]).connectionName();
-        return name.section('{', 0, 0);
-    };
+    s["connection"] = [](World& w, const Args& a) { return w.h(a[0]).connectionName().section('{', 0, 0); };
     s["hasConnection"]
         = [](World& w, const Args& a) { return QSqlDatabase::contains(w.h(a[0]).connectionName()); };
     s["open"] = [](World& w, const Args& a) { return w.h(a[0]).openDbConn(); };
     s["isOpen"] = [](World& w, const Args& a) { return w.h(a[0]).database().isOpen(); };
-    s["close"] = act([](World& w, const Args& a) { w.h(a[0]).closeDbConn(); });
+    s["close"] = [](World& w, const Args& a) { return (w.h(a[0]).closeDbConn(), true); };
     s["testConnection"] = [](World& w, const Args& a) { return w.h(a[0]).testConnection(); };
     s["exec"] = [](World& w, const Args& a) { return exec(w.h(a[0]), a[1].toString()); };
     s["transaction"] = [](World& w, const Args& a) { return w.h(a[0]).database().transaction(); };
@@ -363,15 +328,17 @@ Operations<World> operations()
     s["dbError"] = [](World& w, const Args& a) {
         return w.log->contains(10, QStringLiteral("------ DB ERROR: ") + w.h(a[0]).lastErrorText());
     };
-    s["commitAndClose"] = act([](World& w, const Args& a) { w.h(a[0]).commitAndClose(a[1].toString()); });
-    s["rollbackAndClose"] = act([](World& w, const Args& a) { w.h(a[0]).rollbackAndClose(a[1].toString()); });
+    s["commitAndClose"]
+        = [](World& w, const Args& a) { return (w.h(a[0]).commitAndClose(a[1].toString()), true); };
+    s["rollbackAndClose"]
+        = [](World& w, const Args& a) { return (w.h(a[0]).rollbackAndClose(a[1].toString()), true); };
     s["encrypt"] = [](World& w, const Args& a) { return w.e(a[0]).encryptDb(); };
     s["decrypt"] = [](World& w, const Args& a) { return w.e(a[0]).decryptDb(); };
-    s["deleteFiles"] = act([](World& w, const Args& a) { w.e(a[0]).deleteFiles(); });
+    s["deleteFiles"] = [](World& w, const Args& a) { return (w.e(a[0]).deleteFiles(), true); };
     // The store of a user on cdr.db.
     s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
-    s["closeStore"] = act([](World& w, const Args&) { w.store->close(); });
-    s["dropStore"] = act([](World& w, const Args&) { w.store.reset(); });
+    s["closeStore"] = [](World& w, const Args&) { return (w.store->close(), true); };
+    s["dropStore"] = [](World& w, const Args&) { return (w.store.reset(), true); };
     s["append"] = [](World& w, const Args& a) { return w.store->appendCdr(from<Cdr>(a[0])); };
     s["cdr"] = [](World& w, const Args&) {
         QJsonArray uids;

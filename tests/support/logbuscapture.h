@@ -23,6 +23,8 @@ public:
     QList<LogRecord> records() const;
     /// The texts of the records, without timestamp, module or priority.
     QStringList texts() const { return texts(kAny); }
+    /// The texts of the records of one priority.
+    QStringList texts(int priority) const;
     /// True if some record's text contains `substring`.
     bool contains(const QString& substring) const { return count(substring) > 0; }
     /// True if some record of that priority contains `substring`.
@@ -39,7 +41,6 @@ public:
 
 private:
     static constexpr int kAny = INT_MIN;
-    QStringList texts(int priority) const;
 
     mutable std::mutex m_mutex;
     QList<LogRecord> m_records;
