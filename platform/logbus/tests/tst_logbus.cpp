@@ -3,6 +3,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QPointer>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -19,9 +22,6 @@
 #include <thread>
 #include <tuple>
 #include <vector>
-
-using Streamer = std::function<void(Logger&)>;
-Q_DECLARE_METATYPE(Streamer)
 
 namespace {
 
@@ -50,6 +50,34 @@ std::unique_ptr<Logger> fileLogger(const QString& name, const QString& path,
     std::unique_ptr<Logger> logger(bus->createFileLogger(name, path, config, result));
     return result == Logbus::DEFAULT_OK ? std::move(logger) : nullptr;
 }
+
+// How each type of item is streamed, by the name a fixture row gives it.
+const QHash<QString, std::function<void(Logger&, const QJsonValue&)>> kItems {
+    {"priority", [](Logger& l, const QJsonValue& v) { l << p(v.toInt()); }},
+    {"int", [](Logger& l, const QJsonValue& v) { l << v.toInt(); }},
+    {"long", [](Logger& l, const QJsonValue& v) { l << long(v.toInt()); }},
+    {"unsigned long", [](Logger& l, const QJsonValue& v) { l << (unsigned long)(v.toInt()); }},
+    {"long long", [](Logger& l, const QJsonValue& v) { l << v.toString().toLongLong(); }},
+    {"unsigned", [](Logger& l, const QJsonValue& v) { l << unsigned(v.toInt()); }},
+    {"unsigned long long", [](Logger& l, const QJsonValue& v) { l << v.toString().toULongLong(); }},
+    {"double", [](Logger& l, const QJsonValue& v) { l << v.toDouble(); }},
+    {"QString", [](Logger& l, const QJsonValue& v) { l << v.toString(); }},
+    {"QLatin1String", [](Logger& l, const QJsonValue& v) { l << QLatin1String(v.toString().toLatin1()); }},
+    {"QByteArray", [](Logger& l, const QJsonValue& v) { l << v.toString().toUtf8(); }},
+    {"char", [](Logger& l, const QJsonValue& v) { l << v.toString().at(0).toLatin1(); }},
+    {"QChar", [](Logger& l, const QJsonValue& v) { l << v.toString().at(0); }},
+    {"bool", [](Logger& l, const QJsonValue& v) { l << v.toBool(); }},
+    {"text", [](Logger& l, const QJsonValue& v) { l << v.toString().toUtf8().constData(); }},
+    {"int variant", [](Logger& l, const QJsonValue& v) { l << QVariant(v.toInt()); }},
+    {"string list variant",
+     [](Logger& l, const QJsonValue& v) { l << QVariant(v.toVariant().toStringList()); }},
+    {"invalid variant", [](Logger& l, const QJsonValue&) { l << QVariant(); }},
+    {"string variant", [](Logger& l, const QJsonValue& v) { l << QVariant(v.toString()); }},
+    {"double variant", [](Logger& l, const QJsonValue& v) { l << QVariant(v.toDouble()); }},
+    {"bytes variant", [](Logger& l, const QJsonValue& v) { l << QVariant(v.toString().toUtf8()); }},
+    {"null pointer", [](Logger& l, const QJsonValue&) { l << static_cast<const void*>(nullptr); }},
+    {"flush", [](Logger& l, const QJsonValue&) { l << LGBS::flush; }},
+};
 
 } // namespace
 
@@ -112,59 +140,18 @@ private Q_SLOTS:
 
     void streamItems_data()
     {
-        QTest::addColumn<int>("level");
-        QTest::addColumn<Streamer>("stream");
-        QTest::addColumn<int>("priority");
-        QTest::addColumn<QString>("text");
-
-        const auto filter = [](const char* name, int level, int priority, bool accepted) {
-            QTest::newRow(name) << level << Streamer([priority](Logger& l) {
-                l << p(priority) << "streamed" << QVariant(5);
-            }) << priority << (accepted ? QStringLiteral("streamed 5") : QString());
-        };
-        filter("raw data at 10000", 10000, -1, true);
-        filter("detail at 10000", 10000, 10000, true);
-        filter("one above 10000", 10000, 10001, false);
-        filter("error at 10", 10, 10, true);
-        filter("warning at 10", 10, 50, false);
-        filter("raw data below it", -2, -1, false);
-        QTest::newRow("numbers") << 10000 << Streamer([](Logger& l) {
-            l << p(10) << 7 << -3L << 42UL << 1234567890123LL << 3u << 18446744073709551615ULL << 2.5;
-        }) << 10 << QStringLiteral("7 -3 42 1234567890123 3 18446744073709551615 2.5");
-        QTest::newRow("text types") << 10000 << Streamer([](Logger& l) {
-            l << p(100) << QStringLiteral("str") << QLatin1String("lat") << QByteArray("bytes") << 'c'
-              << QChar(0x00e9) << true << false << "Grüße";
-        }) << 100 << QStringLiteral("str lat bytes c \u00e9 true false Grüße");
-        QTest::newRow("variants") << 10000 << Streamer([](Logger& l) {
-            l << p(1000) << QVariant(QStringList {QStringLiteral("x"), QStringLiteral("y")}) << QVariant()
-              << QVariant(QStringLiteral("s")) << QVariant(2.25) << QVariant(QByteArray("raw"));
-        }) << 1000 << QStringLiteral("(x, y) QVariant(Invalid) s 2.25 raw");
-        QTest::newRow("braces are not format fields")
-            << 10000 << Streamer([](Logger& l) { l << p(1000) << "{} {0} {:>9}"; }) << 1000
-            << QStringLiteral("{} {0} {:>9}");
-        QTest::newRow("empty item keeps its blanks") << 10000 << Streamer([](Logger& l) {
-            l << p(1000) << "a"
-              << ""
-              << "b";
-        }) << 1000 << QStringLiteral("a  b");
-        QTest::newRow("null pointer")
-            << 10000 << Streamer([](Logger& l) { l << p(1000) << static_cast<const void*>(nullptr); }) << 1000
-            << QStringLiteral("0x0");
-        QTest::newRow("no priority counts as detail")
-            << 10000 << Streamer([](Logger& l) { l << "plain"; }) << 10000 << QStringLiteral("plain");
-        QTest::newRow("priority after items")
-            << 10000 << Streamer([](Logger& l) { l << "late" << p(10); }) << 10 << QStringLiteral("late");
-        QTest::newRow("flush leaves the line open")
-            << 10000 << Streamer([](Logger& l) { l << p(1000) << "before" << LGBS::flush << "after"; })
-            << 1000 << QStringLiteral("before after");
+        QTest::addColumn<QJsonObject>("row");
+        QFile file(QStringLiteral(LOGBUS_TEST_FIXTURES "/stream_items.json"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        for (const QJsonValue& row : QJsonDocument::fromJson(file.readAll()).array())
+            QTest::newRow(qPrintable(row["name"].toString())) << row.toObject();
     }
 
     void streamItems()
     {
-        QFETCH(int, level);
-        QFETCH(Streamer, stream);
-        QFETCH(int, priority);
-        QFETCH(QString, text);
+        QFETCH(QJsonObject, row);
+        const int priority = row["priority"].toInt();
+        const QString text = row["text"].toString();
 
         QList<LogRecord> records;
         const int tap = Logbus::addTap([&records](const LogRecord& r) {
@@ -174,9 +161,10 @@ private Q_SLOTS:
         const std::shared_ptr<void> untap(nullptr, [tap](void*) { Logbus::removeTap(tap); });
         auto logger = fileLogger(QStringLiteral("items"), path("items.log"));
         QVERIFY(logger);
-        logger->setVerbosityAcceptedLevel(level);
+        logger->setVerbosityAcceptedLevel(row["level"].toInt());
         *logger << LGBS::endl; // nothing started: writes nothing
-        stream(*logger);
+        for (const QJsonValue& item : row["items"].toArray())
+            kItems.value(item[0].toString())(*logger, item[1]);
         QVERIFY(records.isEmpty());
         *logger << LGBS::endl;
         logger->log(priority, QStringLiteral("whole"));
