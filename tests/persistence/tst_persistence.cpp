@@ -197,26 +197,6 @@ QHash<QString, Function> functions()
             return QStringLiteral("no round trip");
         return out.size();
     };
-    f["storedCdr"] = [](const Args& a) -> QJsonValue {
-        World w;
-        if (!w.openStore() || !w.store->appendCdr({from<CdrEntry>(a[0])}) || w.store->cdr().size() != 1)
-            return QStringLiteral("not stored");
-        const CdrEntry e = w.store->cdr().first();
-        return Args {e.directionText, e.statusText, e.infoType, e.localDirection};
-    };
-    // A row that goes in marks the list dirty, so the next read sees it; a
-    // list is stored in one transaction where a refused row undoes only itself.
-    f["appendAfter500"] = [](const Args& a) -> QJsonValue {
-        World w;
-        if (!w.openStore()
-            || !w.store->appendCdr(
-                from<Cdr>(QJsonArray {QJsonObject {{"entryUid", "500"}, {"caller", "200"}}}))
-            || w.store->cdr().size() != 1)
-            return QStringLiteral("first entry not stored");
-        w.log->clear();
-        const bool appended = w.store->appendCdr(from<Cdr>(a[0]));
-        return Args {appended, w.store->cdr().size(), QJsonArray::fromStringList(w.log->texts(100))};
-    };
     return f;
 }
 
@@ -346,6 +326,12 @@ Operations<World> operations()
             uids << e.entryUid;
         return uids;
     };
+    s["cdrInfo"] = [](World& w, const Args&) {
+        const CdrEntry e = w.store->cdr().value(0);
+        return Args {e.directionText, e.statusText, e.infoType, e.localDirection};
+    };
+    s["warnings"]
+        = [](World& w, const Args& a) { return QJsonArray::fromStringList(w.log->texts(a[0].toInt())); };
     s["cdrRecords"] = [](World& w, const Args&) { return to(w.store->cdr()); };
     s["readCdr"] = [](World& w, const Args&) { return w.store->readCdr(); };
     s["lastUid"] = [](World& w, const Args&) { return w.store->lastCdrEntryUid(); };
