@@ -106,7 +106,7 @@ struct World
     bool openStore(const QString& exten = QStringLiteral("200"))
     {
         store = std::make_unique<PersistenceSqlite>(path("cdr.db"), exten);
-        return store->dbHandler() != nullptr;
+        return sqlite()->dbHandler() != nullptr;
     }
     LxBaseDbHandler& h(const QJsonValue& name) { return *handlers.at(name.toString()); }
     EncryptedSqliteDbHandler& e(const QJsonValue& name)
@@ -122,7 +122,8 @@ struct World
     const QDateTime now = QDateTime::currentDateTime();
     QHash<QString, QString> vars;
     std::map<QString, std::unique_ptr<LxBaseDbHandler>> handlers;
-    std::unique_ptr<PersistenceSqlite> store;
+    std::unique_ptr<Persistence> store;
+    PersistenceSqlite* sqlite() const { return static_cast<PersistenceSqlite*>(store.get()); }
     std::unique_ptr<LogbusCapture> log = std::make_unique<LogbusCapture>();
     std::unique_ptr<QtLogCapture> qt = std::make_unique<QtLogCapture>();
 };
@@ -316,6 +317,8 @@ Operations<World> operations()
     s["decrypt"] = [](World& w, const Args& a) { return w.e(a[0]).decryptDb(); };
     s["deleteFiles"] = [](World& w, const Args& a) { return (w.e(a[0]).deleteFiles(), true); };
     // The store of a user on cdr.db.
+    // The body without a file: lists in memory only.
+    s["memory"] = [](World& w, const Args&) { return (w.store = std::make_unique<Persistence>())->open(); };
     s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
     s["closeStore"] = [](World& w, const Args&) { return (w.store->close(), true); };
     s["dropStore"] = [](World& w, const Args&) { return (w.store.reset(), true); };
@@ -343,9 +346,9 @@ Operations<World> operations()
         = [](World& w, const Args& a) { return w.store->setPhoneBook(from<QList<PhoneBook>>(a[0])); };
     s["readPhoneBook"] = [](World& w, const Args&) { return w.store->readPhoneBook(); };
     s["phoneBooks"] = [](World& w, const Args&) { return w.store->phoneBook().size(); };
-    s["deleteOldData"] = [](World& w, const Args&) { return w.store->deleteOldData(); };
+    s["deleteOldData"] = [](World& w, const Args&) { return w.sqlite()->deleteOldData(); };
     s["count"] = [](World& w, const Args& a) {
-        QSqlQuery q(w.store->dbHandler()->database());
+        QSqlQuery q(w.sqlite()->dbHandler()->database());
         return q.exec("SELECT count(*) FROM " + a[0].toString()) && q.next() ? q.value(0).toInt() : -1;
     };
     return o;
@@ -389,22 +392,6 @@ private Q_SLOTS:
             QCOMPARE(hidden.size(), (length * 4 + 2) / 3);
             QCOMPARE(SimpleObfuscator::reveal(hidden), data);
         }
-    }
-
-    void inMemoryBody()
-    {
-        Persistence p;
-        QVERIFY(p.open() && p.appendCdr(Cdr()));
-        const auto entry = [](const char* uid) { return from<CdrEntry>(QJsonObject {{"entryUid", uid}}); };
-        QVERIFY(p.appendCdr({entry("3"), entry("7")}) && p.appendCdr({entry("5")}));
-        QCOMPARE(p.cdr().size(), 3);
-        QCOMPARE(p.lastCdrEntryUid(), QStringLiteral("7"));
-        QVERIFY(p.appendSmsList({{"hi", "300", "2026-03-01T10:00:00.000"}}));
-        QCOMPARE(p.lastSmsTime(), QDateTime(QDate(2026, 3, 1), QTime(10, 0)));
-        PhoneBook book;
-        book.name = QStringLiteral("a");
-        QVERIFY(p.setPhoneBook({book}) && p.setPhoneBook({book, book}));
-        QCOMPARE(p.phoneBook().size(), 2);
     }
 
     void scenarios_data() { addScenarioRows(QStringLiteral("persistence/scenarios")); }
