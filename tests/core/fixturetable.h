@@ -3,10 +3,6 @@
 // The JSON fixtures of one folder as QtTest rows: each file maps a name to
 // rows, here of [arguments..., expected result] given to the function of
 // that name.
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QtTest>
 
 #include <functional>

@@ -6,11 +6,6 @@
 #include "telvix_const.h"
 #include "utils.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <functional>

@@ -7,9 +7,7 @@
 #include "logbuscapture.h"
 #include "qtlogcapture.h"
 
-#include <QMetaEnum>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <fcntl.h>

@@ -10,15 +10,7 @@
 #include "simpleobfuscator.h"
 #include "telvix_const.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QMetaEnum>
-#include <QProcess>
-#include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cstdio>

@@ -4,10 +4,6 @@
 #include "wavefileparser.h"
 #include "wavepcmheaderdefs.h"
 
-#include <QDataStream>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cmath>
