@@ -43,6 +43,8 @@ QJsonValue throughJson(const Args& a)
     return again == json ? json : QJsonObject {{"unstable", again}};
 }
 
+const auto both = [](const auto& pair) { return Args {pair.first, pair.second}; };
+
 QHash<QString, Function> functions()
 {
     QHash<QString, Function> f;
@@ -69,15 +71,9 @@ QHash<QString, Function> functions()
     f["callAttributeValue"] = [](const Args& a) { return int(getCallAttributeValue(a[0].toString())); };
     f["compareVersions"] = [](const Args& a) { return compareVersions(a[0].toString(), a[1].toString()); };
     f["getAccountFromChannel"] = [](const Args& a) { return getAccountFromChannel(a[0].toString()); };
-    f["getNameNumPairFromUri"] = [](const Args& a) {
-        const auto pair = getNameNumPairFromUri(a[0].toString());
-        return Args {pair.first, pair.second};
-    };
+    f["getNameNumPairFromUri"] = [](const Args& a) { return both(getNameNumPairFromUri(a[0].toString())); };
     f["isNumAnonymous"] = [](const Args& a) { return isNumAnonymous(a[0].toString()); };
-    f["getIpPort"] = [](const Args& a) {
-        const auto pair = getIpPort(a[0].toString());
-        return Args {pair.first, pair.second};
-    };
+    f["getIpPort"] = [](const Args& a) { return both(getIpPort(a[0].toString())); };
     f["purifyNum"] = [](const Args& a) { return a[0].toString().remove(PurifyNumRx); };
     f["metaTypeKnown"] = [](const Args& a) { return QMetaType::type(a[0].toString().toLatin1()) != 0; };
     f["parseIsoDateTime"] = [](const Args& a) -> QJsonValue {

@@ -2,8 +2,6 @@
 
 #include "logbus.h"
 
-#include <QList>
-#include <QString>
 #include <QStringList>
 
 #include <climits>

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <QMutex>
-#include <QString>
 #include <QStringList>
-#include <QtGlobal>
 
 /// Captures the Qt log (qDebug, qWarning, qCritical) while it lives, so that
 /// tests can assert log texts that are part of the library's behaviour.
