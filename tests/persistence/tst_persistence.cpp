@@ -180,15 +180,11 @@ QHash<QString, Function> functions()
         QByteArray plain(a[0].toInt(), '\0');
         for (int i = 0; i < plain.size(); ++i)
             plain[i] = char(i * 7 + i / 256);
-        QFile in(dir.filePath("in")), out(dir.filePath("out"));
-        if (!in.open(QIODevice::WriteOnly) || in.write(plain) != plain.size())
-            return QStringLiteral("not written");
-        in.close();
-        if (!EncryptedSqliteDbHandler::encryptOrDecryptFile(in.fileName(), out.fileName(), true)
-            || !EncryptedSqliteDbHandler::encryptOrDecryptFile(out.fileName(), in.fileName(), false)
-            || !in.open(QIODevice::ReadOnly) || in.readAll() != plain)
+        const QString in = dir.filePath("in"), out = dir.filePath("out");
+        if (!spit(in, plain) || !EncryptedSqliteDbHandler::encryptOrDecryptFile(in, out, true)
+            || !EncryptedSqliteDbHandler::encryptOrDecryptFile(out, in, false) || slurp(in) != plain)
             return QStringLiteral("no round trip");
-        return out.size();
+        return QFileInfo(out).size();
     };
     return f;
 }
@@ -241,10 +237,8 @@ Operations<World> operations()
     };
     s["plain"] = [](World& w, const Args& a) {
         DbhConfig c = w.config(w.path(a[1]), w.dir.path());
-        if (a.size() > 2) {
-            c.driver = a[2].toString();
-            c.connectionName = a[3].toString();
-        }
+        c.driver = a[2].toString(LXDBHANDLER::SQLITE);
+        c.connectionName = a[3].toString();
         w.handlers[a[0].toString()] = std::make_unique<LxBaseDbHandler>(c);
         return true;
     };

@@ -26,11 +26,7 @@ QStringList fileLines(const QString& path)
 }
 
 // Each test gets a bus of its own so that timestamp formats do not leak.
-Logbus* freshBus()
-{
-    static int n = 0;
-    return Logbus::instance(QStringLiteral("tst_logbus bus %1").arg(++n));
-}
+auto freshBus = [n = 0]() mutable { return Logbus::instance(QStringLiteral("tst_logbus bus %1").arg(++n)); };
 
 const auto p = [](int n) { return LGBS::LogMessagePriorityType(n); };
 
