@@ -78,13 +78,7 @@ bool invoke(ClientSocketManager& manager, QJsonArray call)
 
 struct Link
 {
-    QTcpSocket& app(const QJsonValue& name)
-    {
-        auto& socket = apps[name.toString()];
-        if (!socket)
-            socket = std::make_unique<QTcpSocket>();
-        return *socket;
-    }
+    QTcpSocket& app(const QJsonValue& name) { return apps[name.toString()]; }
     QJsonValue listening(int p) const { return p > 0 && p == port ? QJsonValue("listening") : QJsonValue(p); }
 
     LogbusCapture log;
@@ -92,7 +86,7 @@ struct Link
     QTemporaryDir dir;
     ClientSocketManager manager {dir.path()};
     int port = 0;
-    std::map<QString, std::unique_ptr<QTcpSocket>> apps;
+    std::map<QString, QTcpSocket> apps;
     QHash<QString, QByteArray> received;
 };
 
