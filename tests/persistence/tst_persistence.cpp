@@ -1,5 +1,6 @@
-// The store's rules and the scrambling against fixtures/persistence: each
-// file maps a function name to rows of [arguments..., expected result].
+// The store, its database handlers and the scrambling: functions against the
+// rows of fixtures/persistence, scenarios of handlers and stores played from
+// fixtures/persistence/scenarios, and a writer killed in the middle of closes.
 #include "../core/fixturetable.h"
 #include "encrypteddbhandler.h"
 #include "jsonconvert.h"
