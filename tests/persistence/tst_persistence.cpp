@@ -1,460 +1,455 @@
+// The store, its database handlers and the scrambling: functions against the
+// rows of fixtures/persistence, scenarios of handlers and stores played from
+// fixtures/persistence/scenarios, and a writer killed in the middle of closes.
+#include "../core/fixturetable.h"
 #include "encrypteddbhandler.h"
+#include "jsonconvert.h"
 #include "logbuscapture.h"
+#include "lxdbhandler.h"
 #include "persistencesqlite.h"
+#include "qtlogcapture.h"
+#include "simpleobfuscator.h"
 #include "telvix_const.h"
 
-#include <QDir>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QtTest>
 
+#include <cstdio>
+#include <functional>
+#include <map>
 #include <memory>
+#include <thread>
+
+namespace {
+
+const auto bytes = [](const QJsonValue& hex) { return QByteArray::fromHex(hex.toString().toLatin1()); };
+const auto hex = [](const QByteArray& data) { return QString::fromLatin1(data.toHex()); };
+const auto time = [](const QJsonValue& v) { return QDateTime::fromString(v.toString(), Qt::ISODateWithMs); };
+
+DbhConfig sqliteConfig(const QString& dbName, const QString& host, const QString& logFile)
+{
+    DbhConfig c;
+    c.driver = LXDBHANDLER::SQLITE;
+    c.dbName = dbName;
+    c.host = host;
+    c.logFile = logFile;
+    return c;
+}
+
+bool exec(LxBaseDbHandler& h, const QString& sql)
+{
+    QSqlQuery q = h.createNewQuery();
+    return h.prepareQuery(q, sql) && h.executeQuery(q);
+}
+
+qint64 storedCount(EncryptedSqliteDbHandler& h)
+{
+    QSqlQuery q = h.createNewQuery();
+    if (!h.openDbConn() || !h.prepareQuery(q, QStringLiteral("SELECT count(*) FROM t")) || !h.executeQuery(q)
+        || !q.next())
+        return 0;
+    return q.value(0).toLongLong();
+}
+
+// The child: one row more per complete close, forever; each line on stdout
+// names a count that a complete close has saved.
+int churn(const QString& dir)
+{
+    for (;;) {
+        EncryptedSqliteDbHandler h(
+            sqliteConfig(QStringLiteral("cdr.db"), dir, dir + QStringLiteral("/db.log")));
+        const qint64 next = storedCount(h) + 1;
+        if (!exec(h, QStringLiteral("CREATE TABLE IF NOT EXISTS t (n INTEGER)"))
+            || !exec(h, QStringLiteral("INSERT INTO t VALUES (%1)").arg(next)) || !h.encryptDb())
+            return 2;
+        std::printf("%lld\n", static_cast<long long>(next));
+        std::fflush(stdout);
+    }
+}
+
+// A scenario of fixtures/persistence/scenarios: steps [operation,
+// arguments..., expected], played in a directory of their own. A path names
+// a file in it, or "$name" one remembered by "remember".
+struct World
+{
+    World()
+    {
+        QDir(dir.path()).mkdir(QStringLiteral("tmp"));
+        qputenv("TMPDIR", path("tmp").toLocal8Bit());
+    }
+    ~World() { qunsetenv("TMPDIR"); }
+    QString path(const QJsonValue& name) const
+    {
+        const QString n = name.toString();
+        return vars.contains(n) ? vars.value(n) : dir.filePath(n);
+    }
+    // A path the scenario remembered goes back under its name.
+    QString rel(const QString& path) const { return vars.key(path, path); }
+    // "~/" is the scenario's directory, "now-1M+60s" a time from its start.
+    QJsonArray expand(const QJsonArray& steps) const
+    {
+        QString text = compact(steps).replace(QLatin1String("~/"), dir.path() + '/');
+        static const QRegularExpression re(QStringLiteral("\"now(?:([-+]\\d+)M)?(?:([-+]\\d+)s)?\""));
+        for (QRegularExpressionMatch m = re.match(text); m.hasMatch(); m = re.match(text)) {
+            const QDateTime t = now.addMonths(m.captured(1).toInt()).addSecs(m.captured(2).toInt());
+            text.replace(m.capturedStart(), m.capturedLength(), '"' + t.toString(TELVIX::IsoDateNoTz) + '"');
+        }
+        return QJsonDocument::fromJson(text.toUtf8()).array();
+    }
+    bool openStore(const QString& exten = QStringLiteral("200"))
+    {
+        store = std::make_unique<PersistenceSqlite>(path("cdr.db"), exten);
+        return sqlite()->dbHandler() != nullptr;
+    }
+    LxBaseDbHandler& h(const QJsonValue& name) { return *handlers.at(name.toString()); }
+    EncryptedSqliteDbHandler& e(const QJsonValue& name)
+    {
+        return static_cast<EncryptedSqliteDbHandler&>(h(name));
+    }
+    DbhConfig config(const QString& dbName, const QString& host) const
+    {
+        return sqliteConfig(dbName, host, dir.filePath(QStringLiteral("db.log")));
+    }
+
+    QTemporaryDir dir;
+    const QDateTime now = QDateTime::currentDateTime();
+    QHash<QString, QString> vars;
+    std::map<QString, std::unique_ptr<LxBaseDbHandler>> handlers;
+    std::unique_ptr<Persistence> store;
+    PersistenceSqlite* sqlite() const { return static_cast<PersistenceSqlite*>(store.get()); }
+    std::unique_ptr<LogbusCapture> log = std::make_unique<LogbusCapture>();
+    std::unique_ptr<QtLogCapture> qt = std::make_unique<QtLogCapture>();
+};
+
+QByteArray slurp(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool spit(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+template <typename T> T from(const QJsonValue& v)
+{
+    return JsonConvert::fromJson(v, qMetaTypeId<T>()).template value<T>();
+}
+
+template <typename T> QJsonValue to(const T& value)
+{
+    return JsonConvert::toJson(QVariant::fromValue(value));
+}
+
+QHash<QString, Function> functions()
+{
+    QHash<QString, Function> f;
+    f["rot13"] = [](const Args& a) {
+        return hex(SimpleObfuscator::rot13(bytes(a[0]), SimpleObfuscator::RotDirection(a[1].toInt())));
+    };
+    f["hide"] = [](const Args& a) { return QString::fromLatin1(SimpleObfuscator::hide(bytes(a[0]))); };
+    f["reveal"] = [](const Args& a) { return hex(SimpleObfuscator::reveal(a[0].toString().toLatin1())); };
+    f["hideText"] = [](const Args& a) { return SimpleObfuscator::hide(a[0].toString()); };
+    f["revealText"] = [](const Args& a) { return SimpleObfuscator::reveal(a[0].toString()); };
+    f["hiddenTextRoundTrip"] = [](const Args& a) {
+        const QString text = a[0].toString(), hidden = SimpleObfuscator::hide(text);
+        return !text.isEmpty() && hidden.contains(text.left(4)) ? "visible: " + hidden
+                                                                : SimpleObfuscator::reveal(hidden);
+    };
+    f["lastCdrEntryUid"] = [](const Args& a) {
+        Persistence p;
+        p.setLastCdrEntryUid(a[0].toString());
+        p.setLastCdrEntryUid(a[1].toString());
+        return p.lastCdrEntryUid();
+    };
+    // Phone-book and message times follow the same rule.
+    f["lastTimes"] = [](const Args& a) -> QJsonValue {
+        Persistence p;
+        p.setLastPhoneBookTime(time(a[0]));
+        p.setLastPhoneBookTime(time(a[1]));
+        p.setLastSmsTime(time(a[0]));
+        p.setLastSmsTime(time(a[1]));
+        if (p.lastPhoneBookTime() != p.lastSmsTime())
+            return QStringLiteral("rules differ");
+        return p.lastSmsTime().isValid() ? QJsonValue(p.lastSmsTime().toString(Qt::ISODateWithMs))
+                                         : QJsonValue();
+    };
+    f["scrambledSize"] = [](const Args& a) -> QJsonValue {
+        QTemporaryDir dir;
+        QByteArray plain(a[0].toInt(), '\0');
+        for (int i = 0; i < plain.size(); ++i)
+            plain[i] = char(i * 7 + i / 256);
+        const QString in = dir.filePath("in"), out = dir.filePath("out");
+        if (!spit(in, plain) || !EncryptedSqliteDbHandler::encryptOrDecryptFile(in, out, true)
+            || !EncryptedSqliteDbHandler::encryptOrDecryptFile(out, in, false) || slurp(in) != plain)
+            return QStringLiteral("no round trip");
+        return QFileInfo(out).size();
+    };
+    return f;
+}
+
+using Step = Operations<World>::Op;
+
+Operations<World> operations()
+{
+    Operations<World> o;
+    auto& s = o.acts;
+    // Files of the scenario's directory.
+    s["mkdir"] = [](World& w, const Args& a) { return QDir().mkpath(w.path(a[0])); };
+    s["write"] = [](World& w, const Args& a) { return spit(w.path(a[0]), a[1].toString().toUtf8()); };
+    s["writeHidden"] = [](World& w, const Args& a) {
+        return spit(w.path(a[0]), SimpleObfuscator::hide(QByteArray(a[1].toInt(), 'x')));
+    };
+    s["resize"] = [](World& w, const Args& a) { return QFile::resize(w.path(a[0]), a[1].toInt()); };
+    s["size"] = [](World& w, const Args& a) -> QJsonValue {
+        const QFileInfo f(w.path(a[0]));
+        return f.exists() ? QJsonValue(f.size()) : QJsonValue();
+    };
+    s["files"] = [](World& w, const Args& a) {
+        return QJsonArray::fromStringList(QDir(w.path(a[0])).entryList(QDir::Files | QDir::Hidden));
+    };
+    s["head"] = [](World& w, const Args& a) { return QString::fromLatin1(slurp(w.path(a[0])).left(16)); };
+    s["revealedHead"] = [](World& w, const Args& a) {
+        return QString::fromLatin1(SimpleObfuscator::reveal(slurp(w.path(a[0]))).left(16));
+    };
+    s["holds"]
+        = [](World& w, const Args& a) { return slurp(w.path(a[0])).contains(a[1].toString().toUtf8()); };
+    s["private"] = [](World& w, const Args& a) {
+        return !(QFileInfo(w.path(a[0])).permissions() & (QFile::ReadOther | QFile::ReadGroup));
+    };
+    s["same"] = [](World& w, const Args& a) { return slurp(w.path(a[0])) == slurp(w.path(a[1])); };
+    s["copy"] = [](World& w, const Args& a) { return QFile::copy(w.path(a[0]), w.path(a[1])); };
+    s["tmpdir"] = [](World& w, const Args& a) { return qputenv("TMPDIR", w.path(a[0]).toLocal8Bit()); };
+    // Logs since the last "clear".
+    s["log"] = [](World& w, const Args& a) {
+        return a[0].isNull() ? w.log->contains(a[1].toString())
+                             : w.log->contains(a[0].toInt(), a[1].toString());
+    };
+    s["qtlog"] = [](World& w, const Args& a) { return w.qt->contains(a[0].toString()); };
+    s["clear"] = [](World& w, const Args&) { return (w.log->clear(), w.qt->clear(), true); };
+    // Handlers by name: "enc" a scrambled cdr.db in a directory, "plain" a
+    // plain file, with a driver and connection name if given.
+    s["enc"] = [](World& w, const Args& a) {
+        w.handlers[a[0].toString()] = std::make_unique<EncryptedSqliteDbHandler>(
+            w.config(QStringLiteral("cdr.db"), a[1].isString() ? w.path(a[1]) : w.dir.path()));
+        return true;
+    };
+    s["plain"] = [](World& w, const Args& a) {
+        DbhConfig c = w.config(w.path(a[1]), w.dir.path());
+        c.driver = a[2].toString(LXDBHANDLER::SQLITE);
+        c.connectionName = a[3].toString();
+        w.handlers[a[0].toString()] = std::make_unique<LxBaseDbHandler>(c);
+        return true;
+    };
+    s["drop"] = [](World& w, const Args& a) {
+        const QString connection = w.h(a[0]).connectionName();
+        w.handlers.erase(a[0].toString());
+        return QSqlDatabase::contains(connection);
+    };
+    s["remember"] = [](World& w, const Args& a) {
+        const QString plain = w.e(a[0]).plainFilePath();
+        w.vars.insert(a[1].toString(), plain);
+        return QFileInfo(plain).fileName().left(7) + " in " + QFileInfo(plain).absolutePath();
+    };
+    s["plainPath"] = [](World& w, const Args& a) { return w.rel(w.e(a[0]).plainFilePath()); };
+    s["databaseName"] = [](World& w, const Args& a) { return w.rel(w.h(a[0]).database().databaseName()); };
+    s["connection"] = [](World& w, const Args& a) { return w.h(a[0]).connectionName().section('{', 0, 0); };
+    s["hasConnection"]
+        = [](World& w, const Args& a) { return QSqlDatabase::contains(w.h(a[0]).connectionName()); };
+    s["open"] = [](World& w, const Args& a) { return w.h(a[0]).openDbConn(); };
+    s["isOpen"] = [](World& w, const Args& a) { return w.h(a[0]).database().isOpen(); };
+    s["close"] = [](World& w, const Args& a) { return (w.h(a[0]).closeDbConn(), true); };
+    s["testConnection"] = [](World& w, const Args& a) { return w.h(a[0]).testConnection(); };
+    s["exec"] = [](World& w, const Args& a) { return exec(w.h(a[0]), a[1].toString()); };
+    s["transaction"] = [](World& w, const Args& a) { return w.h(a[0]).database().transaction(); };
+    s["fill"] = [](World& w, const Args& a) {
+        bool ok = w.h(a[0]).database().transaction();
+        for (int i = 0; i < a[1].toInt(); ++i)
+            ok = ok
+                && exec(w.h(a[0]),
+                        QStringLiteral("INSERT INTO t VALUES ('row %1')").arg(i, 5, 10, QLatin1Char('0')));
+        return ok && w.h(a[0]).database().commit();
+    };
+    s["names"] = [](World& w, const Args& a) {
+        QSqlQuery q = w.h(a[0]).createNewQuery();
+        QJsonArray out;
+        if (w.h(a[0]).prepareQuery(q, QStringLiteral("SELECT name FROM t ORDER BY name"))
+            && w.h(a[0]).executeQuery(q))
+            while (q.next())
+                out << q.value(0).toString();
+        return a.size() > 1 ? QJsonValue(Args {out.size(), out.last()}) : QJsonValue(out);
+    };
+    s["error"] = [](World& w, const Args& a) {
+        const LxBaseDbHandler& h = w.h(a[0]);
+        const QString type = QMetaEnum::fromType<LxBaseDbHandler::ErrorType>().valueToKey(h.lastErrorType());
+        return a.size() > 1 ? Args {type, h.lastErrorText().contains(a[1].toString())}
+                            : Args {type, h.lastErrorText().isNull()};
+    };
+    // The last error as the log tells it with the query.
+    s["errorLogged"] = [](World& w, const Args& a) {
+        return w.log->contains(10,
+                               QStringLiteral("%1 %2  for query ( %3 )")
+                                   .arg(a[1].toString(), w.h(a[0]).lastErrorText(), a[2].toString()));
+    };
+    s["dbError"] = [](World& w, const Args& a) {
+        return w.log->contains(10, QStringLiteral("------ DB ERROR: ") + w.h(a[0]).lastErrorText());
+    };
+    s["commitAndClose"]
+        = [](World& w, const Args& a) { return (w.h(a[0]).commitAndClose(a[1].toString()), true); };
+    s["rollbackAndClose"]
+        = [](World& w, const Args& a) { return (w.h(a[0]).rollbackAndClose(a[1].toString()), true); };
+    s["encrypt"] = [](World& w, const Args& a) { return w.e(a[0]).encryptDb(); };
+    s["decrypt"] = [](World& w, const Args& a) { return w.e(a[0]).decryptDb(); };
+    s["deleteFiles"] = [](World& w, const Args& a) { return (w.e(a[0]).deleteFiles(), true); };
+    // The store of a user on cdr.db.
+    // The body without a file: lists in memory only.
+    s["memory"] = [](World& w, const Args&) { return (w.store = std::make_unique<Persistence>())->open(); };
+    s["store"] = [](World& w, const Args& a) { return w.openStore(a[0].toString()); };
+    s["closeStore"] = [](World& w, const Args&) { return (w.store->close(), true); };
+    s["dropStore"] = [](World& w, const Args&) { return (w.store.reset(), true); };
+    s["append"] = [](World& w, const Args& a) { return w.store->appendCdr(from<Cdr>(a[0])); };
+    s["cdr"] = [](World& w, const Args&) {
+        QJsonArray uids;
+        for (const CdrEntry& e : w.store->cdr())
+            uids << e.entryUid;
+        return uids;
+    };
+    s["cdrInfo"] = [](World& w, const Args&) {
+        const CdrEntry e = w.store->cdr().value(0);
+        return Args {e.directionText, e.statusText, e.infoType, e.localDirection};
+    };
+    s["warnings"]
+        = [](World& w, const Args& a) { return QJsonArray::fromStringList(w.log->texts(a[0].toInt())); };
+    s["cdrRecords"] = [](World& w, const Args&) { return to(w.store->cdr()); };
+    s["readCdr"] = [](World& w, const Args&) { return w.store->readCdr(); };
+    s["lastUid"] = [](World& w, const Args&) { return w.store->lastCdrEntryUid(); };
+    s["addSms"] = [](World& w, const Args& a) { return w.store->appendSmsList(from<QList<SmsEntry>>(a[0])); };
+    s["sms"] = [](World& w, const Args&) { return to(w.store->smsList()); };
+    s["lastSmsTime"]
+        = [](World& w, const Args&) { return w.store->lastSmsTime().toString(TELVIX::IsoDateNoTz); };
+    s["setPhoneBook"]
+        = [](World& w, const Args& a) { return w.store->setPhoneBook(from<QList<PhoneBook>>(a[0])); };
+    s["readPhoneBook"] = [](World& w, const Args&) { return w.store->readPhoneBook(); };
+    s["phoneBooks"] = [](World& w, const Args&) { return w.store->phoneBook().size(); };
+    s["deleteOldData"] = [](World& w, const Args&) { return w.sqlite()->deleteOldData(); };
+    s["count"] = [](World& w, const Args& a) {
+        QSqlQuery q(w.sqlite()->dbHandler()->database());
+        return q.exec("SELECT count(*) FROM " + a[0].toString()) && q.next() ? q.value(0).toInt() : -1;
+    };
+    return o;
+}
+
+} // namespace
 
 class TestPersistence : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void lastCdrEntryUidNeverGoesBack_data();
-    void lastCdrEntryUidNeverGoesBack();
-    void lastTimesNeverGoBack_data();
-    void lastTimesNeverGoBack();
-    void inMemoryBody();
-    void historySurvivesReopenScrambled();
-    void textualUidOrderAtWrite();
-    void filters_data();
-    void filters();
-    void resultTexts_data();
-    void resultTexts();
-    void retentionDropsOldHistoryKeepsPhoneBooks();
-    void outdatedCdrTableIsRebuilt_data();
-    void outdatedCdrTableIsRebuilt();
-    void phoneBookIsWriteOnly();
-    void smsReadsAppend();
-    void unopenableStoreWorksEmpty();
+    void fixtures_data() { addFunctionRows(QStringLiteral("persistence")); }
 
-private:
-    std::unique_ptr<PersistenceSqlite> store(const QString& exten = QStringLiteral("200")) const;
-    QString dbPath() const { return m_dir->filePath(QStringLiteral("cdr.db")); }
-    static CdrEntry entry(const QString& uid, const QString& caller = QStringLiteral("200"),
-                          const QString& callee = QStringLiteral("300"), int direction = 2, int status = 8,
-                          const QDateTime& start = QDateTime::currentDateTime());
-    static int count(PersistenceSqlite& s, const QString& sql);
+    void fixtures()
+    {
+        static const QHash<QString, Function> all = functions();
+        checkFunctionRow(all);
+    }
 
-    std::unique_ptr<QTemporaryDir> m_dir;
+    // Every byte value moves by 13 and back, and random data of any length
+    // survives hiding, which never pads.
+    void obfuscatorRoundTrips()
+    {
+        QByteArray all(256, '\0');
+        for (int i = 0; i < 256; ++i)
+            all[i] = char(i);
+        const QByteArray forward = SimpleObfuscator::rot13(all, SimpleObfuscator::Forward);
+        for (int i = 0; i < 256; ++i)
+            QCOMPARE(int(uchar(forward.at(i))), (i + 13) % 256);
+        QCOMPARE(SimpleObfuscator::rot13(forward, SimpleObfuscator::Backward), all);
+
+        QRandomGenerator rng(20261115u);
+        for (int length : {1, 2, 3, 4, 64, 65, 65537}) {
+            QByteArray data(length, '\0');
+            for (char& c : data)
+                c = char(rng.bounded(256));
+            data[length / 2] = '\0';
+            const QByteArray hidden = SimpleObfuscator::hide(data);
+            QVERIFY(!hidden.contains('='));
+            QCOMPARE(hidden.size(), (length * 4 + 2) / 3);
+            QCOMPARE(SimpleObfuscator::reveal(hidden), data);
+        }
+    }
+
+    void scenarios_data() { addScenarioRows(QStringLiteral("persistence/scenarios")); }
+
+    void scenarios()
+    {
+        static const Operations<World> all = operations();
+        QFETCH(QJsonArray, steps);
+        World w;
+        all.playAll(w, w.expand(steps));
+    }
+
+    // The scrambled store killed at arbitrary points of its close: the
+    // history that a complete close saved is never lost, and no plain copy
+    // stays in the clear.
+    void killedAnywhereInCloseLosesNothing()
+    {
+        QTemporaryDir dir, tmp;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("TMPDIR"), tmp.path());
+        qputenv("TMPDIR", tmp.path().toLocal8Bit());
+        QRandomGenerator random(20261125);
+        LogbusCapture logs;
+        qint64 saved = 0;
+        for (int round = 0; round < 30; ++round) {
+            QProcess child;
+            child.setProcessEnvironment(env);
+            child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--churn"), dir.path()});
+            QVERIFY(child.waitForStarted());
+            // Wait for a first complete close, then kill at a random point of
+            // the following ones.
+            QTRY_VERIFY(child.canReadLine() || child.waitForReadyRead(100));
+            std::this_thread::sleep_for(std::chrono::microseconds(random.bounded(3000)));
+            child.kill();
+            QVERIFY(child.waitForFinished());
+            for (const QByteArray& line : child.readAllStandardOutput().split('\n'))
+                if (!line.isEmpty())
+                    saved = qMax(saved, line.toLongLong());
+            QVERIFY2(saved > 0, child.readAllStandardError().constData());
+
+            EncryptedSqliteDbHandler next(
+                sqliteConfig(QStringLiteral("cdr.db"), dir.path(), dir.filePath(QStringLiteral("db.log"))));
+            const qint64 count = storedCount(next);
+            QVERIFY2(
+                count >= saved,
+                qPrintable(QStringLiteral("round %1: %2 rows, %3 saved").arg(round).arg(count).arg(saved)));
+            QVERIFY(count <= saved + 1);
+            next.closeDbConn();
+            QVERIFY(next.encryptDb());
+            // What the killed child had in the clear is gone with the next open.
+            // (An empty file is harmless: a kill right after the copy's creation.)
+            const QFileInfoList left
+                = QDir(tmp.path()).entryInfoList({QStringLiteral("cdr.db-*")}, QDir::Files);
+            for (const QFileInfo& file : left)
+                QVERIFY2(file.size() == 0, qPrintable(file.fileName()));
+        }
+        // Most kills land while a plain copy exists; some inside the close.
+        qInfo("copies removed %d, backups restored %d",
+              logs.count(QStringLiteral("an earlier run left behind")),
+              logs.count(QStringLiteral("interrupted close")));
+        QVERIFY(logs.count(QStringLiteral("an earlier run left behind")) > 0);
+        qunsetenv("TMPDIR");
+    }
 };
 
-void TestPersistence::init()
+int main(int argc, char** argv)
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    const QString tmp = m_dir->filePath(QStringLiteral("tmp"));
-    QDir().mkpath(tmp);
-    qputenv("TMPDIR", tmp.toLocal8Bit());
+    QCoreApplication app(argc, argv);
+    if (argc == 3 && qstrcmp(argv[1], "--churn") == 0)
+        return churn(QString::fromLocal8Bit(argv[2]));
+    TestPersistence test;
+    return QTest::qExec(&test, argc, argv);
 }
-
-void TestPersistence::cleanup()
-{
-    qunsetenv("TMPDIR");
-    m_dir.reset();
-}
-
-std::unique_ptr<PersistenceSqlite> TestPersistence::store(const QString& exten) const
-{
-    return std::make_unique<PersistenceSqlite>(dbPath(), exten);
-}
-
-CdrEntry TestPersistence::entry(const QString& uid, const QString& caller, const QString& callee,
-                                int direction, int status, const QDateTime& start)
-{
-    CdrEntry e;
-    e.entryUid = uid;
-    e.callId = QStringLiteral("call-") + uid;
-    e.caller = caller;
-    e.callee = callee;
-    e.callerName = QStringLiteral("Caller ") + caller;
-    e.calleeName = QStringLiteral("Callee ") + callee;
-    e.direction = direction;
-    e.status = status;
-    e.startTime = start.toString(TELVIX::IsoDateNoTz);
-    e.duration = 42;
-    return e;
-}
-
-int TestPersistence::count(PersistenceSqlite& s, const QString& sql)
-{
-    QSqlQuery q(s.dbHandler()->database());
-    return q.exec(sql) && q.next() ? q.value(0).toInt() : -1;
-}
-
-void TestPersistence::lastCdrEntryUidNeverGoesBack_data()
-{
-    QTest::addColumn<QString>("present");
-    QTest::addColumn<QString>("candidate");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("from empty") << ""
-                                << "5"
-                                << "5";
-    QTest::newRow("greater") << "5"
-                             << "6"
-                             << "6";
-    QTest::newRow("smaller") << "6"
-                             << "5"
-                             << "6";
-    QTest::newRow("99 after 100 is taken") << "100"
-                                           << "99"
-                                           << "99";
-    QTest::newRow("100 after 99 is ignored") << "99"
-                                             << "100"
-                                             << "99";
-    QTest::newRow("empty ignored") << "7"
-                                   << ""
-                                   << "7";
-}
-
-void TestPersistence::lastCdrEntryUidNeverGoesBack()
-{
-    QFETCH(QString, present);
-    QFETCH(QString, candidate);
-    QFETCH(QString, expected);
-    Persistence p;
-    p.setLastCdrEntryUid(present);
-    p.setLastCdrEntryUid(candidate);
-    QCOMPARE(p.lastCdrEntryUid(), expected);
-}
-
-void TestPersistence::lastTimesNeverGoBack_data()
-{
-    const QDateTime t0(QDate(2026, 3, 1), QTime(10, 0));
-    QTest::addColumn<QDateTime>("present");
-    QTest::addColumn<QDateTime>("candidate");
-    QTest::addColumn<QDateTime>("expected");
-    QTest::newRow("later") << t0 << t0.addSecs(1) << t0.addSecs(1);
-    QTest::newRow("earlier") << t0 << t0.addSecs(-1) << t0;
-    QTest::newRow("invalid after valid") << t0 << QDateTime() << t0;
-    QTest::newRow("anything after invalid") << QDateTime() << t0.addYears(-10) << t0.addYears(-10);
-}
-
-void TestPersistence::lastTimesNeverGoBack()
-{
-    QFETCH(QDateTime, present);
-    QFETCH(QDateTime, candidate);
-    QFETCH(QDateTime, expected);
-    Persistence p;
-    p.setLastPhoneBookTime(present);
-    p.setLastPhoneBookTime(candidate);
-    p.setLastSmsTime(present);
-    p.setLastSmsTime(candidate);
-    QCOMPARE(p.lastPhoneBookTime(), expected);
-    QCOMPARE(p.lastSmsTime(), expected);
-}
-
-void TestPersistence::inMemoryBody()
-{
-    Persistence p;
-    QVERIFY(p.open());
-    QVERIFY(p.appendCdr(Cdr()));
-    QVERIFY(p.appendCdr({entry(QStringLiteral("3")), entry(QStringLiteral("7"))}));
-    QVERIFY(p.appendCdr({entry(QStringLiteral("5"))}));
-    QCOMPARE(p.cdr().size(), 3);
-    QCOMPARE(p.lastCdrEntryUid(), QStringLiteral("7")); // the last entry's uid may not go back
-    SmsEntry sms {QStringLiteral("hi"), QStringLiteral("300"), QStringLiteral("2026-03-01T10:00:00.000")};
-    QVERIFY(p.appendSmsList({sms}));
-    QCOMPARE(p.lastSmsTime(), QDateTime(QDate(2026, 3, 1), QTime(10, 0)));
-    PhoneBook book;
-    book.name = QStringLiteral("a");
-    QVERIFY(p.setPhoneBook({book}));
-    QVERIFY(p.setPhoneBook({book, book}));
-    QCOMPARE(p.phoneBook().size(), 2);
-}
-
-void TestPersistence::historySurvivesReopenScrambled()
-{
-    CdrEntry first = entry(QStringLiteral("1001"), QStringLiteral("300"), QStringLiteral("200"), 1, 8);
-    first.attributes = TELVIX::getCallAttributeValue(QStringLiteral("recorded"));
-    const CdrEntry second = entry(QStringLiteral("1002"));
-    {
-        LogbusCapture log;
-        auto s = store();
-        QVERIFY(s->dbHandler());
-        QVERIFY(s->appendCdr({second, first}));
-        s->close();
-        QVERIFY(log.contains(10, QStringLiteral("Database was NOT OPEN! -> Closing anyway")));
-    }
-    QVERIFY(QDir(m_dir->filePath(QStringLiteral("tmp"))).isEmpty()); // no plain copy left behind
-    QFile file(dbPath());
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QByteArray bytes = file.readAll();
-    QVERIFY(!bytes.isEmpty());
-    QVERIFY(!bytes.contains("SQLite format") && !bytes.contains("cdr_table"));
-
-    auto s = store();
-    QCOMPARE(s->lastCdrEntryUid(), QStringLiteral("1002"));
-    const Cdr cdr = s->cdr();
-    QCOMPARE(cdr.size(), 2);
-    CdrEntry expected = first;
-    expected.updateInfo(QStringLiteral("200"));
-    QCOMPARE(cdr.first(), expected); // every column back, ordered by uid
-    QCOMPARE(cdr.first().infoType, QStringLiteral("ANSWER_IN"));
-    QCOMPARE(cdr.last().entryUid, QStringLiteral("1002"));
-    s.reset();
-    QCOMPARE(store(QStringLiteral("300"))->cdr().size(), 2); // party to both calls
-    QVERIFY(store(QStringLiteral("400"))->cdr().isEmpty());
-}
-
-void TestPersistence::textualUidOrderAtWrite()
-{
-    auto s = store();
-    QVERIFY(s->appendCdr({entry(QStringLiteral("100"))}));
-    QVERIFY(s->appendCdr({entry(QStringLiteral("99"))}));
-    QCOMPARE(s->lastCdrEntryUid(), QStringLiteral("99"));
-    QVERIFY(!s->appendCdr({entry(QStringLiteral("100"))}));
-    QCOMPARE(s->cdr().size(), 2);
-}
-
-void TestPersistence::filters_data()
-{
-    QTest::addColumn<Cdr>("batch");
-    QTest::addColumn<QString>("logged");
-    QTest::addColumn<int>("stored");
-    const QString older
-        = QStringLiteral("filtering out CdrEntry having entryuid older than last one stored - "
-                         "lastEntryUid: 500 >= entryuid: ");
-    QTest::newRow("equal uid") << Cdr {entry(QStringLiteral("500"))} << older + "500 callid: call-500" << 1;
-    QTest::newRow("older uid") << Cdr {entry(QStringLiteral("499"))} << older + "499 callid: call-499" << 1;
-    QTest::newRow("other extension") << Cdr {entry(QStringLiteral("600"), QStringLiteral("300"),
-                                                   QStringLiteral("301"))}
-                                     << "filtering out CdrEntry not related to localNum - entryuid: 600 "
-                                        "callid: call-600 caller: 300 callee: 301"
-                                     << 1;
-    QTest::newRow("one good of two")
-        << Cdr {entry(QStringLiteral("400")), entry(QStringLiteral("501"))}
-        << "Errors occurred in writing entries to persistence Db. Written 1 of 2 entries" << 2;
-    // The list is stored in one transaction: the refused row undoes only
-    // itself, the rows around it stay.
-    QTest::newRow("uid twice in one list")
-        << Cdr {entry(QStringLiteral("501")), entry(QStringLiteral("501")), entry(QStringLiteral("502"))}
-        << "Errors occurred in writing entries to persistence Db. Written 2 of 3 entries" << 3;
-}
-
-void TestPersistence::filters()
-{
-    QFETCH(Cdr, batch);
-    QFETCH(QString, logged);
-    QFETCH(int, stored);
-    auto s = store();
-    QVERIFY(s->appendCdr({entry(QStringLiteral("500"))}));
-    QCOMPARE(s->cdr().size(), 1); // read once: the list is clean now
-    LogbusCapture log;
-    QVERIFY(!s->appendCdr(batch));
-    QVERIFY2(log.contains(100, logged), qPrintable(log.texts().join('\n')));
-    // A row that went in marks the list dirty, so the next read sees it.
-    QCOMPARE(s->cdr().size(), stored);
-}
-
-void TestPersistence::resultTexts_data()
-{
-    QTest::addColumn<int>("direction");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<bool>("userIsCallee");
-    QTest::addColumn<QString>("directionText");
-    QTest::addColumn<QString>("statusText");
-    QTest::addColumn<QString>("infoType");
-    QTest::newRow("in ok") << 1 << 8 << true << "inbound"
-                           << "ok"
-                           << "ANSWER_IN";
-    QTest::newRow("in voicemail") << 1 << 5 << true << "inbound"
-                                  << "voicemail"
-                                  << "NOANSWER_IN";
-    QTest::newRow("out ok") << 2 << 8 << false << "outbound"
-                            << "ok"
-                            << "ANSWER_OUT";
-    QTest::newRow("out failed") << 2 << 1 << false << "outbound"
-                                << "failed"
-                                << "NOANSWER_OUT";
-    QTest::newRow("local in ok") << 4 << 8 << true << "local"
-                                 << "ok"
-                                 << "ANSWER_LOCAL_IN";
-    QTest::newRow("local in vm") << 4 << 6 << true << "local"
-                                 << "voicemail"
-                                 << "VOICEMAIL_LOCAL_IN";
-    QTest::newRow("local in busy") << 4 << 2 << true << "local"
-                                   << "busy"
-                                   << "NOANSWER_LOCAL_IN";
-    QTest::newRow("local out ok") << 4 << 8 << false << "local"
-                                  << "ok"
-                                  << "ANSWER_LOCAL_OUT";
-    QTest::newRow("local out vm") << 4 << 7 << false << "local"
-                                  << "voicemail"
-                                  << "VOICEMAIL_LOCAL_OUT";
-    QTest::newRow("local out congestion") << 4 << 3 << false << "local"
-                                          << "congestion"
-                                          << "NOANSWER_LOCAL_OUT";
-    QTest::newRow("local out noanswer") << 4 << 4 << false << "local"
-                                        << "noanswer"
-                                        << "NOANSWER_LOCAL_OUT";
-    QTest::newRow("direction 3") << 3 << 8 << true << ""
-                                 << "ok"
-                                 << "";
-    QTest::newRow("status 9") << 2 << 9 << false << "outbound"
-                              << ""
-                              << "NOANSWER_OUT";
-}
-
-void TestPersistence::resultTexts()
-{
-    QFETCH(int, direction);
-    QFETCH(int, status);
-    QFETCH(bool, userIsCallee);
-    const QString other = QStringLiteral("300"), user = QStringLiteral("200");
-    auto s = store();
-    QVERIFY(s->appendCdr({entry(QStringLiteral("1"), userIsCallee ? other : user, userIsCallee ? user : other,
-                                direction, status)}));
-    const Cdr cdr = s->cdr();
-    QCOMPARE(cdr.size(), 1);
-    QTEST(cdr.first().directionText, "directionText");
-    QTEST(cdr.first().statusText, "statusText");
-    QTEST(cdr.first().infoType, "infoType");
-    QCOMPARE(cdr.first().localDirection, userIsCallee ? QStringLiteral("in") : QStringLiteral("out"));
-}
-
-void TestPersistence::retentionDropsOldHistoryKeepsPhoneBooks()
-{
-    const QDateTime now = QDateTime::currentDateTime();
-    {
-        auto s = store();
-        QVERIFY(s->appendCdr({entry(QStringLiteral("1"), QStringLiteral("200"), QStringLiteral("300"), 2, 8,
-                                    now.addMonths(-1).addSecs(-60)),
-                              entry(QStringLiteral("2"), QStringLiteral("200"), QStringLiteral("300"), 2, 8,
-                                    now.addMonths(-1).addSecs(3600))}));
-        QVERIFY(s->appendSmsList(
-            {{QStringLiteral("old"), QStringLiteral("300"), now.addMonths(-2).toString(TELVIX::IsoDateNoTz)},
-             {QStringLiteral("new"), QStringLiteral("300"), now.toString(TELVIX::IsoDateNoTz)}}));
-        PhoneBook book;
-        book.entries.append(PhoneBookEntry());
-        QVERIFY(s->setPhoneBook({book}));
-        QCOMPARE(s->cdr().size(), 2); // nothing is aged before the next open
-    }
-    LogbusCapture log;
-    auto s = store();
-    QVERIFY(log.contains(1000, QStringLiteral("Deleting data older than")));
-    const Cdr cdr = s->cdr();
-    QCOMPARE(cdr.size(), 1);
-    QCOMPARE(cdr.first().entryUid, QStringLiteral("2"));
-    QCOMPARE(s->smsList().size(), 1);
-    QCOMPARE(s->smsList().first().body, QStringLiteral("new"));
-    QCOMPARE(count(*s, QStringLiteral("SELECT count(*) FROM pbentry_table")), 1);
-    QCOMPARE(count(*s, QStringLiteral("SELECT count(*) FROM pb_table")), 1);
-}
-
-void TestPersistence::outdatedCdrTableIsRebuilt_data()
-{
-    QTest::addColumn<QStringList>("statements");
-    QTest::addColumn<QString>("logged");
-    QTest::newRow("no callattributes")
-        << QStringList {QStringLiteral(
-                            "CREATE TABLE cdr_table ( entryuid VARCHAR UNIQUE, caller VARCHAR, callee "
-                            "VARCHAR, starttime VARCHAR)"),
-                        QStringLiteral("INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01')")}
-        << "Column callattributes not present in cdr_table, re-create it adding the missing column!";
-    QTest::newRow("duplicate entryuid")
-        << QStringList {QStringLiteral(
-                            "CREATE TABLE cdr_table ( entryuid VARCHAR, caller VARCHAR, callee VARCHAR, "
-                            "starttime VARCHAR, callattributes VARCHAR)"),
-                        QStringLiteral("INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01', '')"),
-                        QStringLiteral("INSERT INTO cdr_table VALUES ('9', '200', '300', '2999-01-01', '')")}
-        << "Duplicated entries in cdr_entry, re-create it forcing UNIQUE entryuid field!";
-}
-
-void TestPersistence::outdatedCdrTableIsRebuilt()
-{
-    QFETCH(QStringList, statements);
-    QFETCH(QString, logged);
-    {
-        DbhConfig config;
-        config.driver = LXDBHANDLER::SQLITE;
-        config.host = m_dir->path();
-        config.dbName = QStringLiteral("cdr.db");
-        config.logFile = m_dir->filePath(QStringLiteral("old.log"));
-        EncryptedSqliteDbHandler old(config);
-        QVERIFY(old.openDbConn());
-        for (const QString& sql : qAsConst(statements)) {
-            QSqlQuery q = old.createNewQuery();
-            QVERIFY2(old.prepareQuery(q, sql) && old.executeQuery(q), qPrintable(sql));
-        }
-        QVERIFY(old.encryptDb());
-    }
-    LogbusCapture log;
-    auto s = store();
-    QVERIFY(log.contains(100, logged));
-    QVERIFY(log.contains(1000, QStringLiteral("Dropping and re-creating cdr_table")));
-    QVERIFY(log.contains(QStringLiteral("Dropping and re-creating sms_table"))); // it was missing
-    QCOMPARE(s->lastCdrEntryUid(), QString()); // the old rows went with the table
-    QVERIFY(s->appendCdr({entry(QStringLiteral("1"))}));
-    QVERIFY(!s->appendCdr({entry(QStringLiteral("1"))})); // UNIQUE entryuid holds now
-    QCOMPARE(s->cdr().size(), 1);
-}
-
-void TestPersistence::phoneBookIsWriteOnly()
-{
-    auto s = store();
-    PhoneBook book;
-    book.type = PHONEBOOK::PB_VANTOR;
-    book.name = QStringLiteral("main");
-    PhoneBookEntry person;
-    person.displayName = QStringLiteral("Bob");
-    person.company = QStringLiteral("ACME");
-    book.entries = {person, person};
-    QVERIFY(s->setPhoneBook({book}));
-    QVERIFY(s->setPhoneBook({book})); // replaces the user's books
-    QCOMPARE(count(*s, QStringLiteral("SELECT count(*) FROM pbentry_table")), 2);
-    QCOMPARE(count(*s, QStringLiteral("SELECT count(*) FROM pbentry_table WHERE company IS NULL")), 2);
-    LogbusCapture log;
-    QVERIFY(!s->readPhoneBook());
-    QVERIFY(s->phoneBook().isEmpty());
-    QVERIFY(
-        log.contains(10, QStringLiteral("Error retrieving PB list from SQLite db... user: 200 - error:")));
-}
-
-void TestPersistence::smsReadsAppend()
-{
-    auto s = store();
-    const QString t1 = QDateTime::currentDateTime().addSecs(-10).toString(TELVIX::IsoDateNoTz);
-    const QString t2 = QDateTime::currentDateTime().toString(TELVIX::IsoDateNoTz);
-    QVERIFY(s->appendSmsList({{QStringLiteral("a"), QStringLiteral("300"), t1}}));
-    QCOMPARE(s->smsList().size(), 1);
-    QCOMPARE(s->smsList().first(), (SmsEntry {QStringLiteral("a"), QStringLiteral("300"), t1}));
-    QVERIFY(s->appendSmsList({{QStringLiteral("b"), QStringLiteral("301"), t2}}));
-    QCOMPARE(s->lastSmsTime().toString(TELVIX::IsoDateNoTz), t2);
-    // The re-read goes after the list as it stood: "a" twice.
-    QCOMPARE(s->smsList().size(), 3);
-    QCOMPARE(s->smsList().last().number, QStringLiteral("301"));
-}
-
-void TestPersistence::unopenableStoreWorksEmpty()
-{
-    // No temporary directory: no working copy can be made.
-    qputenv("TMPDIR", m_dir->filePath(QStringLiteral("missing")).toLocal8Bit());
-    LogbusCapture log;
-    auto s = store();
-    QVERIFY(!s->dbHandler());
-    QVERIFY(log.contains(
-        100,
-        QStringLiteral("Failed to initilize persistence db. Trying again after dropping existent files...")));
-    QVERIFY(log.contains(10, QStringLiteral("Unable to decrypt SQLite db...")));
-    QVERIFY(!s->readCdr());
-    QVERIFY(s->appendCdr(Cdr()));
-    QVERIFY(!s->appendCdr({entry(QStringLiteral("1"))}));
-    QVERIFY(
-        log.contains(10, QStringLiteral("Persistence Db handler not initialized! Cannot write Cdr entries")));
-    QVERIFY(s->cdr().isEmpty());
-    QVERIFY(!s->setPhoneBook({PhoneBook()}));
-    QVERIFY(!s->appendSmsList({SmsEntry()}));
-    QVERIFY(s->smsList().isEmpty());
-    QVERIFY(!s->deleteOldData());
-    QCOMPARE(s->lastCdrEntryUid(), QString());
-}
-
-QTEST_GUILESS_MAIN(TestPersistence)
 #include "tst_persistence.moc"

@@ -4,7 +4,10 @@
 
 LogbusCapture::LogbusCapture()
 {
-    m_tapId = Logbus::addTap([this](const LogRecord& record) { append(record); });
+    m_tapId = Logbus::addTap([this](const LogRecord& record) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_records.append(record);
+    });
 }
 
 LogbusCapture::~LogbusCapture()
@@ -13,50 +16,19 @@ LogbusCapture::~LogbusCapture()
     Logbus::removeTap(m_tapId);
 }
 
-void LogbusCapture::append(const LogRecord& record)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_records.append(record);
-}
-
 QList<LogRecord> LogbusCapture::records() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_records;
 }
 
-QStringList LogbusCapture::texts() const
+QStringList LogbusCapture::texts(int priority) const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
     QStringList out;
-    out.reserve(m_records.size());
-    for (const LogRecord& r : m_records)
-        out << r.text;
+    for (const LogRecord& r : records())
+        if (priority == kAny || r.priority == priority)
+            out << r.text;
     return out;
-}
-
-bool LogbusCapture::contains(const QString& substring) const
-{
-    return count(substring) > 0;
-}
-
-bool LogbusCapture::contains(int priority, const QString& substring) const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const LogRecord& r : m_records)
-        if (r.priority == priority && r.text.contains(substring))
-            return true;
-    return false;
-}
-
-int LogbusCapture::count(const QString& substring) const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    int n = 0;
-    for (const LogRecord& r : m_records)
-        if (r.text.contains(substring))
-            ++n;
-    return n;
 }
 
 void LogbusCapture::clear()

@@ -41,47 +41,14 @@ void QtLogCapture::handler(QtMsgType type, const QMessageLogContext& ctx, const 
         self->m_previous(type, ctx, msg);
 }
 
-QStringList QtLogCapture::messages() const
+QStringList QtLogCapture::messages(int type) const
 {
     QMutexLocker lock(&m_mutex);
     QStringList out;
     for (const auto& m : m_messages)
-        out << m.second;
-    return out;
-}
-
-QStringList QtLogCapture::messages(QtMsgType type) const
-{
-    QMutexLocker lock(&m_mutex);
-    QStringList out;
-    for (const auto& m : m_messages)
-        if (m.first == type)
+        if (type < 0 || m.first == type)
             out << m.second;
     return out;
-}
-
-bool QtLogCapture::contains(const QString& text) const
-{
-    return count(text) > 0;
-}
-
-bool QtLogCapture::contains(QtMsgType type, const QString& text) const
-{
-    const QStringList list = messages(type);
-    for (const QString& m : list)
-        if (m.contains(text))
-            return true;
-    return false;
-}
-
-int QtLogCapture::count(const QString& text) const
-{
-    QMutexLocker lock(&m_mutex);
-    int n = 0;
-    for (const auto& m : m_messages)
-        if (m.second.contains(text))
-            ++n;
-    return n;
 }
 
 void QtLogCapture::clear()
