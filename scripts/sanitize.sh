@@ -18,7 +18,7 @@ SUPP=$PWD/scripts/sanitizers
 
 TSAN_SUITES=(
   tst_telvix tst_telvix_ownapp tst_telvixdispatch tst_telvixrequests tst_telvixsession tst_telvixstore
-  tst_telvixchat tst_xmppchat tst_xmppclient tst_xmppfiletransfer tst_xmpphistory
+  tst_telvixchat tst_xmpp
   tst_localserver tst_clientsocketmanager
   tst_telvixdownloads tst_downloaders
 )

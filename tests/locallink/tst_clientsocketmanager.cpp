@@ -1,7 +1,7 @@
 // The local server as an application sees it, played from the scenarios of
 // fixtures/locallink: real clients on 127.0.0.1, the exact bytes of every
 // message, the logs of what goes wrong.
-#include "../core/fixturetable.h"
+#include "fixturetable.h"
 #include "clientsocketmanager.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"

@@ -1,7 +1,7 @@
 // The store, its database handlers and the scrambling: functions against the
 // rows of fixtures/persistence, scenarios of handlers and stores played from
 // fixtures/persistence/scenarios, and a writer killed in the middle of closes.
-#include "../core/fixturetable.h"
+#include "fixturetable.h"
 #include "encrypteddbhandler.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
