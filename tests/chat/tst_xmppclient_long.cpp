@@ -1,9 +1,6 @@
 #include "logbuscapture.h"
-#include "prosodyserver.h"
-#include "xmppengine.h"
+#include "xmppaccount.h"
 
-#include <QPointer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 // A server that stops answering without closing the link: the ping reply
@@ -20,27 +17,15 @@ private Q_SLOTS:
         ProsodyServer server;
         server.addUser(QStringLiteral("alice"), QStringLiteral("secret"));
         QVERIFY2(server.start(), qPrintable(server.errorString()));
-
         QTemporaryDir logDir;
         LogbusCapture log;
-        XmppClient* client = XmppClient::getNewInstance(logDir.path());
-        QPointer<QThread> thread = client->thread();
-        int connected = 0;
-        QStringList reasons;
-        connect(client, &XmppClient::sigConnected, this, [&connected]() { ++connected; });
-        connect(client, &XmppClient::sigDisconnected, this,
-                [&reasons](const QString& r) { reasons.append(r); });
-
-        const auto connectAlice = [&]() {
-            client->connectToServer(server.jid(QStringLiteral("alice")), QStringLiteral("secret"),
-                                    QStringLiteral("127.0.0.1"), server.port(), QStringLiteral("desk"));
-        };
-        connectAlice();
-        QTRY_COMPARE_WITH_TIMEOUT(connected, 1, 10000);
+        XmppAccount alice(logDir.path());
+        alice.connectTo(server, QStringLiteral("alice"), QStringLiteral("desk"));
+        QTRY_COMPARE_WITH_TIMEOUT(alice.connected, 1, 10000);
 
         QVERIFY(server.suspend());
-        client->sendKeepAliveMessage();
-        QTRY_COMPARE_WITH_TIMEOUT(reasons, QStringList {TELVIX::ChatDisconnectionKeepAliveReplyTimeout},
+        alice.client->sendKeepAliveMessage();
+        QTRY_COMPARE_WITH_TIMEOUT(alice.reasons, QStringList {TELVIX::ChatDisconnectionKeepAliveReplyTimeout},
                                   25000);
         QVERIFY(log.contains(100,
                              QStringLiteral("XMPP server did not reply to keep-alive ping message. "
@@ -48,14 +33,11 @@ private Q_SLOTS:
         QVERIFY(server.resume());
 
         // The flag served once: the next ending is an ordinary one.
-        connectAlice();
-        QTRY_COMPARE_WITH_TIMEOUT(connected, 2, 10000);
-        client->disconnectFromServer();
-        QTRY_COMPARE(reasons.size(), 2);
-        QCOMPARE(reasons.last(), TELVIX::ChatDisconnectionUserRequest);
-
-        client->deleteLater();
-        QTRY_VERIFY_WITH_TIMEOUT(thread.isNull(), 10000);
+        alice.connectTo(server, QStringLiteral("alice"), QStringLiteral("desk"));
+        QTRY_COMPARE_WITH_TIMEOUT(alice.connected, 2, 10000);
+        alice.client->disconnectFromServer();
+        QTRY_COMPARE(alice.reasons.size(), 2);
+        QCOMPARE(alice.reasons.last(), TELVIX::ChatDisconnectionUserRequest);
     }
 };
 
