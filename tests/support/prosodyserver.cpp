@@ -117,18 +117,12 @@ bool ProsodyServer::start()
 
 bool ProsodyServer::suspend()
 {
-    if (!m_process || m_suspended)
-        return false;
-    m_suspended = ::kill(pid_t(m_process->processId()), SIGSTOP) == 0;
-    return m_suspended;
+    return m_process && !m_suspended && (m_suspended = ::kill(pid_t(m_process->processId()), SIGSTOP) == 0);
 }
 
 bool ProsodyServer::resume()
 {
-    if (!m_process || !m_suspended)
-        return false;
-    m_suspended = ::kill(pid_t(m_process->processId()), SIGCONT) != 0;
-    return !m_suspended;
+    return m_process && m_suspended && !(m_suspended = ::kill(pid_t(m_process->processId()), SIGCONT) != 0);
 }
 
 bool ProsodyServer::killAndRestart()
