@@ -23,26 +23,6 @@ QString token(const QString& value)
     return wrap("AuthToken", element("Token", value) + element("ValidUntil", "2026-12-01 10:30:00"));
 }
 
-/// Answers a voicemail download with a header-only WAV49 file, and a package
-/// request with `pack`.
-void serveDownloads(FakeCtiServer& server, const QByteArray& pack)
-{
-    server.setResponder(QStringLiteral("DownloadVoicemailMsg"), [](int, const QString& frame) {
-        VoicemailDownloadResMsg msg;
-        msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
-        msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
-        msg.audioFile.data = QByteArray(60, 'h');
-        msg.audioFile.md5 = Utils::md5sum(msg.audioFile.data);
-        return FakeCtiServer::document(msg.generateXmlMessageBody());
-    });
-    server.setResponder(QStringLiteral("GetRebrandingPack"), [pack](int, const QString&) {
-        RebrandingPackRespMsg msg;
-        msg.pack.data = pack;
-        msg.pack.md5 = Utils::md5sum(pack);
-        return FakeCtiServer::document(msg.generateXmlMessageBody());
-    });
-}
-
 } // namespace
 
 class TestTelvixDownloads : public QObject
@@ -58,8 +38,21 @@ void TestTelvixDownloads::tokensServeTheirAskersInOrder()
 {
     LoggedInClient app(TELVIX::AppModeSrntPro);
     QVERIFY(app.start());
-    const QByteArray zip("PK\x03\x04 look", 10);
-    serveDownloads(app.server(), zip);
+    // A header-only WAV49 file for the voicemail, a small package for the rebranding.
+    app.server().setResponder(QStringLiteral("DownloadVoicemailMsg"), [](int, const QString& frame) {
+        VoicemailDownloadResMsg msg;
+        msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
+        msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
+        msg.audioFile.data = QByteArray(60, 'h');
+        msg.audioFile.md5 = Utils::md5sum(msg.audioFile.data);
+        return FakeCtiServer::document(msg.generateXmlMessageBody());
+    });
+    app.server().setResponder(QStringLiteral("GetRebrandingPack"), [](int, const QString&) {
+        RebrandingPackRespMsg msg;
+        msg.pack.data = QByteArray("PK\x03\x04 look", 10);
+        msg.pack.md5 = Utils::md5sum(msg.pack.data);
+        return FakeCtiServer::document(msg.generateXmlMessageBody());
+    });
     QTemporaryDir folder;
     QSignalSpy voicemail(app.client(), &Telvix::sigVoicemailDownloadCompleted);
     QSignalSpy rebranding(app.client(), &Telvix::sigRebrandingDownloadCompleted);
@@ -77,9 +70,8 @@ void TestTelvixDownloads::tokensServeTheirAskersInOrder()
     QTRY_COMPARE(rebranding.count(), 1);
     QCOMPARE(rebranding.at(0).at(0).toString(), folder.filePath("assets.zip"));
     QCOMPARE(tokens.count(), 0);
-    const QList<QPair<int, QString>> frames = app.server().allFrames();
     QStringList downloads;
-    for (const auto& frame : frames) {
+    for (const auto& frame : app.server().allFrames()) {
         if (frame.first != app.connection())
             downloads << frame.second.mid(frame.second.indexOf("<Token>"));
     }
