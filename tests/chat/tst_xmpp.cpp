@@ -91,12 +91,9 @@ struct Script
 
     static QString stamp(const QDateTime& time)
     {
-        if (!time.isValid())
-            return QStringLiteral("invalid");
-        if (time.timeSpec() != Qt::UTC)
-            return QStringLiteral("not UTC");
-        return qAbs(time.secsTo(QDateTime::currentDateTimeUtc())) < 600 ? QStringLiteral("now")
-                                                                        : QStringLiteral("long ago");
+        if (!time.isValid() || time.timeSpec() != Qt::UTC)
+            return time.isValid() ? "not UTC" : "invalid";
+        return qAbs(time.secsTo(QDateTime::currentDateTimeUtc())) < 600 ? "now" : "long ago";
     }
 
     QStringList field(const XmppAccount& a, const QString& name) const
@@ -110,151 +107,120 @@ struct Script
                                                {"normal", ChatMessage::Normal},
                                                {"copy", ChatMessage::Copy}};
         // "presences:bob@default": only the entries that start so.
-        if (name.contains(QLatin1Char(':')))
-            return field(a, name.section(QLatin1Char(':'), 0, 0))
-                .filter(
-                    QRegularExpression("^" + QRegularExpression::escape(name.section(QLatin1Char(':'), 1))));
+        const QString filter = name.section(':', 1), kind = name.section(':', 0, 0).section('-', 0, 0);
+        if (!filter.isEmpty())
+            return field(a, name.section(':', 0, 0))
+                .filter(QRegularExpression('^' + QRegularExpression::escape(filter)));
         if (lists.contains(name))
             return a.*lists.value(name);
         QStringList out;
-        if (name == QLatin1String("connected"))
-            out << QString::number(a.connected);
-        if (name == QLatin1String("presence"))
-            out << a.lastPresence();
-        for (bool on : name == QLatin1String("archive") ? a.historyEnabled : QList<bool>())
-            out << QLatin1String(on ? "on" : "off");
-        if (name == QLatin1String("roster") && !a.rosters.isEmpty())
-            out = a.rosters.last().keys();
-        for (const QList<ChatMessage>& history :
-             name == QLatin1String("histories") ? a.histories : decltype(a.histories)())
+        if (name == "connected" || name == "presence")
+            out << (name == "connected" ? QString::number(a.connected) : a.lastPresence());
+        for (bool on : name == "archive" ? a.historyEnabled : QList<bool>())
+            out << (on ? "on" : "off");
+        for (const QList<ChatMessage>& history : name == "histories" ? a.histories : decltype(a.histories)())
             out << QString::number(history.size());
+        if (name == "roster" && !a.rosters.isEmpty())
+            out = a.rosters.last().keys();
         const PresenceMap map
-            = name == QLatin1String("map") ? a.presenceMaps.value(a.presenceMaps.size() - 1) : PresenceMap();
+            = name == "map" ? a.presenceMaps.value(a.presenceMaps.size() - 1) : PresenceMap();
         for (auto it = map.cbegin(); it != map.cend(); ++it)
             out << XmppAccount::text(it.key(), it.value().first, it.value().second);
         // The last answer, marked where a message is not from the archive or
         // not after the mark; sorted, as the archive orders by its own ids.
-        for (const ChatMessage& m : name == QLatin1String("history")
-                 ? a.histories.value(a.histories.size() - 1)
-                 : QList<ChatMessage>()) {
+        for (const ChatMessage& m :
+             name == "history" ? a.histories.value(a.histories.size() - 1) : QList<ChatMessage>()) {
             out << XmppAccount::text(m) + (m.type == ChatMessage::History ? "" : " (not history)")
-                    + (stamp(m.timestamp) == QLatin1String("now") && m.timestamp > mark ? "" : " (before)");
+                    + (stamp(m.timestamp) == "now" && m.timestamp > mark ? "" : " (before)");
             out.sort();
         }
-        const QString kind = name.section(QLatin1Char('-'), 0, 0), part = name.section(QLatin1Char('-'), 1);
-        const QList<ChatMessage> messages
-            = kind == QLatin1String("messages") ? a.messages : a.ofType(types.value(kind, -1));
-        for (const ChatMessage& m : messages) {
-            out << (part == QLatin1String("ids")           ? m.id
-                        : part == QLatin1String("threads") ? m.threadId
-                        : part == QLatin1String("stamps")  ? stamp(m.timestamp)
-                                                           : XmppAccount::text(m));
-        }
+        const QString part = name.section('-', 1);
+        for (const ChatMessage& m : kind == "messages" ? a.messages : a.ofType(types.value(kind, -1)))
+            out << (part == "ids"           ? m.id
+                        : part == "threads" ? m.threadId
+                        : part == "stamps"  ? stamp(m.timestamp)
+                                            : XmppAccount::text(m));
         return out;
-    }
-
-    // Waits for `holds` of the account's field, then reports the field as it is.
-    void expect(const XmppAccount& a, const QString& name,
-                const std::function<bool(const QStringList&)>& holds, const QString& wanted)
-    {
-        QTest::qWaitFor([&]() { return holds(field(a, name)); }, 10000);
-        const QString actual = field(a, name).join(QStringLiteral(" | "));
-        QVERIFY2(holds(field(a, name)), qPrintable(name + ": " + actual + "\n  wanted: " + wanted));
     }
 
     void step(const QStringList& words)
     {
+        using Action = void (XmppClient::*)(const QString&);
+        static const QMap<QString, Action> actions {{"saw", &XmppClient::sendMessageDisplayed},
+                                                    {"composing", &XmppClient::sendStartComposing},
+                                                    {"paused", &XmppClient::sendStopComposing},
+                                                    {"inactive", &XmppClient::sendCloseConversation},
+                                                    {"active", &XmppClient::sendOpenConversation}};
+        static const QMap<QString, void (XmppClient::*)()> requests {
+            {"disconnect", &XmppClient::disconnectFromServer},
+            {"ping", &XmppClient::sendKeepAliveMessage},
+            {"contacts", &XmppClient::requestContacts},
+            {"presences", &XmppClient::requestContactsPresence}};
         const QString who = words.value(0), verb = words.value(1), arg = words.value(2);
-        const QString rest = words.mid(2).join(QLatin1Char(' ')), tail = words.mid(3).join(QLatin1Char(' '));
-        if (who == QLatin1String("-"))
+        const QString tail = words.mid(3).join(' ');
+        if (who == "-")
             return global(verb, arg, tail);
         Account& account = accounts[who];
-        if (verb == QLatin1String("online")) {
-            account = XmppAccount::online(plain ? *plain : *server, logDir, arg, words.value(3, "desk"));
-            QVERIFY(account);
+        if (verb == "online" || verb == "new" || verb == "drop") {
+            account = verb == "online"
+                ? XmppAccount::online(plain ? *plain : *server, logDir, arg, words.value(3, "desk"))
+                : verb == "new" ? std::make_unique<XmppAccount>(logDir)
+                                : nullptr;
+            QVERIFY(account || verb == "drop");
             return;
         }
-        if (verb == QLatin1String("new"))
-            account = std::make_unique<XmppAccount>(logDir);
-        if (verb == QLatin1String("drop"))
-            return account.reset();
         QVERIFY2(account, "no such account");
         XmppClient* client = account->client;
-        if (verb == QLatin1String("connect"))
+        if (actions.contains(verb))
+            (client->*actions.value(verb))(arg);
+        else if (requests.contains(verb))
+            (client->*requests.value(verb))();
+        else if (verb == "connect")
             account->connectTo(plain ? *plain : *server, arg, words.value(3), words.value(4, "secret"));
-        else if (verb == QLatin1String("disconnect"))
-            client->disconnectFromServer();
-        else if (verb == QLatin1String("send"))
+        else if (verb == "send")
             client->sendMessage(arg, tail);
-        else if (verb == QLatin1String("saw"))
-            client->sendMessageDisplayed(arg);
-        else if (verb == QLatin1String("composing"))
-            client->sendStartComposing(arg);
-        else if (verb == QLatin1String("paused"))
-            client->sendStopComposing(arg);
-        else if (verb == QLatin1String("inactive"))
-            client->sendCloseConversation(arg);
-        else if (verb == QLatin1String("active"))
-            client->sendOpenConversation(arg);
-        else if (verb == QLatin1String("presence"))
+        else if (verb == "presence")
             client->updateClientPresence(
-                TELVIX::ChatPresence(QMetaEnum::fromType<TELVIX::ChatPresence>().keyToValue(
-                    qPrintable(QStringLiteral("ChatPresence") + arg))),
+                TELVIX::ChatPresence(
+                    QMetaEnum::fromType<TELVIX::ChatPresence>().keyToValue(qPrintable("ChatPresence" + arg))),
                 tail);
-        else if (verb == QLatin1String("contacts"))
-            client->requestContacts();
-        else if (verb == QLatin1String("presences"))
-            client->requestContactsPresence();
-        else if (verb == QLatin1String("ping"))
-            client->sendKeepAliveMessage();
-        else if (verb == QLatin1String("history"))
-            client->getHistory(arg == QLatin1String("mark")      ? mark
-                                   : arg == QLatin1String("now") ? QDateTime::currentDateTimeUtc()
-                                                                 : QDateTime());
-        else if (verb == QLatin1String("interval")) { // seconds, then whether taken, then what holds
-            const QString taken
-                = QLatin1String(client->setKeepAliveSendIntervalSec(arg.toInt()) ? "taken " : "refused ");
+        else if (verb == "history")
+            client->getHistory(arg == "mark"      ? mark
+                                   : arg == "now" ? QDateTime::currentDateTimeUtc()
+                                                  : QDateTime());
+        else if (verb == "interval") { // seconds, then whether taken, then what holds
+            const QString taken = client->setKeepAliveSendIntervalSec(arg.toInt()) ? "taken " : "refused ";
             QCOMPARE(taken + QString::number(client->getKeepAliveSendIntervalSec()), tail);
-        } else if (verb == QLatin1String("is"))
-            expect(
-                *account, arg, [&](const QStringList& f) { return f.join(QStringLiteral(" | ")) == tail; },
-                tail);
-        else if (verb == QLatin1String("has"))
-            expect(
-                *account, arg, [&](const QStringList& f) { return f.contains(tail); }, tail);
-        else if (verb == QLatin1String("lacks"))
-            expect(
-                *account, arg, [&](const QStringList& f) { return f.filter(tail).isEmpty(); },
-                "none " + tail);
-        else if (verb == QLatin1String("same")) { // the last of each, not empty
-            const Account& other = accounts[words.value(3)];
-            QVERIFY(other);
-            const auto last = [&](const XmppAccount& a, const QString& f) {
-                return field(a, f).value(field(a, f).size() - 1);
+        } else {
+            // Waits for what the account has seen; "same": the last entries of two fields, not empty.
+            const auto last = [&](const QString& name, const QString& f) {
+                const QStringList list = accounts[name] ? field(*accounts[name], f) : QStringList();
+                return list.value(list.size() - 1);
             };
-            expect(
-                *account, arg,
-                [&](const QStringList&) {
-                    return !last(*account, arg).isEmpty()
-                        && last(*account, arg) == last(*other, words.value(4));
-                },
-                words.value(3) + " " + words.value(4));
-        } else if (verb != QLatin1String("new"))
-            QFAIL(qPrintable("unknown step " + verb));
+            const auto holds = [&]() {
+                const QStringList f = field(*account, arg);
+                return verb == "is"   ? f.join(" | ") == tail
+                    : verb == "has"   ? f.contains(tail)
+                    : verb == "lacks" ? f.filter(tail).isEmpty()
+                                      : verb == "same" && !last(who, arg).isEmpty()
+                        && last(who, arg) == last(words.value(3), words.value(4));
+            };
+            QTest::qWaitFor(holds, 10000);
+            QVERIFY2(holds(),
+                     qPrintable(QStringLiteral("%1 is: %2").arg(arg, field(*account, arg).join(" | "))));
+        }
     }
 
     void global(const QString& verb, const QString& arg, const QString& tail)
     {
-        if (verb == QLatin1String("log")) { // priority, text
+        if (verb == "log") { // priority, text
             QVERIFY2(log.waitFor(tail, 10000), qPrintable(tail));
             QVERIFY2(log.contains(arg.toInt(), tail), qPrintable(log.texts().filter(tail).join('\n')));
-        } else if (verb == QLatin1String("logcount")) {
+        } else if (verb == "logcount") {
             QCOMPARE(log.count(tail), arg.toInt());
-        } else if (verb == QLatin1String("suspend")) {
-            QVERIFY(server->suspend());
-        } else if (verb == QLatin1String("resume")) {
-            QVERIFY(server->resume());
-        } else if (verb == QLatin1String("mark")) {
+        } else if (verb == "suspend" || verb == "resume") {
+            QVERIFY(verb == "suspend" ? server->suspend() : server->resume());
+        } else if (verb == "mark") {
             // The archive stamps whole seconds from a coarse clock: the mark
             // is the start of the next second, well passed before going on.
             const QDateTime now = QDateTime::currentDateTimeUtc();
@@ -262,7 +228,7 @@ struct Script
             QVERIFY(QTest::qWaitFor([&]() { return QDateTime::currentDateTimeUtc() >= next.addMSecs(50); },
                                     2000));
             mark = next.addMSecs(-1);
-        } else if (verb == QLatin1String("noarchive")) { // a server of its own, for user `arg`
+        } else if (verb == "noarchive") { // a server of its own, for user `arg`
             plain = std::make_unique<ProsodyServer>();
             plain->addUser(arg, QStringLiteral("secret"));
             plain->setArchive(false);
