@@ -22,8 +22,6 @@
 #include <unistd.h>
 
 using Account = std::unique_ptr<XmppAccount>;
-using Tag = std::shared_ptr<gloox::Tag>;
-Q_DECLARE_METATYPE(Tag)
 
 namespace {
 
@@ -48,21 +46,16 @@ QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// The <case>s of a fixture file, each a stanza with the expected values.
-struct FixtureCases : gloox::TagHandler
+// The one stanza of a text.
+struct Stanza : gloox::TagHandler
 {
-    explicit FixtureCases(const QString& path)
+    explicit Stanza(const QString& text)
     {
-        QFile file(path);
-        std::string text = file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
-        gloox::Parser(this).feed(text);
+        std::string bytes = text.toStdString();
+        gloox::Parser(this).feed(bytes);
     }
-    void handleTag(gloox::Tag* tag) override
-    {
-        for (const gloox::Tag* testCase : tag->findChildren("case"))
-            cases.emplace_back(testCase->clone());
-    }
-    std::vector<Tag> cases;
+    void handleTag(gloox::Tag* parsed) override { tag.reset(parsed->clone()); }
+    std::unique_ptr<gloox::Tag> tag;
 };
 
 // Plays one session file: accounts by name, steps that act on them, and
@@ -271,7 +264,49 @@ struct Script
 
     void global(const QString& verb, const QString& arg, const QString& tail)
     {
-        if (verb == "file") { // a name, then random bytes of that size or a text
+        const QString given = (arg + ' ' + tail).section(" => ", 0, 0),
+                      wanted = (arg + ' ' + tail).section(" => ", 1);
+        if (verb == "reads") { // an archive stanza => what is read from it
+            const Stanza stanza(given);
+            QVERIFY(stanza.tag);
+            const HistoryResult result(stanza.tag.get());
+            const HistoryEnd end(stanza.tag.get());
+            // What is written reads back the same.
+            const std::unique_ptr<gloox::Tag> written(end.tag());
+            const HistoryEnd again(written.get());
+            QCOMPARE(QList<long>({again.first, again.last, again.count}),
+                     QList<long>({end.first, end.last, end.count}));
+            const auto* message = result.forward
+                ? static_cast<const gloox::Message*>(result.forward->embeddedStanza())
+                : nullptr;
+            const gloox::DelayedDelivery* delay = result.forward ? result.forward->when() : nullptr;
+            QCOMPARE(
+                stanza.tag->name() == "fin"
+                    ? QStringLiteral("first %1 last %2 count %3").arg(end.first).arg(end.last).arg(end.count)
+                    : QString::fromStdString("id " + result.id + " stamp " + (delay ? delay->stamp() : "")
+                                             + " body " + (message ? message->body() : ""))
+                          .trimmed(),
+                wanted);
+        } else if (verb == "asks") { // since => the query sent; a second one while it is pending is not
+            XmppHistory history(logDir);
+            std::vector<std::unique_ptr<gloox::Tag>> queries;
+            QObject::connect(&history, &XmppHistory::sigSendTag,
+                             [&](gloox::Tag* tag) { queries.emplace_back(tag); });
+            history.sendRequest(QDateTime::fromString(given.trimmed(), Qt::ISODateWithMs));
+            history.sendRequest(QDateTime::fromString(given.trimmed(), Qt::ISODateWithMs));
+            QCOMPARE(int(queries.size()), 1);
+            QVERIFY(queries.front()->findAttribute("id").size() > 30);
+            queries.front()->addAttribute("id", "REQUEST");
+            QCOMPARE(queries.front()->xml(), Stanza(wanted).tag->xml());
+        } else if (verb == "presencetype") { // a number => as gloox's type in ours, as ours in gloox's
+            QCOMPARE(QStringLiteral("%1 %2")
+                         .arg(XMPPENGINE::presenceTypeFromGlooxToTelvix(
+                             gloox::Presence::PresenceType(arg.toInt())))
+                         .arg(XMPPENGINE::presenceTypeFromTelvixToGloox(TELVIX::ChatPresence(arg.toInt()))),
+                     wanted);
+        } else if (verb == "unique") { // a path => the free name for it
+            QCOMPARE(XmppFTHandler::getUniqueFilename(path(given.trimmed())), path(wanted));
+        } else if (verb == "file") { // a name, then random bytes of that size or a text
             QDir(files.path()).mkpath(QFileInfo(path(arg)).path());
             bool random = false;
             const QByteArray content = randomBytes(tail.toInt(&random));
@@ -352,29 +387,6 @@ private Q_SLOTS:
         QVERIFY2(m_server->start(), qPrintable(m_server->errorString()));
     }
 
-    void presenceConversion_data()
-    {
-        QTest::addColumn<int>("number");
-        QTest::addColumn<int>("telvix");
-        QTest::addColumn<int>("gloox");
-        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/chat/presence_types.tsv"));
-        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-        for (const QByteArray& line : file.readAll().split('\n')) {
-            const QList<QByteArray> cells = line.split('\t');
-            if (cells.size() == 4 && !line.startsWith('#'))
-                QTest::newRow(cells[0].constData())
-                    << cells[1].toInt() << cells[2].toInt() << cells[3].toInt();
-        }
-    }
-
-    void presenceConversion()
-    {
-        QFETCH(int, number);
-        QTEST(int(XMPPENGINE::presenceTypeFromGlooxToTelvix(gloox::Presence::PresenceType(number))),
-              "telvix");
-        QTEST(int(XMPPENGINE::presenceTypeFromTelvixToGloox(TELVIX::ChatPresence(number))), "gloox");
-    }
-
     // Each file under fixtures/chat/sessions is one conversation on the
     // server, a step a line: "who verb arguments"; see the README there.
     void session_data()
@@ -399,81 +411,6 @@ private Q_SLOTS:
             if (QTest::currentTestFailed())
                 QFAIL(qPrintable(QStringLiteral("at line %1: %2").arg(number).arg(line)));
         }
-    }
-
-    void archiveStanzasReadAndWritten_data()
-    {
-        QTest::addColumn<Tag>("testCase");
-        const FixtureCases fixture(QStringLiteral(TELVIX_TEST_FIXTURES "/chat/archive_stanzas.xml"));
-        QVERIFY(!fixture.cases.empty());
-        for (const Tag& testCase : fixture.cases)
-            QTest::newRow(testCase->findAttribute("name").c_str()) << testCase;
-    }
-
-    void archiveStanzasReadAndWritten()
-    {
-        QFETCH(Tag, testCase);
-        const gloox::Tag* stanza = testCase->children().front();
-        const auto expected = [&](const char* name) { return testCase->findAttribute(name); };
-        if (stanza->name() == "fin") {
-            const HistoryEnd end(stanza);
-            const std::unique_ptr<gloox::Tag> written(end.tag());
-            // What is written reads back the same.
-            for (const HistoryEnd& read : {end, HistoryEnd(written.get())}) {
-                QCOMPARE(std::to_string(read.first), expected("first"));
-                QCOMPARE(std::to_string(read.last), expected("last"));
-                QCOMPARE(std::to_string(read.count), expected("count"));
-            }
-        } else if (stanza->name() == "iq") {
-            // The query as sent; a second one while it is pending is not.
-            XmppHistory history(m_logDir.path());
-            std::vector<std::unique_ptr<gloox::Tag>> sent;
-            connect(&history, &XmppHistory::sigSendTag, this,
-                    [&](gloox::Tag* tag) { sent.emplace_back(tag); });
-            const QString since = QString::fromStdString(expected("since"));
-            history.sendRequest(QDateTime::fromString(since, Qt::ISODateWithMs));
-            history.sendRequest(QDateTime::fromString(since, Qt::ISODateWithMs));
-            QCOMPARE(int(sent.size()), 1);
-            QVERIFY(sent.front()->findAttribute("id").size() > 30);
-            sent.front()->addAttribute("id", "REQUEST");
-            QCOMPARE(sent.front()->xml(), stanza->xml());
-        } else {
-            const HistoryResult result(stanza);
-            QCOMPARE(result.id, expected("id"));
-            const auto* message = result.forward
-                ? static_cast<const gloox::Message*>(result.forward->embeddedStanza())
-                : nullptr;
-            QCOMPARE(message ? message->body() : std::string(), expected("body"));
-            const gloox::DelayedDelivery* delay = result.forward ? result.forward->when() : nullptr;
-            QCOMPARE(delay ? delay->stamp() : std::string(), expected("stamp"));
-        }
-    }
-
-    void uniqueFilename_data()
-    {
-        QTest::addColumn<QStringList>("existing");
-        QTest::addColumn<QString>("asked");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("free") << QStringList() << "a.tar.gz"
-                              << "a.tar.gz";
-        QTest::newRow("taken") << QStringList {"a.tar.gz"} << "a.tar.gz"
-                               << "a(1).tar.gz";
-        QTest::newRow("taken twice") << QStringList {"a.tar.gz", "a(1).tar.gz"} << "a.tar.gz"
-                                     << "a(2).tar.gz";
-        // The pattern always writes the dot.
-        QTest::newRow("no suffix") << QStringList {"notes"} << "notes"
-                                   << "notes(1).";
-    }
-
-    void uniqueFilename()
-    {
-        QFETCH(QStringList, existing);
-        QFETCH(QString, asked);
-        QFETCH(QString, expected);
-        QTemporaryDir dir;
-        for (const QString& name : existing)
-            QVERIFY(writeFile(dir.filePath(name), "x"));
-        QCOMPARE(XmppFTHandler::getUniqueFilename(dir.filePath(asked)), dir.filePath(expected));
     }
 };
 
