@@ -145,7 +145,8 @@ struct Script
         if (name == "progress")
             out << (a.progress.isEmpty() ? "none" : a.progress.last() == 1.0f ? "whole" : "part");
         if (name == "connected" || name == "presence")
-            out << (name == "connected" ? QString::number(a.connected) : a.lastPresence());
+            out << (name == "connected" ? QString::number(a.connected)
+                                        : a.presences.value(a.presences.size() - 1));
         for (bool on : name == "archive" ? a.historyEnabled : QList<bool>())
             out << (on ? "on" : "off");
         for (const QList<ChatMessage>& history : name == "histories" ? a.histories : decltype(a.histories)())
@@ -165,11 +166,12 @@ struct Script
             out.sort();
         }
         const QString part = name.section('-', 1);
-        for (const ChatMessage& m : kind == "messages" ? a.messages : a.ofType(types.value(kind, -1)))
-            out << (part == "ids"           ? m.id
-                        : part == "threads" ? m.threadId
-                        : part == "stamps"  ? stamp(m.timestamp)
-                                            : XmppAccount::text(m));
+        for (const ChatMessage& m : a.messages)
+            if (kind == "messages" || m.type == types.value(kind, -1))
+                out << (part == "ids"           ? m.id
+                            : part == "threads" ? m.threadId
+                            : part == "stamps"  ? stamp(m.timestamp)
+                                                : XmppAccount::text(m));
         return out;
     }
 

@@ -51,6 +51,8 @@ bool ProsodyServer::writeConfig()
                      .replace(QLatin1String("@PORT@"), QString::number(m_port))
                      .replace(QLatin1String("@PLUGINS@"), QStringLiteral(TELVIX_TEST_PROSODY_PLUGINS))
                      .replace(QLatin1String("@MODULES@"), modules)
+                     .replace(QLatin1String("@CERT@"), QStringLiteral(TELVIX_TEST_CERT))
+                     .replace(QLatin1String("@KEY@"), QStringLiteral(TELVIX_TEST_KEY))
                      .toUtf8());
     return true;
 }
@@ -85,13 +87,7 @@ bool ProsodyServer::launch()
 
 bool ProsodyServer::start()
 {
-    const QString key = m_dir.filePath(QStringLiteral("server.key"));
-    if (!m_dir.isValid()
-        || !runTool(QStringLiteral("openssl"),
-                    QStringLiteral("req -x509 -newkey rsa:2048 -nodes -days 30 -subj /CN=default -addext "
-                                   "subjectAltName=DNS:default,IP:127.0.0.1 -out")
-                            .split(QLatin1Char(' '))
-                        << m_dir.filePath(QStringLiteral("server.crt")) << QStringLiteral("-keyout") << key))
+    if (!m_dir.isValid())
         return false;
     for (int attempt = 0; attempt < 3; ++attempt) {
         QTcpServer probe;

@@ -90,20 +90,3 @@ QString XmppAccount::text(const QString& jid, TELVIX::ChatPresence presence, con
     const QString name = QLatin1String(QMetaEnum::fromType<TELVIX::ChatPresence>().valueToKey(presence));
     return QStringList {jid, name.mid(int(strlen("ChatPresence"))), status}.join(QLatin1Char(' ')).trimmed();
 }
-
-QList<ChatMessage> XmppAccount::ofType(int type) const
-{
-    QList<ChatMessage> result;
-    for (const ChatMessage& m : messages)
-        if (m.type == type)
-            result.append(m);
-    return result;
-}
-
-QStringList XmppAccount::texts(int type) const
-{
-    QStringList result;
-    for (const ChatMessage& m : ofType(type))
-        result.append(text(m));
-    return result;
-}

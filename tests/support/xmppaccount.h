@@ -30,10 +30,6 @@ public:
 
     static QString text(const ChatMessage& message);
     static QString text(const QString& jid, TELVIX::ChatPresence presence, const QString& status);
-    /// The messages with a body of one type, as texts.
-    QStringList texts(int type) const;
-    QList<ChatMessage> ofType(int type) const;
-    QString lastPresence() const { return presences.value(presences.size() - 1); }
 
     struct Offer
     {
