@@ -164,66 +164,42 @@ private Q_SLOTS:
         QVERIFY(downloader.messages.isEmpty());
     }
 
+    // Rows of voicemail.tsv: the answer carries the first bytes of the
+    // recording, possibly edited.
     void voicemailWaveFile_data()
     {
-        QTest::addColumn<QByteArray>("audio");
-        QTest::addColumn<QString>("uuid");
-        QTest::addColumn<QString>("fileName");
-        QTest::addColumn<int>("frames"); // -1: refused, nothing written
-        QTest::addColumn<QStringList>("edit"); // applied to the answer's text
-        QTest::addColumn<QString>("debugLine");
-        const QByteArray blocks = m_gsmWave.left(60 + 5 * 65);
-        const QString pack = QStringLiteral("parsed an invalid RebrandingPack download message");
-        QTest::newRow("header only, flat name") << m_gsmWave.left(60) << "1712/03 b"
-                                                << "1712_03_b.wav" << 0 << QStringList() << QString();
-        QTest::newRow("five whole blocks") << blocks << "u-1"
-                                           << "u-1.wav" << 10 << QStringList() << QString();
-        // The padding byte starts an eleventh frame, decoded as if zeros followed.
-        QTest::newRow("trailing partial frame") << m_gsmWave << "u-2"
-                                                << "u-2.wav" << 11 << QStringList() << QString();
-        QTest::newRow("size differs") << blocks << "u-1" << QString() << -1
-                                      << QStringList {"<Size>385</Size>", "<Size>384</Size>"} << pack;
-        QTest::newRow("md5 differs") << blocks << "u-1" << QString() << -1 << QStringList {"<Md5>", "<Md5>0"}
-                                     << pack;
-        QTest::newRow("empty uuid") << blocks << "u-1" << QString() << -1
-                                    << QStringList {"<MsgID>u-1</MsgID>", "<MsgID></MsgID>"}
-                                    << "parsed an invalid Voicemail download message";
+        QTest::addColumn<QStringList>("row");
+        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/download/voicemail.tsv"));
+        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        while (!file.atEnd()) {
+            const QString line = QString::fromUtf8(file.readLine()).chopped(1);
+            if (!line.startsWith(QLatin1Char('#')) && !line.isEmpty())
+                QTest::newRow(qPrintable(line.section(QLatin1Char('\t'), 0, 0)))
+                    << line.split(QLatin1Char('\t'));
+        }
     }
 
     void voicemailWaveFile()
     {
-        QFETCH(QByteArray, audio);
-        QFETCH(QString, uuid);
-        QFETCH(int, frames);
-        QFETCH(QStringList, edit);
-        QString answer = voicemailAnswer(audio, uuid);
-        if (!edit.isEmpty()) {
-            QVERIFY(answer.contains(edit.first()));
-            answer.replace(edit.first(), edit.last());
-        }
+        QFETCH(QStringList, row);
+        const QString uuid = row.value(2), fileName = row.value(3);
+        const int frames = row.value(4).toInt(); // -1: refused, nothing written
+        QString answer = voicemailAnswer(m_gsmWave.left(row.value(1).toInt()), uuid);
+        QVERIFY(answer.contains(row.value(5)));
+        answer.replace(row.value(5), row.value(6));
         // Messages of other kinds on the connection are passed over.
         m_server->setResponder(QStringLiteral("DownloadVoicemailMsg"), [&](int, const QString& frame) {
             return frame.contains("<ID>17</ID>") ? FakeCtiServer::keepAliveAckDocument() + answer : QString();
         });
         QTemporaryDir folder;
-        QtLogCapture log;
         VoicemailDownloader downloader(QStringLiteral("6.1"), nullptr);
-        QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
-        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-        pointAt(downloader, *m_server);
         downloader.messageId = QStringLiteral("17");
         downloader.messageUuid = uuid;
-        downloader.destinationFolder = folder.path();
-        downloader.start();
-        QTRY_COMPARE(finished.count() + error.count(), 1);
+        QCOMPARE(runToEnd(downloader, folder.path()), frames < 0 ? row.value(7) : QString());
         if (frames < 0) {
-            QCOMPARE(error.at(0).at(0).toString(), QStringLiteral("Got invalid response"));
-            QFETCH(QString, debugLine);
-            QVERIFY(log.contains(QtDebugMsg, debugLine));
             QVERIFY(QDir(folder.path()).isEmpty());
             return;
         }
-        QFETCH(QString, fileName);
         QCOMPARE(downloader.destinationFile, folder.filePath(fileName));
         const QByteArray wave = readFile(downloader.destinationFile);
         const quint32 pcmSize = 320 * frames;
@@ -240,22 +216,21 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("answer");
         QTest::addColumn<QByteArray>("expected"); // null: no file
-        QTest::addColumn<bool>("finishes");
+        QTest::addColumn<QString>("failure");
         const QByteArray zip("PK\x03\x04 new look", 14);
-        QTest::newRow("new package, own name") << packAnswer(zip, Utils::md5sum(zip)) << zip << true;
+        QTest::newRow("new package, own name") << packAnswer(zip, Utils::md5sum(zip)) << zip << QString();
         QTest::newRow("no package removes the old")
-            << packAnswer(QByteArray(), QString()) << QByteArray() << true;
+            << packAnswer(QByteArray(), QString()) << QByteArray() << QString();
         QTest::newRow("md5 differs keeps the old")
-            << packAnswer(zip, Utils::md5sum(QByteArray("other"))) << QByteArray("old look") << false;
+            << packAnswer(zip, Utils::md5sum(QByteArray("other"))) << QByteArray("old look") << m_packFailure;
         QTest::newRow("unknown md5 with no data")
-            << packAnswer(QByteArray(), QStringLiteral("abc")) << QByteArray("old look") << false;
+            << packAnswer(QByteArray(), QStringLiteral("abc")) << QByteArray("old look") << m_packFailure;
     }
 
     void rebrandingPackage()
     {
         QFETCH(QString, answer);
         QFETCH(QByteArray, expected);
-        QFETCH(bool, finishes);
         QTemporaryDir folder;
         const QString assets = folder.filePath("assets.zip");
         QFile old(assets);
@@ -263,28 +238,40 @@ private Q_SLOTS:
         old.close();
         m_server->setResponder(QStringLiteral("GetRebrandingPack"),
                                [&](int, const QString&) { return answer; });
-        QtLogCapture log;
         RebrandingDownloader downloader(QStringLiteral("6.1"), nullptr);
-        QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
-        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-        pointAt(downloader, *m_server);
         downloader.lastMd5 = Utils::md5sum(QByteArray("old look"));
-        downloader.destinationFolder = folder.path();
-        downloader.start();
-        QTRY_COMPARE(finished.count() + error.count(), 1);
-        QCOMPARE(finished.count(), int(finishes));
+        QTEST(runToEnd(downloader, folder.path()), "failure");
         QCOMPARE(readFile(assets), expected);
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files),
                  expected.isNull() ? QStringList() : QStringList {"assets.zip"});
-        if (finishes) {
+        QFETCH(QString, failure);
+        if (failure.isEmpty()) {
             QCOMPARE(downloader.destinationFile, assets);
             QCOMPARE(downloader.lastMd5, expected.isNull() ? QString() : Utils::md5sum(expected));
-        } else {
-            QCOMPARE(error.at(0).at(0).toString(), QStringLiteral("Got invalid response"));
-            QVERIFY(log.contains(QtDebugMsg,
-                                 QStringLiteral("parsed an invalid RebrandingPack download message")));
         }
     }
+
+private:
+    // Runs the download into `folder` until it ends; what it failed with, as
+    // its error and the debug line, or nothing when it finished.
+    QString runToEnd(SarnetDownloader& downloader, const QString& folder)
+    {
+        QtLogCapture log;
+        QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
+        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
+        pointAt(downloader, *m_server);
+        downloader.destinationFolder = folder;
+        downloader.start();
+        if (!QTest::qWaitFor([&]() { return finished.count() + error.count() == 1; }, 5000))
+            return QStringLiteral("no ending");
+        QString failure = error.isEmpty() ? QString() : error.at(0).at(0).toString();
+        for (const QString& line : log.messages(QtDebugMsg).filter(QStringLiteral("parsed an invalid")))
+            failure += QStringLiteral(" / ") + line.mid(line.indexOf(QStringLiteral("parsed an invalid")));
+        return failure;
+    }
+
+    const QString m_packFailure
+        = QStringLiteral("Got invalid response / parsed an invalid RebrandingPack download message");
 };
 
 QTEST_GUILESS_MAIN(TestDownloaders)
