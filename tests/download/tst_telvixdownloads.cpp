@@ -13,13 +13,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-using CallEvents::element;
-using CallEvents::wrap;
-
 namespace {
 
 QString token(const QString& value)
 {
+    using namespace CallEvents;
     return wrap("AuthToken", element("Token", value) + element("ValidUntil", "2026-12-01 10:30:00"));
 }
 
@@ -30,87 +28,84 @@ class TestTelvixDownloads : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void tokensServeTheirAskersInOrder();
-    void shutdownFreesWaitingAndRunningDownloaders();
-};
+    void tokensServeTheirAskersInOrder()
+    {
+        LoggedInClient app(TELVIX::AppModeSrntPro);
+        QVERIFY(app.start());
+        // A header-only WAV49 file for the voicemail, a small package for the rebranding.
+        app.server().setResponder(QStringLiteral("DownloadVoicemailMsg"), [](int, const QString& frame) {
+            VoicemailDownloadResMsg msg;
+            msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
+            msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
+            msg.audioFile.data = QByteArray(60, 'h');
+            msg.audioFile.md5 = Utils::md5sum(msg.audioFile.data);
+            return FakeCtiServer::document(msg.generateXmlMessageBody());
+        });
+        app.server().setResponder(QStringLiteral("GetRebrandingPack"), [](int, const QString&) {
+            RebrandingPackRespMsg msg;
+            msg.pack.data = QByteArray("PK\x03\x04 look", 10);
+            msg.pack.md5 = Utils::md5sum(msg.pack.data);
+            return FakeCtiServer::document(msg.generateXmlMessageBody());
+        });
+        QTemporaryDir folder;
+        QSignalSpy voicemail(app.client(), &Telvix::sigVoicemailDownloadCompleted);
+        QSignalSpy rebranding(app.client(), &Telvix::sigRebrandingDownloadCompleted);
+        QSignalSpy tokens(app.client(), &Telvix::sigAuthTokenReceived);
+        QVERIFY(app.client()->downloadVoicemailMessage("7", "uuid 7/a", folder.path()));
+        QVERIFY(app.client()->downloadRebrandingPackage(QString(), folder.path()));
+        QVERIFY(app.client()->requestAccessToken());
+        QTRY_COMPARE(app.framesWith(QStringLiteral("GetAuthToken")).size(), 3);
 
-void TestTelvixDownloads::tokensServeTheirAskersInOrder()
-{
-    LoggedInClient app(TELVIX::AppModeSrntPro);
-    QVERIFY(app.start());
-    // A header-only WAV49 file for the voicemail, a small package for the rebranding.
-    app.server().setResponder(QStringLiteral("DownloadVoicemailMsg"), [](int, const QString& frame) {
-        VoicemailDownloadResMsg msg;
-        msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
-        msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
-        msg.audioFile.data = QByteArray(60, 'h');
-        msg.audioFile.md5 = Utils::md5sum(msg.audioFile.data);
-        return FakeCtiServer::document(msg.generateXmlMessageBody());
-    });
-    app.server().setResponder(QStringLiteral("GetRebrandingPack"), [](int, const QString&) {
-        RebrandingPackRespMsg msg;
-        msg.pack.data = QByteArray("PK\x03\x04 look", 10);
-        msg.pack.md5 = Utils::md5sum(msg.pack.data);
-        return FakeCtiServer::document(msg.generateXmlMessageBody());
-    });
-    QTemporaryDir folder;
-    QSignalSpy voicemail(app.client(), &Telvix::sigVoicemailDownloadCompleted);
-    QSignalSpy rebranding(app.client(), &Telvix::sigRebrandingDownloadCompleted);
-    QSignalSpy tokens(app.client(), &Telvix::sigAuthTokenReceived);
-    QVERIFY(app.client()->downloadVoicemailMessage("7", "uuid 7/a", folder.path()));
-    QVERIFY(app.client()->downloadRebrandingPackage(QString(), folder.path()));
-    QVERIFY(app.client()->requestAccessToken());
-    QTRY_COMPARE(app.framesWith(QStringLiteral("GetAuthToken")).size(), 3);
-
-    QVERIFY(app.deliver(token("first")));
-    QTRY_COMPARE(voicemail.count(), 1);
-    QCOMPARE(voicemail.at(0), (QVariantList {"7", "uuid 7/a", folder.filePath("uuid_7_a.wav")}));
-    QCOMPARE(QFileInfo(folder.filePath("uuid_7_a.wav")).size(), qint64(44));
-    QVERIFY(app.deliver(token("second")));
-    QTRY_COMPARE(rebranding.count(), 1);
-    QCOMPARE(rebranding.at(0).at(0).toString(), folder.filePath("assets.zip"));
-    QCOMPARE(tokens.count(), 0);
-    QStringList downloads;
-    for (const auto& frame : app.server().allFrames()) {
-        if (frame.first != app.connection())
-            downloads << frame.second.mid(frame.second.indexOf("<Token>"));
+        QVERIFY(app.deliver(token("first")));
+        QTRY_COMPARE(voicemail.count(), 1);
+        QCOMPARE(voicemail.at(0), (QVariantList {"7", "uuid 7/a", folder.filePath("uuid_7_a.wav")}));
+        QCOMPARE(QFileInfo(folder.filePath("uuid_7_a.wav")).size(), qint64(44));
+        QVERIFY(app.deliver(token("second")));
+        QTRY_COMPARE(rebranding.count(), 1);
+        QCOMPARE(rebranding.at(0).at(0).toString(), folder.filePath("assets.zip"));
+        QCOMPARE(tokens.count(), 0);
+        QStringList downloads;
+        for (const auto& frame : app.server().allFrames()) {
+            if (frame.first != app.connection())
+                downloads << frame.second.mid(frame.second.indexOf("<Token>"));
+        }
+        QCOMPARE(downloads,
+                 (QStringList {"<Token>first</Token><DownloadVoicemailMsg><ID>7</ID></DownloadVoicemailMsg>"
+                               "</Request></SRNT>",
+                               "<Token>second</Token><GetRebrandingPack><LastMd5></LastMd5>"
+                               "</GetRebrandingPack></Request></SRNT>"}));
+        // The application's own request came last, and so does its token.
+        QVERIFY(app.deliver(token("third")));
+        QCOMPARE(tokens.count(), 1);
+        QCOMPARE(tokens.at(0).at(0).toString(), QStringLiteral("third"));
+        QTRY_COMPARE(app.server().openConnectionCount(), 1);
     }
-    QCOMPARE(downloads,
-             (QStringList {"<Token>first</Token><DownloadVoicemailMsg><ID>7</ID></DownloadVoicemailMsg>"
-                           "</Request></SRNT>",
-                           "<Token>second</Token><GetRebrandingPack><LastMd5></LastMd5>"
-                           "</GetRebrandingPack></Request></SRNT>"}));
-    // The application's own request came last, and so does its token.
-    QVERIFY(app.deliver(token("third")));
-    QCOMPARE(tokens.count(), 1);
-    QCOMPARE(tokens.at(0).at(0).toString(), QStringLiteral("third"));
-    QTRY_COMPARE(app.server().openConnectionCount(), 1);
-}
 
-void TestTelvixDownloads::shutdownFreesWaitingAndRunningDownloaders()
-{
-    LoggedInClient app(TELVIX::AppModeSrntPro);
-    QVERIFY(app.start());
-    QTemporaryDir folder;
-    // The server takes the first download's request and never answers it.
-    QVERIFY(app.client()->downloadVoicemailMessage("1", "uuid-1", folder.path()));
-    QVERIFY(app.client()->downloadRebrandingPackage(QString(), folder.path()));
-    QTRY_COMPARE(app.framesWith(QStringLiteral("GetAuthToken")).size(), 2);
-    QVERIFY(app.deliver(token("first")));
-    QVERIFY(!app.server().waitForFrame(QStringLiteral("DownloadVoicemailMsg")).isEmpty());
+    void shutdownFreesWaitingAndRunningDownloaders()
+    {
+        LoggedInClient app(TELVIX::AppModeSrntPro);
+        QVERIFY(app.start());
+        QTemporaryDir folder;
+        // The server takes the first download's request and never answers it.
+        QVERIFY(app.client()->downloadVoicemailMessage("1", "uuid-1", folder.path()));
+        QVERIFY(app.client()->downloadRebrandingPackage(QString(), folder.path()));
+        QTRY_COMPARE(app.framesWith(QStringLiteral("GetAuthToken")).size(), 2);
+        QVERIFY(app.deliver(token("first")));
+        QVERIFY(!app.server().waitForFrame(QStringLiteral("DownloadVoicemailMsg")).isEmpty());
 
-    TelvixPrivate* d = TelvixPrivate::get(app.client());
-    QList<QPointer<SarnetDownloader>> alive;
-    app.onLibraryThread([&] {
-        for (SarnetDownloader* downloader : d->downloaders + d->runningDownloaders)
-            alive << downloader;
-    });
-    QCOMPARE(alive.size(), 2);
-    QVERIFY(app.client()->shutdown());
-    for (const QPointer<SarnetDownloader>& downloader : qAsConst(alive))
-        QVERIFY(downloader.isNull());
-    QTRY_COMPARE(app.server().openConnectionCount(), 0);
-}
+        TelvixPrivate* d = TelvixPrivate::get(app.client());
+        QList<QPointer<SarnetDownloader>> alive;
+        app.onLibraryThread([&] {
+            for (SarnetDownloader* downloader : d->downloaders + d->runningDownloaders)
+                alive << downloader;
+        });
+        QCOMPARE(alive.size(), 2);
+        QVERIFY(app.client()->shutdown());
+        for (const QPointer<SarnetDownloader>& downloader : qAsConst(alive))
+            QVERIFY(downloader.isNull());
+        QTRY_COMPARE(app.server().openConnectionCount(), 0);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestTelvixDownloads)
 #include "tst_telvixdownloads.moc"
