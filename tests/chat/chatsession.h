@@ -34,12 +34,6 @@ inline QByteArray randomBytes(int size)
     return bytes;
 }
 
-inline bool writeFile(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
 inline QByteArray readFile(const QString& path)
 {
     QFile file(path);
@@ -62,12 +56,7 @@ struct Stanza : gloox::TagHandler
 // steps that wait for what an account has seen, rendered as short texts.
 struct Script
 {
-    Script(ProsodyServer* shared, const QString& logs)
-        : server(shared)
-        , logDir(logs)
-    {
-    }
-    ProsodyServer* server;
+    ProsodyServer* server = nullptr;
     QString logDir;
     std::unique_ptr<ProsodyServer> plain;
     LogbusCapture log;
@@ -312,7 +301,9 @@ struct Script
             QDir(files.path()).mkpath(QFileInfo(path(arg)).path());
             bool random = false;
             const QByteArray content = randomBytes(tail.toInt(&random));
-            QVERIFY(writeFile(path(arg), random ? content : tail.toUtf8().replace("\\r\\n", "\r\n")));
+            QFile file(path(arg));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(random ? content : tail.toUtf8().replace("\\r\\n", "\r\n"));
         } else if (verb == "readonly") {
             readOnly << arg;
             QVERIFY(QDir(files.path()).mkpath(arg));
@@ -366,7 +357,9 @@ inline void playSession(const QString& path, ProsodyServer* server, const QStrin
 {
     QFile file(path);
     QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(path));
-    Script script(server, logDir);
+    Script script;
+    script.server = server;
+    script.logDir = logDir;
     for (int number = 1; !file.atEnd(); ++number) {
         const QString line = QString::fromUtf8(file.readLine()).trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
