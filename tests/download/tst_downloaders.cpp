@@ -9,7 +9,6 @@
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QtEndian>
 #include <QtTest>
 
 namespace {
@@ -56,13 +55,6 @@ QString packAnswer(const QByteArray& data, const QString& md5)
     return FakeCtiServer::document(msg.generateXmlMessageBody());
 }
 
-QByteArray le(quint32 value, int bytes)
-{
-    QByteArray out(4, Qt::Uninitialized);
-    qToLittleEndian(value, out.data());
-    return out.left(bytes);
-}
-
 QByteArray readFile(const QString& path)
 {
     QFile file(path);
@@ -76,17 +68,13 @@ class TestDownloaders : public QObject
     Q_OBJECT
 
     std::unique_ptr<FakeCtiServer> m_server;
-    // A real GSM recording, made and decoded by an independent program (sox):
-    // ten frames in five blocks and a padding byte.
+    // A real GSM recording, made by an independent program (sox): ten frames
+    // in five blocks and a padding byte; the expected wave files hold its
+    // decode by sox (see the README beside them).
     const QByteArray m_gsmWave = readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-gsm.wav"));
-    const QByteArray m_soxPcm = readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-gsm.raw"));
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QCOMPARE(m_gsmWave.size(), 60 + 5 * 65 + 1);
-        QCOMPARE(m_soxPcm.size(), 10 * 320);
-    }
+    void initTestCase() { QCOMPARE(m_gsmWave.size(), 60 + 5 * 65 + 1); }
 
     void init()
     {
@@ -201,15 +189,8 @@ private Q_SLOTS:
             return;
         }
         QCOMPARE(downloader.destinationFile, folder.filePath(fileName));
-        const QByteArray wave = readFile(downloader.destinationFile);
-        const quint32 pcmSize = 320 * frames;
-        // RIFF header of 8 kHz, 16-bit mono PCM with both sizes filled in.
-        QCOMPARE(wave.left(44),
-                 "RIFF" + le(36 + pcmSize, 4) + "WAVEfmt " + le(16, 4) + le(1, 2) + le(1, 2) + le(8000, 4)
-                     + le(16000, 4) + le(2, 2) + le(16, 2) + "data" + le(pcmSize, 4));
-        QCOMPARE(wave.size(), 44 + int(pcmSize));
-        const int whole = qMin(frames, 10) * 320;
-        QCOMPARE(wave.mid(44, whole), m_soxPcm.left(whole));
+        QCOMPARE(readFile(downloader.destinationFile),
+                 readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-%1-frames.wav").arg(frames)));
     }
 
     void rebrandingPackage_data()
