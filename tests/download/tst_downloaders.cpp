@@ -154,18 +154,7 @@ private Q_SLOTS:
 
     // Rows of voicemail.tsv: the answer carries the first bytes of the
     // recording, possibly edited.
-    void voicemailWaveFile_data()
-    {
-        QTest::addColumn<QStringList>("row");
-        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/download/voicemail.tsv"));
-        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-        while (!file.atEnd()) {
-            const QString line = QString::fromUtf8(file.readLine()).chopped(1);
-            if (!line.startsWith(QLatin1Char('#')) && !line.isEmpty())
-                QTest::newRow(qPrintable(line.section(QLatin1Char('\t'), 0, 0)))
-                    << line.split(QLatin1Char('\t'));
-        }
-    }
+    void voicemailWaveFile_data() { addRows(QStringLiteral("voicemail.tsv")); }
 
     void voicemailWaveFile()
     {
@@ -193,25 +182,16 @@ private Q_SLOTS:
                  readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-%1-frames.wav").arg(frames)));
     }
 
-    void rebrandingPackage_data()
-    {
-        QTest::addColumn<QString>("answer");
-        QTest::addColumn<QByteArray>("expected"); // null: no file
-        QTest::addColumn<QString>("failure");
-        const QByteArray zip("PK\x03\x04 new look", 14);
-        QTest::newRow("new package, own name") << packAnswer(zip, Utils::md5sum(zip)) << zip << QString();
-        QTest::newRow("no package removes the old")
-            << packAnswer(QByteArray(), QString()) << QByteArray() << QString();
-        QTest::newRow("md5 differs keeps the old")
-            << packAnswer(zip, Utils::md5sum(QByteArray("other"))) << QByteArray("old look") << m_packFailure;
-        QTest::newRow("unknown md5 with no data")
-            << packAnswer(QByteArray(), QStringLiteral("abc")) << QByteArray("old look") << m_packFailure;
-    }
+    void rebrandingPackage_data() { addRows(QStringLiteral("rebranding.tsv")); }
 
     void rebrandingPackage()
     {
-        QFETCH(QString, answer);
-        QFETCH(QByteArray, expected);
+        QFETCH(QStringList, row);
+        const QByteArray data = QByteArray::fromPercentEncoding(row.value(1).toUtf8());
+        const QString answer = packAnswer(data, row.value(2) == "=" ? Utils::md5sum(data) : row.value(2));
+        const QByteArray expected
+            = row.value(3) == "-" ? QByteArray() : QByteArray::fromPercentEncoding(row.value(3).toUtf8());
+        const QString failure = row.value(4);
         QTemporaryDir folder;
         const QString assets = folder.filePath("assets.zip");
         QFile old(assets);
@@ -221,11 +201,10 @@ private Q_SLOTS:
                                [&](int, const QString&) { return answer; });
         RebrandingDownloader downloader(QStringLiteral("6.1"), nullptr);
         downloader.lastMd5 = Utils::md5sum(QByteArray("old look"));
-        QTEST(runToEnd(downloader, folder.path()), "failure");
+        QCOMPARE(runToEnd(downloader, folder.path()), failure);
         QCOMPARE(readFile(assets), expected);
         QCOMPARE(QDir(folder.path()).entryList(QDir::Files),
                  expected.isNull() ? QStringList() : QStringList {"assets.zip"});
-        QFETCH(QString, failure);
         if (failure.isEmpty()) {
             QCOMPARE(downloader.destinationFile, assets);
             QCOMPARE(downloader.lastMd5, expected.isNull() ? QString() : Utils::md5sum(expected));
@@ -251,8 +230,19 @@ private:
         return failure;
     }
 
-    const QString m_packFailure
-        = QStringLiteral("Got invalid response / parsed an invalid RebrandingPack download message");
+    // One row a line of a fixture table, split at the tabs; '#' starts a comment.
+    static void addRows(const QString& name)
+    {
+        QTest::addColumn<QStringList>("row");
+        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/download/") + name);
+        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        while (!file.atEnd()) {
+            const QString line = QString::fromUtf8(file.readLine()).chopped(1);
+            if (!line.startsWith(QLatin1Char('#')) && !line.isEmpty())
+                QTest::newRow(qPrintable(line.section(QLatin1Char('\t'), 0, 0)))
+                    << line.split(QLatin1Char('\t'));
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestDownloaders)
