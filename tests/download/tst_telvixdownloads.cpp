@@ -1,12 +1,9 @@
 // Downloads through the Telvix object: each asks the session for a token and
 // then fetches its file over a second connection to the same fake server.
 #include "callevents.h"
-#include "downloadmessages.h"
 #include "loggedinclient.h"
 #include "sarnetdownloader.h"
-#include "simplexmlparser.h"
 #include "telvix_p.h"
-#include "utils.h"
 
 #include <QPointer>
 #include <QSignalSpy>
@@ -32,21 +29,14 @@ private Q_SLOTS:
     {
         LoggedInClient app(TELVIX::AppModeSrntPro);
         QVERIFY(app.start());
-        // A header-only WAV49 file for the voicemail, a small package for the rebranding.
-        app.server().setResponder(QStringLiteral("DownloadVoicemailMsg"), [](int, const QString& frame) {
-            VoicemailDownloadResMsg msg;
-            msg.audioFile.id = SimpleXmlParser::getTagValue(frame, QStringLiteral("ID"));
-            msg.audioFile.uuid = QStringLiteral("uuid-") + msg.audioFile.id;
-            msg.audioFile.data = QByteArray(60, 'h');
-            msg.audioFile.md5 = Utils::md5sum(msg.audioFile.data);
-            return FakeCtiServer::document(msg.generateXmlMessageBody());
-        });
-        app.server().setResponder(QStringLiteral("GetRebrandingPack"), [](int, const QString&) {
-            RebrandingPackRespMsg msg;
-            msg.pack.data = QByteArray("PK\x03\x04 look", 10);
-            msg.pack.md5 = Utils::md5sum(msg.pack.data);
-            return FakeCtiServer::document(msg.generateXmlMessageBody());
-        });
+        // A header-only WAV49 file for voicemail 7, a small package for the rebranding.
+        for (const char* request : {"DownloadVoicemailMsg", "GetRebrandingPack"}) {
+            QFile answer(QStringLiteral(TELVIX_TEST_FIXTURES "/download/answer-%1.xml").arg(request));
+            QVERIFY(answer.open(QIODevice::ReadOnly));
+            const QString document = FakeCtiServer::document(QString::fromUtf8(answer.readAll()).trimmed());
+            app.server().setResponder(QLatin1String(request),
+                                      [document](int, const QString&) { return document; });
+        }
         QTemporaryDir folder;
         QSignalSpy voicemail(app.client(), &Telvix::sigVoicemailDownloadCompleted);
         QSignalSpy rebranding(app.client(), &Telvix::sigRebrandingDownloadCompleted);
