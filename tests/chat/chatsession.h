@@ -8,10 +8,6 @@
 #include "xmppfthandler.h"
 #include "xmpphistory.h"
 
-#include <QDir>
-#include <QMetaEnum>
-#include <QProcess>
-#include <QRandomGenerator>
 #include <QtTest>
 
 #include <gloox/delayeddelivery.h>
@@ -19,8 +15,6 @@
 #include <gloox/message.h>
 #include <gloox/parser.h>
 
-#include <functional>
-#include <map>
 #include <unistd.h>
 
 using Account = std::unique_ptr<XmppAccount>;

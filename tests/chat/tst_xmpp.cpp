@@ -3,7 +3,6 @@
 // accounts of its own, so that no presence or archive leaks between them.
 #include "chatsession.h"
 
-#include <QProcess>
 #include <QtTest>
 
 namespace {
