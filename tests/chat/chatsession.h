@@ -19,15 +19,6 @@
 
 using Account = std::unique_ptr<XmppAccount>;
 
-inline QByteArray randomBytes(int size)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    QRandomGenerator generator(size);
-    for (char& byte : bytes)
-        byte = char(generator.generate());
-    return bytes;
-}
-
 inline QByteArray readFile(const QString& path)
 {
     QFile file(path);
@@ -294,7 +285,9 @@ struct Script
         } else if (verb == "file") { // a name, then random bytes of that size or a text
             QDir(files.path()).mkpath(QFileInfo(path(arg)).path());
             bool random = false;
-            const QByteArray content = randomBytes(tail.toInt(&random));
+            QByteArray content(tail.toInt(&random), 0);
+            QRandomGenerator(content.size())
+                .fillRange(reinterpret_cast<quint32*>(content.data()), content.size() / 4);
             QFile file(path(arg));
             QVERIFY(file.open(QIODevice::WriteOnly));
             file.write(random ? content : tail.toUtf8().replace("\\r\\n", "\r\n"));
