@@ -7,11 +7,8 @@
 #include "utils.h"
 #include "voicemaildownloader.h"
 
-#include <QProcess>
 #include <QSignalSpy>
-#include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QtEndian>
 #include <QtTest>
 
 namespace {
@@ -58,13 +55,6 @@ QString packAnswer(const QByteArray& data, const QString& md5)
     return FakeCtiServer::document(msg.generateXmlMessageBody());
 }
 
-QByteArray le(quint32 value, int bytes)
-{
-    QByteArray out(4, Qt::Uninitialized);
-    qToLittleEndian(value, out.data());
-    return out.left(bytes);
-}
-
 QByteArray readFile(const QString& path)
 {
     QFile file(path);
@@ -77,249 +67,183 @@ class TestDownloaders : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<FakeCtiServer> m_server;
+    // A real GSM recording, made by an independent program (sox): ten frames
+    // in five blocks and a padding byte; the expected wave files hold its
+    // decode by sox (see the README beside them).
+    const QByteArray m_gsmWave = readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-gsm.wav"));
+
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void restartDropsTheOldConnectionWithoutSignals();
-    void answerInPiecesIsHandledOncePerMessage();
-    void endOfConnection_data();
-    void endOfConnection();
-    void voicemailWaveFile_data();
-    void voicemailWaveFile();
-    void rebrandingPackage_data();
-    void rebrandingPackage();
+    void initTestCase() { QCOMPARE(m_gsmWave.size(), 60 + 5 * 65 + 1); }
 
-private:
-    FakeCtiServer* m_server = nullptr;
-    QTemporaryDir m_audioDir;
-    QByteArray m_gsmWave; // sox's WAV49 file: 10 frames and a padding byte
-    QByteArray m_soxPcm; // sox's own decode of it
-};
+    void init()
+    {
+        m_server = std::make_unique<FakeCtiServer>();
+        QVERIFY(m_server->listen());
+    }
 
-void TestDownloaders::initTestCase()
-{
-    // A real GSM recording, made and decoded by an independent program.
-    const QString sox = QStandardPaths::findExecutable(QStringLiteral("sox"));
-    if (sox.isEmpty())
-        QSKIP("sox is needed to make the GSM audio");
-    const QString tone = m_audioDir.filePath("tone.wav"), gsm = m_audioDir.filePath("gsm.wav");
-    const QString raw = m_audioDir.filePath("pcm.raw");
-    QCOMPARE(QProcess::execute(sox,
-                               {"-D", "-n", "-r", "8000", "-c", "1", "-b", "16", "-e", "signed-integer", tone,
-                                "synth", "0.2", "sine", "440", "vol", "0.5"}),
-             0);
-    QCOMPARE(QProcess::execute(sox, {"-D", tone, "-e", "gsm-full-rate", gsm}), 0);
-    QCOMPARE(QProcess::execute(sox, {"-D", gsm, "-t", "raw", "-e", "signed-integer", "-b", "16", raw}), 0);
-    m_gsmWave = readFile(gsm);
-    m_soxPcm = readFile(raw);
-    QCOMPARE(m_gsmWave.size(), 60 + 5 * 65 + 1);
-    QCOMPARE(m_soxPcm.size(), 10 * 320);
-}
+    void restartDropsTheOldConnectionWithoutSignals()
+    {
+        RebrandingDownloader downloader(QStringLiteral("5.4"), nullptr);
+        QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
+        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
+        QSignalSpy disconnected(&downloader, &SarnetDownloader::sigDisconnected);
+        downloader.close();
+        downloader.abort();
+        pointAt(downloader, *m_server);
+        downloader.lastMd5 = QStringLiteral("0123abcd");
+        downloader.start();
+        const QString first = m_server->waitForFrame(QStringLiteral("GetRebrandingPack"));
+        QVERIFY(first.contains("<API>5.4</API>"));
+        QVERIFY(
+            first.contains("<Request><Token>tok-1</Token><GetRebrandingPack><LastMd5>0123abcd</LastMd5>"));
 
-void TestDownloaders::init()
-{
-    delete m_server;
-    m_server = new FakeCtiServer(this);
-    QVERIFY(m_server->listen());
-}
+        downloader.start();
+        QVERIFY(!m_server->waitForFrame(QStringLiteral("GetRebrandingPack")).isEmpty());
+        QCOMPARE(m_server->connectionCount(), 2);
+        QTRY_VERIFY(!m_server->isConnected(0));
+        downloader.abort();
+        QTRY_VERIFY(!m_server->isConnected(1));
+        QCoreApplication::processEvents();
+        QCOMPARE(finished.count() + error.count() + disconnected.count(), 0);
+    }
 
-void TestDownloaders::restartDropsTheOldConnectionWithoutSignals()
-{
-    RebrandingDownloader downloader(QStringLiteral("5.4"), nullptr);
-    QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
-    QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-    QSignalSpy disconnected(&downloader, &SarnetDownloader::sigDisconnected);
-    downloader.close();
-    downloader.abort();
-    pointAt(downloader, *m_server);
-    downloader.lastMd5 = QStringLiteral("0123abcd");
-    downloader.start();
-    const QString first = m_server->waitForFrame(QStringLiteral("GetRebrandingPack"));
-    QVERIFY(first.contains("<API>5.4</API>"));
-    QVERIFY(first.contains("<Request><Token>tok-1</Token><GetRebrandingPack><LastMd5>0123abcd</LastMd5>"));
+    void answerInPiecesIsHandledOncePerMessage()
+    {
+        RecordingDownloader downloader;
+        pointAt(downloader, *m_server);
+        const QString answer = FakeCtiServer::document(QStringLiteral("<Note>Grüße aus Köln</Note>"))
+            + FakeCtiServer::document(QStringLiteral("<Other/>"));
+        m_server->setResponder(QStringLiteral("Hello"), [&](int conn, const QString&) {
+            m_server->sendInChunks(conn, answer, 5);
+            return QString();
+        });
+        downloader.start();
+        QTRY_COMPARE(downloader.messages.size(), 2);
+        QCOMPARE(downloader.messages.join(QString()), answer);
+    }
 
-    downloader.start();
-    QVERIFY(!m_server->waitForFrame(QStringLiteral("GetRebrandingPack")).isEmpty());
-    QCOMPARE(m_server->connectionCount(), 2);
-    QTRY_VERIFY(!m_server->isConnected(0));
-    downloader.abort();
-    QTRY_VERIFY(!m_server->isConnected(1));
-    QCoreApplication::processEvents();
-    QCOMPARE(finished.count() + error.count() + disconnected.count(), 0);
-}
+    void endOfConnection_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("errors");
+        QTest::addColumn<int>("disconnections");
+        QTest::newRow("server hangs up after the request") << int(FakeCtiServer::TlsMode::Normal) << 0 << 1;
+        QTest::newRow("TLS refused") << int(FakeCtiServer::TlsMode::RefuseTls) << 1 << 0;
+    }
 
-void TestDownloaders::answerInPiecesIsHandledOncePerMessage()
-{
-    RecordingDownloader downloader;
-    pointAt(downloader, *m_server);
-    const QString answer = FakeCtiServer::document(QStringLiteral("<Note>Grüße aus Köln</Note>"))
-        + FakeCtiServer::document(QStringLiteral("<Other/>"));
-    m_server->setResponder(QStringLiteral("Hello"), [&](int conn, const QString&) {
-        m_server->sendInChunks(conn, answer, 5);
-        return QString();
-    });
-    downloader.start();
-    QTRY_COMPARE(downloader.messages.size(), 2);
-    QCOMPARE(downloader.messages.join(QString()), answer);
-}
-
-void TestDownloaders::endOfConnection_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<bool>("hangUp");
-    QTest::addColumn<int>("errors");
-    QTest::addColumn<int>("disconnections");
-    QTest::newRow("server hangs up after the request")
-        << int(FakeCtiServer::TlsMode::Normal) << true << 0 << 1;
-    QTest::newRow("TLS refused") << int(FakeCtiServer::TlsMode::RefuseTls) << false << 1 << 0;
-}
-
-void TestDownloaders::endOfConnection()
-{
-    QFETCH(int, mode);
-    QFETCH(bool, hangUp);
-    m_server->setTlsMode(FakeCtiServer::TlsMode(mode));
-    if (hangUp) {
+    void endOfConnection()
+    {
+        QFETCH(int, mode);
+        m_server->setTlsMode(FakeCtiServer::TlsMode(mode));
         m_server->setResponder(QStringLiteral("Hello"), [&](int conn, const QString&) {
             m_server->disconnectClient(conn);
             return QString();
         });
+        RecordingDownloader downloader;
+        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
+        QSignalSpy disconnected(&downloader, &SarnetDownloader::sigDisconnected);
+        pointAt(downloader, *m_server);
+        downloader.start();
+        QTRY_COMPARE(error.count() + disconnected.count(), 1);
+        QCoreApplication::processEvents();
+        QTEST(int(error.count()), "errors");
+        QTEST(int(disconnected.count()), "disconnections");
+        QVERIFY(downloader.messages.isEmpty());
     }
-    RecordingDownloader downloader;
-    QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-    QSignalSpy disconnected(&downloader, &SarnetDownloader::sigDisconnected);
-    pointAt(downloader, *m_server);
-    downloader.start();
-    QTRY_COMPARE(error.count() + disconnected.count(), 1);
-    QCoreApplication::processEvents();
-    QTEST(int(error.count()), "errors");
-    QTEST(int(disconnected.count()), "disconnections");
-    QVERIFY(downloader.messages.isEmpty());
-}
 
-void TestDownloaders::voicemailWaveFile_data()
-{
-    QTest::addColumn<QByteArray>("audio");
-    QTest::addColumn<QString>("uuid");
-    QTest::addColumn<QString>("fileName");
-    QTest::addColumn<int>("frames"); // -1: refused, nothing written
-    QTest::addColumn<QStringList>("edit"); // applied to the answer's text
-    QTest::addColumn<QString>("debugLine");
-    const QByteArray blocks = m_gsmWave.left(60 + 5 * 65);
-    const QString pack = QStringLiteral("parsed an invalid RebrandingPack download message");
-    QTest::newRow("header only, flat name") << m_gsmWave.left(60) << "1712/03 b"
-                                            << "1712_03_b.wav" << 0 << QStringList() << QString();
-    QTest::newRow("five whole blocks") << blocks << "u-1"
-                                       << "u-1.wav" << 10 << QStringList() << QString();
-    // The padding byte starts an eleventh frame, decoded as if zeros followed.
-    QTest::newRow("trailing partial frame") << m_gsmWave << "u-2"
-                                            << "u-2.wav" << 11 << QStringList() << QString();
-    QTest::newRow("size differs") << blocks << "u-1" << QString() << -1
-                                  << QStringList {"<Size>385</Size>", "<Size>384</Size>"} << pack;
-    QTest::newRow("md5 differs") << blocks << "u-1" << QString() << -1 << QStringList {"<Md5>", "<Md5>0"}
-                                 << pack;
-    QTest::newRow("empty uuid") << blocks << "u-1" << QString() << -1
-                                << QStringList {"<MsgID>u-1</MsgID>", "<MsgID></MsgID>"}
-                                << "parsed an invalid Voicemail download message";
-}
+    // Rows of voicemail.tsv: the answer carries the first bytes of the
+    // recording, possibly edited.
+    void voicemailWaveFile_data() { addRows(QStringLiteral("voicemail.tsv")); }
 
-void TestDownloaders::voicemailWaveFile()
-{
-    QFETCH(QByteArray, audio);
-    QFETCH(QString, uuid);
-    QFETCH(int, frames);
-    QFETCH(QStringList, edit);
-    QString answer = voicemailAnswer(audio, uuid);
-    if (!edit.isEmpty()) {
-        QVERIFY(answer.contains(edit.first()));
-        answer.replace(edit.first(), edit.last());
-    }
-    // Messages of other kinds on the connection are passed over.
-    m_server->setResponder(QStringLiteral("DownloadVoicemailMsg"), [&](int, const QString& frame) {
-        return frame.contains("<ID>17</ID>") ? FakeCtiServer::keepAliveAckDocument() + answer : QString();
-    });
-    QTemporaryDir folder;
-    QtLogCapture log;
-    VoicemailDownloader downloader(QStringLiteral("6.1"), nullptr);
-    QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
-    QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-    pointAt(downloader, *m_server);
-    downloader.messageId = QStringLiteral("17");
-    downloader.messageUuid = uuid;
-    downloader.destinationFolder = folder.path();
-    downloader.start();
-    QTRY_COMPARE(finished.count() + error.count(), 1);
-    if (frames < 0) {
-        QCOMPARE(error.at(0).at(0).toString(), QStringLiteral("Got invalid response"));
-        QFETCH(QString, debugLine);
-        QVERIFY(log.contains(QtDebugMsg, debugLine));
-        QVERIFY(QDir(folder.path()).isEmpty());
-        return;
-    }
-    QFETCH(QString, fileName);
-    QCOMPARE(downloader.destinationFile, folder.filePath(fileName));
-    const QByteArray wave = readFile(downloader.destinationFile);
-    const quint32 pcmSize = 320 * frames;
-    // RIFF header of 8 kHz, 16-bit mono PCM with both sizes filled in.
-    QCOMPARE(wave.left(44),
-             "RIFF" + le(36 + pcmSize, 4) + "WAVEfmt " + le(16, 4) + le(1, 2) + le(1, 2) + le(8000, 4)
-                 + le(16000, 4) + le(2, 2) + le(16, 2) + "data" + le(pcmSize, 4));
-    QCOMPARE(wave.size(), 44 + int(pcmSize));
-    const int whole = qMin(frames, 10) * 320;
-    QCOMPARE(wave.mid(44, whole), m_soxPcm.left(whole));
-}
-
-void TestDownloaders::rebrandingPackage_data()
-{
-    QTest::addColumn<QString>("answer");
-    QTest::addColumn<QByteArray>("expected"); // null: no file
-    QTest::addColumn<bool>("finishes");
-    const QByteArray zip("PK\x03\x04 new look", 14);
-    QTest::newRow("new package, own name") << packAnswer(zip, Utils::md5sum(zip)) << zip << true;
-    QTest::newRow("no package removes the old")
-        << packAnswer(QByteArray(), QString()) << QByteArray() << true;
-    QTest::newRow("md5 differs keeps the old")
-        << packAnswer(zip, Utils::md5sum(QByteArray("other"))) << QByteArray("old look") << false;
-    QTest::newRow("unknown md5 with no data")
-        << packAnswer(QByteArray(), QStringLiteral("abc")) << QByteArray("old look") << false;
-}
-
-void TestDownloaders::rebrandingPackage()
-{
-    QFETCH(QString, answer);
-    QFETCH(QByteArray, expected);
-    QFETCH(bool, finishes);
-    QTemporaryDir folder;
-    const QString assets = folder.filePath("assets.zip");
+    void voicemailWaveFile()
     {
+        QFETCH(QStringList, row);
+        const QString uuid = row.value(2), fileName = row.value(3);
+        const int frames = row.value(4).toInt(); // -1: refused, nothing written
+        QString answer = voicemailAnswer(m_gsmWave.left(row.value(1).toInt()), uuid);
+        QVERIFY(answer.contains(row.value(5)));
+        answer.replace(row.value(5), row.value(6));
+        // Messages of other kinds on the connection are passed over.
+        m_server->setResponder(QStringLiteral("DownloadVoicemailMsg"), [&](int, const QString& frame) {
+            return frame.contains("<ID>17</ID>") ? FakeCtiServer::keepAliveAckDocument() + answer : QString();
+        });
+        QTemporaryDir folder;
+        VoicemailDownloader downloader(QStringLiteral("6.1"), nullptr);
+        downloader.messageId = QStringLiteral("17");
+        downloader.messageUuid = uuid;
+        QCOMPARE(runToEnd(downloader, folder.path()), frames < 0 ? row.value(7) : QString());
+        if (frames < 0) {
+            QVERIFY(QDir(folder.path()).isEmpty());
+            return;
+        }
+        QCOMPARE(downloader.destinationFile, folder.filePath(fileName));
+        QCOMPARE(readFile(downloader.destinationFile),
+                 readFile(QStringLiteral(TELVIX_TEST_FIXTURES "/download/tone-%1-frames.wav").arg(frames)));
+    }
+
+    void rebrandingPackage_data() { addRows(QStringLiteral("rebranding.tsv")); }
+
+    void rebrandingPackage()
+    {
+        QFETCH(QStringList, row);
+        const QByteArray data = QByteArray::fromPercentEncoding(row.value(1).toUtf8());
+        const QString answer = packAnswer(data, row.value(2) == "=" ? Utils::md5sum(data) : row.value(2));
+        const QByteArray expected
+            = row.value(3) == "-" ? QByteArray() : QByteArray::fromPercentEncoding(row.value(3).toUtf8());
+        const QString failure = row.value(4);
+        QTemporaryDir folder;
+        const QString assets = folder.filePath("assets.zip");
         QFile old(assets);
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write("old look");
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old look") == 8);
+        old.close();
+        m_server->setResponder(QStringLiteral("GetRebrandingPack"),
+                               [&](int, const QString&) { return answer; });
+        RebrandingDownloader downloader(QStringLiteral("6.1"), nullptr);
+        downloader.lastMd5 = Utils::md5sum(QByteArray("old look"));
+        QCOMPARE(runToEnd(downloader, folder.path()), failure);
+        QCOMPARE(readFile(assets), expected);
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files),
+                 expected.isNull() ? QStringList() : QStringList {"assets.zip"});
+        if (failure.isEmpty()) {
+            QCOMPARE(downloader.destinationFile, assets);
+            QCOMPARE(downloader.lastMd5, expected.isNull() ? QString() : Utils::md5sum(expected));
+        }
     }
-    m_server->setResponder(QStringLiteral("GetRebrandingPack"), [&](int, const QString&) { return answer; });
-    QtLogCapture log;
-    RebrandingDownloader downloader(QStringLiteral("6.1"), nullptr);
-    QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
-    QSignalSpy error(&downloader, &SarnetDownloader::sigError);
-    pointAt(downloader, *m_server);
-    downloader.lastMd5 = Utils::md5sum(QByteArray("old look"));
-    downloader.destinationFolder = folder.path();
-    downloader.start();
-    QTRY_COMPARE(finished.count() + error.count(), 1);
-    QCOMPARE(finished.count(), int(finishes));
-    QCOMPARE(QFile::exists(assets), !expected.isNull());
-    QCOMPARE(readFile(assets), expected);
-    QCOMPARE(QDir(folder.path()).entryList(QDir::Files),
-             QStringList(expected.isNull() ? QStringList() : QStringList {"assets.zip"}));
-    if (finishes) {
-        QCOMPARE(downloader.destinationFile, assets);
-        QCOMPARE(downloader.lastMd5, expected.isNull() ? QString() : Utils::md5sum(expected));
-    } else {
-        QCOMPARE(error.at(0).at(0).toString(), QStringLiteral("Got invalid response"));
-        QVERIFY(
-            log.contains(QtDebugMsg, QStringLiteral("parsed an invalid RebrandingPack download message")));
+
+private:
+    // Runs the download into `folder` until it ends; what it failed with, as
+    // its error and the debug line, or nothing when it finished.
+    QString runToEnd(SarnetDownloader& downloader, const QString& folder)
+    {
+        QtLogCapture log;
+        QSignalSpy finished(&downloader, &SarnetDownloader::sigFinished);
+        QSignalSpy error(&downloader, &SarnetDownloader::sigError);
+        pointAt(downloader, *m_server);
+        downloader.destinationFolder = folder;
+        downloader.start();
+        if (!QTest::qWaitFor([&]() { return finished.count() + error.count() == 1; }, 5000))
+            return QStringLiteral("no ending");
+        QString failure = error.isEmpty() ? QString() : error.at(0).at(0).toString();
+        for (const QString& line : log.messages(QtDebugMsg).filter(QStringLiteral("parsed an invalid")))
+            failure += QStringLiteral(" / ") + line.mid(line.indexOf(QStringLiteral("parsed an invalid")));
+        return failure;
     }
-}
+
+    // One row a line of a fixture table, split at the tabs; '#' starts a comment.
+    static void addRows(const QString& name)
+    {
+        QTest::addColumn<QStringList>("row");
+        QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/download/") + name);
+        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        while (!file.atEnd()) {
+            const QString line = QString::fromUtf8(file.readLine()).chopped(1);
+            if (!line.startsWith(QLatin1Char('#')) && !line.isEmpty())
+                QTest::newRow(qPrintable(line.section(QLatin1Char('\t'), 0, 0)))
+                    << line.split(QLatin1Char('\t'));
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(TestDownloaders)
 #include "tst_downloaders.moc"

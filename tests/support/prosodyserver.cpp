@@ -2,42 +2,11 @@
 
 #include <QDeadlineTimer>
 #include <QFile>
-#include <QHostAddress>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTextStream>
 
 #include <csignal>
-#include <sys/types.h>
-#include <unistd.h>
-
-namespace {
-
-quint16 freePort()
-{
-    QTcpServer probe;
-    if (!probe.listen(QHostAddress::LocalHost, 0))
-        return 0;
-    return probe.serverPort();
-}
-
-QString luaString(const QString& text)
-{
-    QString escaped = text;
-    escaped.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
-        .replace(QLatin1Char('"'), QLatin1String("\\\""));
-    return QLatin1Char('"') + escaped + QLatin1Char('"');
-}
-
-} // namespace
-
-ProsodyServer::ProsodyServer() = default;
-
-ProsodyServer::~ProsodyServer()
-{
-    stop();
-}
 
 bool ProsodyServer::isInstalled()
 {
@@ -45,22 +14,10 @@ bool ProsodyServer::isInstalled()
         && !QStandardPaths::findExecutable(QStringLiteral("prosodyctl")).isEmpty();
 }
 
-void ProsodyServer::addUser(const QString& user, const QString& password)
-{
-    m_users.insert(user, password);
-}
-
-qint64 ProsodyServer::pid() const
-{
-    return m_process ? m_process->processId() : 0;
-}
-
 QString ProsodyServer::log() const
 {
     QFile file(m_dir.filePath(QStringLiteral("prosody.log")));
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    return QString::fromUtf8(file.readAll());
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 bool ProsodyServer::runTool(const QString& program, const QStringList& arguments)
@@ -68,87 +25,35 @@ bool ProsodyServer::runTool(const QString& program, const QStringList& arguments
     QProcess tool;
     tool.setProcessChannelMode(QProcess::MergedChannels);
     tool.start(program, arguments);
-    if (!tool.waitForFinished(30000)) {
-        tool.kill();
-        tool.waitForFinished(1000);
-        m_error = program + QStringLiteral(" did not finish");
-        return false;
-    }
-    if (tool.exitStatus() != QProcess::NormalExit || tool.exitCode() != 0) {
-        m_error = program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(tool.readAll());
-        return false;
-    }
-    return true;
-}
-
-bool ProsodyServer::makeCertificate()
-{
-    return runTool(QStringLiteral("openssl"),
-                   {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                    QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-days"),
-                    QStringLiteral("30"), QStringLiteral("-subj"), QStringLiteral("/CN=") + domain(),
-                    QStringLiteral("-addext"),
-                    QStringLiteral("subjectAltName=DNS:%1,IP:127.0.0.1").arg(domain()),
-                    QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("server.key")),
-                    QStringLiteral("-out"), m_dir.filePath(QStringLiteral("server.crt"))});
+    if (tool.waitForFinished(30000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0)
+        return true;
+    m_error = program + QStringLiteral(" failed: ") + QString::fromLocal8Bit(tool.readAll());
+    return false;
 }
 
 bool ProsodyServer::writeConfig()
 {
-    if (m_sharedRoster) {
-        QFile groups(m_dir.filePath(QStringLiteral("groups.txt")));
-        if (!groups.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return false;
-        QTextStream out(&groups);
-        out << "[Team]\n";
-        for (auto it = m_users.cbegin(); it != m_users.cend(); ++it)
-            out << jid(it.key()) << '\n';
-    }
-
-    QFile file(m_dir.filePath(QStringLiteral("prosody.cfg.lua")));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    QFile in(QStringLiteral(TELVIX_TEST_PROSODY_PLUGINS "/prosody.cfg.lua.in"));
+    QFile config(m_dir.filePath(QStringLiteral("prosody.cfg.lua")));
+    QFile groups(m_dir.filePath(QStringLiteral("groups.txt")));
+    if (!in.open(QIODevice::ReadOnly) || !config.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || !groups.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         m_error = QStringLiteral("cannot write the configuration");
         return false;
     }
-    QTextStream out(&file);
-    // Refuses to start as root, and then hangs, unless told otherwise.
-    if (geteuid() == 0)
-        out << "run_as_root = true\n";
-    out << "daemonize = false\n"
-        << "pidfile = " << luaString(m_dir.filePath(QStringLiteral("prosody.pid"))) << '\n'
-        << "data_path = " << luaString(m_dir.filePath(QStringLiteral("data"))) << '\n'
-        << "admin_socket = " << luaString(m_dir.filePath(QStringLiteral("prosody.sock"))) << '\n'
-        << "log = { debug = " << luaString(m_dir.filePath(QStringLiteral("prosody.log"))) << " }\n"
-        << "interfaces = { \"127.0.0.1\" }\n"
-        << "c2s_ports = { " << m_port << " }\n"
-        << "s2s_ports = { }\nhttp_ports = { }\nhttps_ports = { }\n"
-        << "modules_disabled = { \"s2s\" }\n"
-        << "c2s_require_encryption = true\n"
-        << "authentication = \"internal_hashed\"\n"
-        << "storage = \"internal\"\n"
-        << "default_archive_policy = true\n"
-        << "ssl = { key = " << luaString(m_dir.filePath(QStringLiteral("server.key")))
-        << ", certificate = " << luaString(m_dir.filePath(QStringLiteral("server.crt")))
-        << " }\n"
-        // The archive's older namespace is served by a module of the tests.
-        << "plugin_paths = { " << luaString(QStringLiteral(TELVIX_TEST_PROSODY_PLUGINS)) << " }\n"
-        << "modules_enabled = { \"roster\", \"saslauth\", \"tls\", \"disco\", \"ping\", \"carbons\", "
-           "\"offline\", \"vcard_legacy\", \"private\", \"posix\""
-        << (m_archive ? ", \"mam\", \"mam_v1\"" : "") << (m_sharedRoster ? ", \"groups\"" : "") << " }\n";
-    if (m_sharedRoster)
-        out << "groups_file = " << luaString(m_dir.filePath(QStringLiteral("groups.txt"))) << '\n';
-    out << "VirtualHost " << luaString(domain()) << '\n';
-    return true;
-}
-
-bool ProsodyServer::registerUsers()
-{
-    for (auto it = m_users.cbegin(); it != m_users.cend(); ++it) {
-        if (!runTool(QStringLiteral("prosodyctl"),
-                     {QStringLiteral("--config"), m_dir.filePath(QStringLiteral("prosody.cfg.lua")),
-                      QStringLiteral("register"), it.key(), domain(), it.value()}))
-            return false;
-    }
+    groups.write("[Team]\n");
+    for (const QString& user : m_users.keys())
+        groups.write(jid(user).toUtf8() + '\n');
+    const QString modules = QLatin1String(m_archive ? ", \"mam\", \"mam_v1\"" : "")
+        + QLatin1String(m_sharedRoster ? ", \"groups\"" : "");
+    config.write(QString::fromUtf8(in.readAll())
+                     .replace(QLatin1String("@DIR@"), m_dir.path())
+                     .replace(QLatin1String("@PORT@"), QString::number(m_port))
+                     .replace(QLatin1String("@PLUGINS@"), QStringLiteral(TELVIX_TEST_PROSODY_PLUGINS))
+                     .replace(QLatin1String("@MODULES@"), modules)
+                     .replace(QLatin1String("@CERT@"), QStringLiteral(TELVIX_TEST_CERT))
+                     .replace(QLatin1String("@KEY@"), QStringLiteral(TELVIX_TEST_KEY))
+                     .toUtf8());
     return true;
 }
 
@@ -160,53 +65,43 @@ bool ProsodyServer::launch()
     m_process->start(QStringLiteral("prosody"),
                      {QStringLiteral("--config"), m_dir.filePath(QStringLiteral("prosody.cfg.lua")),
                       QStringLiteral("-F")});
-    if (!m_process->waitForStarted(5000)) {
-        m_error = QStringLiteral("prosody did not start");
-        m_process.reset();
-        return false;
-    }
+    // An exited process is no longer started; its log says why.
     const QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        if (m_process->state() != QProcess::Running) {
-            m_error = QStringLiteral("prosody exited: ") + log();
-            m_process.reset();
-            return false;
-        }
+    while (!deadline.hasExpired() && m_process->waitForStarted(5000)) {
         // A taken port does not stop the server; it only says so in its log.
         if (log().contains(QLatin1String("Failed to open server port"))) {
-            m_error = QStringLiteral("port taken");
             stop();
+            m_error = QStringLiteral("port taken");
             return false;
         }
         QTcpSocket probe;
-        probe.connectToHost(QHostAddress::LocalHost, m_port);
+        probe.connectToHost(QStringLiteral("127.0.0.1"), m_port);
         if (probe.waitForConnected(200))
             return true;
-        probe.abort();
         m_process->waitForFinished(50);
     }
-    m_error = QStringLiteral("prosody does not listen: ") + log();
     stop();
+    m_error = QStringLiteral("prosody does not listen: ") + log();
     return false;
 }
 
 bool ProsodyServer::start()
 {
-    if (!m_dir.isValid()) {
-        m_error = QStringLiteral("no temporary directory");
+    if (!m_dir.isValid())
         return false;
-    }
-    if (!makeCertificate())
-        return false;
-    bool registered = false;
     for (int attempt = 0; attempt < 3; ++attempt) {
-        m_port = freePort();
-        if (!m_port || !writeConfig())
+        QTcpServer probe;
+        if (!probe.listen(QHostAddress::LocalHost, 0))
             return false;
-        if (!registered) {
-            if (!registerUsers())
+        m_port = probe.serverPort();
+        probe.close();
+        if (!writeConfig())
+            return false;
+        for (auto it = m_users.cbegin(); attempt == 0 && it != m_users.cend(); ++it) {
+            if (!runTool(QStringLiteral("prosodyctl"),
+                         {QStringLiteral("--config"), m_dir.filePath(QStringLiteral("prosody.cfg.lua")),
+                          QStringLiteral("register"), it.key(), QStringLiteral("default"), it.value()}))
                 return false;
-            registered = true;
         }
         if (launch())
             return true;
@@ -218,18 +113,12 @@ bool ProsodyServer::start()
 
 bool ProsodyServer::suspend()
 {
-    if (!m_process || m_suspended)
-        return false;
-    m_suspended = ::kill(pid_t(m_process->processId()), SIGSTOP) == 0;
-    return m_suspended;
+    return m_process && !m_suspended && (m_suspended = ::kill(pid_t(m_process->processId()), SIGSTOP) == 0);
 }
 
 bool ProsodyServer::resume()
 {
-    if (!m_process || !m_suspended)
-        return false;
-    m_suspended = ::kill(pid_t(m_process->processId()), SIGCONT) != 0;
-    return !m_suspended;
+    return m_process && m_suspended && !(m_suspended = ::kill(pid_t(m_process->processId()), SIGCONT) != 0);
 }
 
 bool ProsodyServer::killAndRestart()
@@ -238,7 +127,6 @@ bool ProsodyServer::killAndRestart()
         return false;
     m_process->kill();
     m_process->waitForFinished(5000);
-    m_process.reset();
     m_suspended = false;
     return launch();
 }
@@ -247,14 +135,11 @@ void ProsodyServer::stop()
 {
     if (!m_process)
         return;
-    if (m_suspended)
-        resume();
-    if (m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();
-        if (!m_process->waitForFinished(5000)) {
-            m_process->kill();
-            m_process->waitForFinished(5000);
-        }
+    resume();
+    m_process->terminate();
+    if (!m_process->waitForFinished(5000)) {
+        m_process->kill();
+        m_process->waitForFinished(5000);
     }
     m_process.reset();
 }
