@@ -1,0 +1,452 @@
+#include "scenario.h"
+
+#include "calltesthook_p.h"
+#include "commandinvoker.h"
+#include "jsonconvert.h"
+#include "logbuscapture.h"
+#include "loggedinclient.h"
+#include "qtlogcapture.h"
+
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMetaEnum>
+#include <QMutex>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QtTest>
+
+namespace {
+
+// Every signal of one Telvix, with its arguments as JSON, in the order
+// raised on whatever thread raised it. A signal is matched at most once.
+class SignalLog : public QObject
+{
+public:
+    void watch(Telvix* client)
+    {
+        const QMetaObject& meta = Telvix::staticMetaObject;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            if (meta.method(i).methodType() == QMetaMethod::Signal)
+                QMetaObject::connect(client, i, this, QObject::staticMetaObject.methodCount() + i,
+                                     Qt::DirectConnection);
+        }
+    }
+    int qt_metacall(QMetaObject::Call call, int id, void** argv) override
+    {
+        id = QObject::qt_metacall(call, id, argv);
+        if (id < 0 || call != QMetaObject::InvokeMetaMethod)
+            return id;
+        const QMetaMethod method = Telvix::staticMetaObject.method(id);
+        QJsonArray args;
+        for (int i = 0; i < method.parameterCount(); ++i) {
+            const int type = method.parameterType(i) != QMetaType::UnknownType
+                ? method.parameterType(i)
+                : QMetaType::type(method.parameterTypes().at(i));
+            args.append(JsonConvert::toJson(type, argv[i + 1]));
+        }
+        QMutexLocker lock(&mutex);
+        raised.append({QString::fromLatin1(method.name()), args});
+        matched.append(false);
+        return -1;
+    }
+    // The earliest unmatched `name` ("prefix*" for any name so starting),
+    // which becomes matched; -1 when none.
+    int take(const QString& name, QJsonArray* args)
+    {
+        QMutexLocker lock(&mutex);
+        for (int i = 0; i < raised.size(); ++i) {
+            const QString& raisedName = raised.at(i).first;
+            if (!matched.at(i)
+                && (raisedName == name
+                    || (name.endsWith(QLatin1Char('*')) && raisedName.startsWith(name.chopped(1))))) {
+                matched[i] = true;
+                *args = raised.at(i).second;
+                return i;
+            }
+        }
+        return -1;
+    }
+    void matchAll()
+    {
+        QMutexLocker lock(&mutex);
+        matched.fill(true);
+    }
+
+    QMutex mutex;
+    QList<QPair<QString, QJsonArray>> raised;
+    QVector<bool> matched;
+};
+
+// `expected` with "*" standing for any value.
+bool matches(const QJsonValue& expected, const QJsonValue& actual)
+{
+    if (expected == QJsonValue(QStringLiteral("*")))
+        return true;
+    if (expected.isArray() && actual.isArray()) {
+        const QJsonArray e = expected.toArray(), a = actual.toArray();
+        for (int i = 0; i < e.size() && e.size() == a.size(); ++i) {
+            if (!matches(e.at(i), a.at(i)))
+                return false;
+        }
+        return e.size() == a.size();
+    }
+    if (expected.isObject() && actual.isObject()) {
+        const QJsonObject e = expected.toObject(), a = actual.toObject();
+        for (auto it = e.begin(); it != e.end() && e.size() == a.size(); ++it) {
+            if (!a.contains(it.key()) || !matches(it.value(), a.value(it.key())))
+                return false;
+        }
+        return e.size() == a.size();
+    }
+    return expected == actual;
+}
+
+QJsonValue parse(const QString& text)
+{
+    const QJsonDocument doc = QJsonDocument::fromJson("[" + text.toUtf8() + "]");
+    return doc.isArray() && doc.array().size() == 1 ? doc.array().at(0) : QJsonValue(QJsonValue::Undefined);
+}
+
+QString show(const QJsonValue& value)
+{
+    return QString::fromUtf8(QJsonDocument(QJsonArray {value}).toJson(QJsonDocument::Compact))
+        .mid(1)
+        .chopped(1);
+}
+
+QString requestText(const QString& frame)
+{
+    const int from = frame.indexOf(QLatin1String("<Request>")),
+              to = frame.lastIndexOf(QLatin1String("</Request>"));
+    return from < 0 || to < from ? frame : frame.mid(from + 9, to - from - 9);
+}
+
+class Player
+{
+public:
+    explicit Player(const ScenarioCase& c)
+        : m_case(c)
+    {
+    }
+
+    void run()
+    {
+        QString api = QStringLiteral("6.1"), exten = QStringLiteral("200");
+        QStringList features;
+        bool offline = false, watchLogin = false;
+        for (const QString& line : m_case.header) {
+            const QString word = line.section(QLatin1Char(' '), 0, 0),
+                          rest = line.section(QLatin1Char(' '), 1);
+            api = word == QLatin1String("api") ? rest : api;
+            exten = word == QLatin1String("exten") ? rest : exten;
+            features = word == QLatin1String("features") ? rest.split(QLatin1Char(' ')) : features;
+            offline = offline || word == QLatin1String("offline");
+            watchLogin = watchLogin || word == QLatin1String("watch-login");
+        }
+        bool known = false;
+        const int mode = QMetaEnum::fromType<TELVIX::AppMode>().keyToValue(qPrintable(m_case.mode), &known);
+        QVERIFY2(known, qPrintable(m_case.mode));
+        if (offline) {
+            startOffline();
+        } else {
+            m_app.reset(new LoggedInClient(TELVIX::AppMode(mode), api, exten));
+            m_app->setFeatures(features);
+            m_app->setBeforeLogin([this](Telvix* client) { m_signals.watch(client); });
+            QVERIFY(m_app->start());
+            m_server = &m_app->server();
+            m_conn = m_app->connection();
+        }
+        if (!watchLogin)
+            m_signals.matchAll();
+        for (int i = 0; i < m_case.steps.size(); ++i) {
+            m_line = m_case.stepLines.at(i);
+            m_where = QStringLiteral("%1:%2: %3").arg(m_case.file).arg(m_line).arg(m_case.steps.at(i));
+            if (!step(m_case.steps.at(i)))
+                return;
+        }
+    }
+
+private:
+    Telvix* client() const { return m_app ? m_app->client() : m_offline.data(); }
+
+    void startOffline()
+    {
+        m_offline.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("scenario"),
+                                   QStringLiteral("1.0"), QStringLiteral("dev-scenario"), m_dir.path()));
+        m_signals.watch(m_offline.data());
+        m_offline->init();
+    }
+
+    // Everything the library's thread was asked before is done, and what it
+    // sent has reached the server.
+    bool roundTrip()
+    {
+        QMetaObject::invokeMethod(
+            client(), [] {}, Qt::BlockingQueuedConnection);
+        if (!m_server)
+            return true;
+        client()->sendKeepAlive();
+        return !m_server->waitForFrame(QStringLiteral("KeepAlive")).isEmpty();
+    }
+
+    bool fail(const QString& why)
+    {
+        QTest::qFail(qPrintable(m_where + QLatin1String("\n   ") + why), qPrintable(m_case.file), m_line);
+        return false;
+    }
+
+    bool check(bool ok, const QString& why = QStringLiteral("failed")) { return ok || fail(why); }
+
+    bool compare(const QString& what, const QJsonValue& expected, const QJsonValue& actual)
+    {
+        if (expected.isUndefined())
+            return fail(QStringLiteral("no valid JSON; %1 was %2").arg(what, show(actual)));
+        return check(
+            matches(expected, actual),
+            QStringLiteral("%1\n   expected %2\n   actual   %3").arg(what, show(expected), show(actual)));
+    }
+
+    bool step(const QString& line)
+    {
+        const QString verb = line.section(QLatin1Char(' '), 0, 0), rest = line.section(QLatin1Char(' '), 1);
+        const QString first = rest.section(QLatin1Char(' '), 0, 0), tail = rest.section(QLatin1Char(' '), 1);
+        if (verb == QLatin1String("server"))
+            return check(m_server && m_server->send(m_conn, document(rest)) && waitForAck(m_lastUuid),
+                         QStringLiteral("no MsgAck"));
+        if (verb == QLatin1String("server-noack")) {
+            const QString xml = document(rest);
+            m_server->send(m_conn, xml + FakeCtiServer::probeDocument(m_api()));
+            return check(!m_server->waitForFrame(QStringLiteral("KeepAlive")).isEmpty(),
+                         QStringLiteral("no probe answer"))
+                && check(m_server->framesContaining(QStringLiteral("MsgAck"), m_conn)
+                             .filter(m_lastUuid)
+                             .isEmpty(),
+                         QStringLiteral("acknowledged"));
+        }
+        if (verb == QLatin1String("send"))
+            return check(m_server->send(m_conn, document(rest)));
+        if (verb == QLatin1String("call") || verb == QLatin1String("call@lib"))
+            return call(first, tail, verb == QLatin1String("call"));
+        if (verb == QLatin1String("frame") || verb == QLatin1String("frame~")) {
+            const QString frame = m_server->waitForFrame(first);
+            if (frame.isEmpty())
+                return fail(QStringLiteral("no frame"));
+            if (verb == QLatin1String("frame~"))
+                return check(QRegularExpression(tail).match(frame).hasMatch(), frame);
+            return check(requestText(frame) == tail, QLatin1String("actual ") + requestText(frame));
+        }
+        if (verb == QLatin1String("frames")) {
+            if (!roundTrip())
+                return fail(QStringLiteral("no round trip"));
+            QStringList frames = m_server->receivedFrames(m_conn);
+            frames.erase(std::remove_if(frames.begin(), frames.end(),
+                                        [&first](const QString& f) {
+                                            return first == QLatin1String("*")
+                                                ? FakeCtiServer::hasElement(f, QStringLiteral("MsgAck"))
+                                                    || FakeCtiServer::hasElement(f,
+                                                                                 QStringLiteral("KeepAlive"))
+                                                : !FakeCtiServer::hasElement(f, first);
+                                        }),
+                         frames.end());
+            return check(frames.size() == tail.toInt(), frames.join(QLatin1Char('\n')));
+        }
+        if (verb == QLatin1String("bytes"))
+            return check(
+                QTest::qWaitFor([&] { return m_server->receivedBytes(m_conn).contains(rest.toUtf8()); }),
+                QString::fromUtf8(m_server->receivedBytes(m_conn)));
+        if (verb == QLatin1String("signal")) {
+            QJsonArray args;
+            (void)QTest::qWaitFor([&] { return m_signals.take(first, &args) >= 0; }, 5000);
+            return compare(QStringLiteral("arguments of ") + first, parse(tail), args);
+        }
+        if (verb == QLatin1String("nosignal")) {
+            QJsonArray args;
+            return check(roundTrip() && m_signals.take(rest, &args) < 0, show(args));
+        }
+        if (verb == QLatin1String("log"))
+            return check(m_log.waitFor(tail) && m_log.contains(first.toInt(), tail),
+                         m_log.texts().join(QLatin1Char('\n')));
+        if (verb == QLatin1String("nolog"))
+            return check(roundTrip() && !m_log.contains(rest));
+        if (verb == QLatin1String("qtlog"))
+            return check(QTest::qWaitFor([&] { return m_qtLog.contains(rest); }),
+                         m_qtLog.messages().join(QLatin1Char('\n')));
+        if (verb == QLatin1String("noqtlog"))
+            return check(roundTrip() && !m_qtLog.contains(rest));
+        if (verb == QLatin1String("legs")) {
+            QJsonArray legs;
+            const QList<CallInfo> list = CallTableTestHook::legs(client(), first);
+            for (const CallInfo& leg : list)
+                legs.append(JsonConvert::toJson(QVariant::fromValue(leg)));
+            return compare(QStringLiteral("legs"), parse(tail), legs);
+        }
+        if (verb == QLatin1String("calls")) {
+            QJsonObject calls;
+            const QMap<QString, QStringList> table = CallTableTestHook::accountsByUid(client());
+            for (auto it = table.begin(); it != table.end(); ++it)
+                calls.insert(it.key(), QJsonArray::fromStringList(it.value()));
+            return compare(QStringLiteral("calls"), parse(rest), calls);
+        }
+        if (verb == QLatin1String("legcount"))
+            return compare(QStringLiteral("legs"), parse(rest), CallTableTestHook::legCount(client()));
+        if (verb == QLatin1String("disconnect")) {
+            m_server->disconnectClient(m_conn);
+            return true;
+        }
+        if (verb == QLatin1String("redirect"))
+            return redirect();
+        if (verb == QLatin1String("restart")) {
+            m_offline->shutdown();
+            m_offline.reset();
+            startOffline();
+            return true;
+        }
+        if (verb.startsWith(QLatin1String("ini"))) {
+            QSettings ini(m_dir.filePath(QStringLiteral("srnt.ini")), QSettings::IniFormat);
+            if (verb == QLatin1String("ini-set")) {
+                ini.setValue(first, tail);
+                return true;
+            }
+            if (verb == QLatin1String("ini-groups")) {
+                ini.beginGroup(first);
+                return compare(first, parse(tail), QJsonArray::fromStringList(ini.childGroups()));
+            }
+            return compare(first, parse(tail), QJsonValue::fromVariant(ini.value(first)));
+        }
+        return fail(QStringLiteral("unknown step"));
+    }
+
+    QString m_api() const { return m_app ? m_app->api() : QString(); }
+
+    QString document(const QString& body)
+    {
+        const QString xml = FakeCtiServer::document(body, m_api());
+        m_lastUuid = FakeCtiServer::uuidOf(xml);
+        return xml;
+    }
+
+    bool waitForAck(const QString& uuid)
+    {
+        for (QString ack; !(ack = m_server->waitForFrame(QStringLiteral("MsgAck"))).isEmpty();) {
+            if (ack.contains(uuid))
+                return true;
+        }
+        return false;
+    }
+
+    bool call(const QString& name, QString text, bool callerThread)
+    {
+        const int arrow = text.lastIndexOf(QLatin1String("=> "));
+        const QString expected = arrow < 0 ? QString() : text.mid(arrow + 3);
+        text = arrow < 0 ? text : text.left(arrow);
+        const QJsonValue args = text.trimmed().isEmpty() ? QJsonArray() : parse(text);
+        if (!args.isArray())
+            return fail(QStringLiteral("arguments are no JSON array"));
+        CommandInvoker invoker(client(), Telvix::staticMetaObject);
+        if (callerThread)
+            invoker.setCallerThreadMethods({name.toLatin1()});
+        const CommandInvoker::Result result = invoker.invoke(name, args.toArray());
+        if (!result.ok)
+            return fail(result.error);
+        return expected.isEmpty() || compare(QStringLiteral("result"), parse(expected), result.value);
+    }
+
+    bool redirect()
+    {
+        m_other.reset(new FakeCtiServer);
+        m_other->setApiVersion(m_api());
+        m_other->setAutoLogin(true);
+        m_other->setAutoKeepAliveAck(true);
+        if (!m_other->listen())
+            return fail(QStringLiteral("second server"));
+        QJsonArray args;
+        m_server->send(m_conn,
+                       FakeCtiServer::redirectDocument(FakeCtiServer::host(), m_other->port(), m_api()));
+        if (!QTest::qWaitFor([&] { return m_signals.take(QStringLiteral("loggedToServer"), &args) >= 0; },
+                             10000))
+            return fail(QStringLiteral("no login on the second server"));
+        m_server = m_other.data();
+        m_conn = m_other->lastConnection();
+        m_server->clearFrames();
+        return true;
+    }
+
+    const ScenarioCase& m_case;
+    QString m_where;
+    int m_line = 0;
+    QString m_lastUuid;
+    SignalLog m_signals;
+    LogbusCapture m_log;
+    QtLogCapture m_qtLog;
+    QTemporaryDir m_dir;
+    QScopedPointer<FakeCtiServer> m_other;
+    QScopedPointer<LoggedInClient> m_app;
+    QScopedPointer<Telvix> m_offline;
+    FakeCtiServer* m_server = nullptr;
+    int m_conn = -1;
+};
+
+} // namespace
+
+QList<ScenarioCase> Scenario::load(const QString& folder)
+{
+    QStringList paths;
+    QDirIterator it(folder, {QStringLiteral("*.scenario")}, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        paths.append(it.next());
+    paths.sort();
+    QList<ScenarioCase> cases;
+    for (const QString& path : qAsConst(paths)) {
+        QFile file(path);
+        file.open(QIODevice::ReadOnly | QIODevice::Text);
+        const QString name = QDir(folder).relativeFilePath(path);
+        QMap<QString, QString> lets;
+        QList<ScenarioCase> ofFile;
+        QStringList modes;
+        int number = 0;
+        for (const QString& raw : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
+            ++number;
+            QString line = raw.trimmed();
+            for (auto let = lets.begin(); let != lets.end(); ++let)
+                line.replace(QLatin1String("${") + let.key() + QLatin1Char('}'), let.value());
+            const QString word = line.section(QLatin1Char(' '), 0, 0),
+                          rest = line.section(QLatin1Char(' '), 1);
+            if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
+                continue;
+            if (word == QLatin1String("let")) {
+                lets.insert(rest.section(QLatin1Char(' '), 0, 0), rest.section(QLatin1Char(' '), 1));
+            } else if (word == QLatin1String("scenario")) {
+                ofFile.append(ScenarioCase {name + QLatin1Char(':') + rest, path, QString(), {}, {}, {}});
+            } else if (ofFile.isEmpty()) {
+                qWarning("%s:%d: a step outside any scenario", qPrintable(path), number);
+            } else if (ofFile.last().steps.isEmpty()
+                       && QStringList({"mode", "api", "exten", "features", "watch-login", "offline"})
+                              .contains(word)) {
+                ofFile.last().header.append(line);
+            } else {
+                ofFile.last().steps.append(line);
+                ofFile.last().stepLines.append(number);
+            }
+        }
+        for (const ScenarioCase& c : qAsConst(ofFile)) {
+            const QStringList header = c.header.filter(QRegularExpression(QStringLiteral("^mode ")));
+            modes = header.isEmpty() ? QStringList {QStringLiteral("AppModeSrntPro")}
+                                     : header.last().mid(5).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+            for (const QString& mode : qAsConst(modes)) {
+                ScenarioCase row = c;
+                row.mode = mode;
+                if (modes.size() > 1)
+                    row.tag += QStringLiteral(" [%1]").arg(mode);
+                cases.append(row);
+            }
+        }
+    }
+    return cases;
+}
+
+void Scenario::play(const ScenarioCase& scenario)
+{
+    Player(scenario).run();
+}

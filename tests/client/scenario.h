@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// A client scenario: a fixture file (*.scenario under tests/fixtures/client)
+// played against a real Telvix logged in to the fake CTI server over TLS.
+// One line per step; blank lines and lines starting with '#' are skipped.
+//
+//   let NAME text              ${NAME} in later lines of the file becomes text
+//   scenario NAME              starts a case, played with a fresh client
+// Header (before the first step of a case):
+//   mode KEY [KEY...]          TELVIX::AppMode keys; one row per key (default AppModeSrntPro)
+//   api 6.1 | exten 200 | features W1 W2
+//   watch-login                signals raised during the login count too
+//   offline                    no server and no login: the client is only init()ed
+// Steps:
+//   server BODY                BODY in a response document; waits for its MsgAck
+//   server-noack BODY          BODY, then a probe; waits for the keep-alive, checks no MsgAck came
+//   send BODY                  BODY in a response document, without waiting
+//   call NAME [ARGS] [=> RES]  the method called from the test's thread with the JSON array
+//                              ARGS (JsonConvert), its result compared with the JSON RES
+//   call@lib ...               the same, called on the library's thread
+//   frame ELEMENT TEXT         the next frame carrying ELEMENT; what stands inside <Request>
+//                              (the whole frame when there is none) equals TEXT
+//   frame~ ELEMENT REGEX       the next frame carrying ELEMENT matches REGEX
+//   frames ELEMENT N           after a round trip, N frames since the login carry ELEMENT
+//                              ("*": every frame but MsgAck and KeepAlive)
+//   bytes TEXT                 the raw bytes from the client contain TEXT
+//   signal NAME JSON           the earliest unmatched NAME raised, its arguments as a JSON
+//                              array; "*" in JSON matches any value
+//   nosignal NAME              after a round trip, no unmatched NAME ("prefix*": no name so starting)
+//   log PRIORITY TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
+//   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
+//   disconnect                 the server closes the connection
+//   redirect                   a second server starts; the client is redirected and logs in
+//                              there; later steps talk to it
+//   restart                    the client is shut down and built again on the same data folder
+//   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
+struct ScenarioCase
+{
+    QString tag; // "folder/file:name [mode]"
+    QString file;
+    QString mode;
+    QStringList header;
+    QStringList steps;
+    QList<int> stepLines;
+};
+
+namespace Scenario {
+
+/// Every case of every *.scenario file under `folder`, in path order.
+QList<ScenarioCase> load(const QString& folder);
+/// Plays one case; a failed step fails the running QtTest function.
+void play(const ScenarioCase& scenario);
+
+} // namespace Scenario

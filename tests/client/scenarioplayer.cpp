@@ -1,0 +1,32 @@
+// Plays every client scenario of tests/fixtures/client (the format is
+// described in scenario.h): one row per scenario and application mode.
+#include "scenario.h"
+
+#include <QtTest>
+
+class ScenarioPlayer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void play_data()
+    {
+        QTest::addColumn<int>("index");
+        m_cases = Scenario::load(QStringLiteral(TELVIX_TEST_FIXTURES "/client"));
+        QVERIFY(!m_cases.isEmpty());
+        for (int i = 0; i < m_cases.size(); ++i)
+            QTest::newRow(qPrintable(m_cases.at(i).tag)) << i;
+    }
+
+    void play()
+    {
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
+    }
+
+private:
+    QList<ScenarioCase> m_cases;
+};
+
+QTEST_GUILESS_MAIN(ScenarioPlayer)
+#include "scenarioplayer.moc"
