@@ -8,7 +8,8 @@
 // played against a real Telvix logged in to the fake CTI server over TLS.
 // One line per step; blank lines and lines starting with '#' are skipped.
 //
-//   let NAME text              ${NAME} in later lines of the file becomes text
+//   let NAME text              ${NAME} in later lines of the file becomes text; in
+//                              ${NAME a|b}, $1 and $2 of text become a and b
 //   scenario NAME              starts a case, played with a fresh client
 // Header (before the first step of a case):
 //   mode KEY [KEY...]          TELVIX::AppMode keys; one row per key (default AppModeSrntPro)
