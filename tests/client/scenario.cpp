@@ -238,6 +238,10 @@ private:
             const QString frame = m_server->waitForFrame(first);
             if (frame.isEmpty())
                 return fail(QStringLiteral("no frame"));
+            if (tail == QLatin1String("?") && qEnvironmentVariableIsSet("TELVIX_SCENARIO_SHOW")) {
+                qWarning("SHOW %d %s", m_line, qPrintable(requestText(frame)));
+                return true;
+            }
             if (verb == QLatin1String("frame~"))
                 return check(QRegularExpression(tail).match(frame).hasMatch(), frame);
             return check(requestText(frame) == tail, QLatin1String("actual ") + requestText(frame));
@@ -273,6 +277,9 @@ private:
         if (verb == QLatin1String("log"))
             return check(m_log.waitFor(tail) && m_log.contains(first.toInt(), tail),
                          m_log.texts().join(QLatin1Char('\n')));
+        if (verb == QLatin1String("logcount"))
+            return check(roundTrip() && m_log.count(tail) == first.toInt(),
+                         m_log.texts().join(QLatin1Char('\n')));
         if (verb == QLatin1String("nolog"))
             return check(roundTrip() && !m_log.contains(rest));
         if (verb == QLatin1String("qtlog"))
@@ -296,6 +303,10 @@ private:
         }
         if (verb == QLatin1String("legcount"))
             return compare(QStringLiteral("legs"), parse(rest), CallTableTestHook::legCount(client()));
+        if (verb == QLatin1String("forget")) {
+            m_server->clearFrames();
+            return roundTrip() && (m_server->clearFrames(), true);
+        }
         if (verb == QLatin1String("disconnect")) {
             m_server->disconnectClient(m_conn);
             return true;

@@ -29,10 +29,11 @@
 //   frames ELEMENT N           after a round trip, N frames since the login carry ELEMENT
 //                              ("*": every frame but MsgAck and KeepAlive)
 //   bytes TEXT                 the raw bytes from the client contain TEXT
+//   forget                     after a round trip, the frames so far are forgotten
 //   signal NAME JSON           the earliest unmatched NAME raised, its arguments as a JSON
 //                              array; "*" in JSON matches any value
 //   nosignal NAME              after a round trip, no unmatched NAME ("prefix*": no name so starting)
-//   log PRIORITY TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
+//   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
 //   disconnect                 the server closes the connection
 //   redirect                   a second server starts; the client is redirected and logs in
