@@ -201,6 +201,11 @@ private:
 
     bool compare(const QString& what, const QJsonValue& expected, const QJsonValue& actual)
     {
+        // TELVIX_SCENARIO_SHOW prints what a step without its JSON met, and goes on.
+        if (expected.isUndefined() && qEnvironmentVariableIsSet("TELVIX_SCENARIO_SHOW")) {
+            qWarning("SHOW %d %s", m_line, qPrintable(show(actual)));
+            return true;
+        }
         if (expected.isUndefined())
             return fail(QStringLiteral("no valid JSON; %1 was %2").arg(what, show(actual)));
         return check(
@@ -233,6 +238,10 @@ private:
             const QString frame = m_server->waitForFrame(first);
             if (frame.isEmpty())
                 return fail(QStringLiteral("no frame"));
+            if (tail == QLatin1String("?") && qEnvironmentVariableIsSet("TELVIX_SCENARIO_SHOW")) {
+                qWarning("SHOW %d %s", m_line, qPrintable(requestText(frame)));
+                return true;
+            }
             if (verb == QLatin1String("frame~"))
                 return check(QRegularExpression(tail).match(frame).hasMatch(), frame);
             return check(requestText(frame) == tail, QLatin1String("actual ") + requestText(frame));
@@ -268,6 +277,9 @@ private:
         if (verb == QLatin1String("log"))
             return check(m_log.waitFor(tail) && m_log.contains(first.toInt(), tail),
                          m_log.texts().join(QLatin1Char('\n')));
+        if (verb == QLatin1String("logcount"))
+            return check(roundTrip() && m_log.count(tail) == first.toInt(),
+                         m_log.texts().join(QLatin1Char('\n')));
         if (verb == QLatin1String("nolog"))
             return check(roundTrip() && !m_log.contains(rest));
         if (verb == QLatin1String("qtlog"))
@@ -291,6 +303,10 @@ private:
         }
         if (verb == QLatin1String("legcount"))
             return compare(QStringLiteral("legs"), parse(rest), CallTableTestHook::legCount(client()));
+        if (verb == QLatin1String("forget")) {
+            m_server->clearFrames();
+            return roundTrip() && (m_server->clearFrames(), true);
+        }
         if (verb == QLatin1String("disconnect")) {
             m_server->disconnectClient(m_conn);
             return true;
@@ -409,8 +425,15 @@ QList<ScenarioCase> Scenario::load(const QString& folder)
         for (const QString& raw : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
             ++number;
             QString line = raw.trimmed();
-            for (auto let = lets.begin(); let != lets.end(); ++let)
-                line.replace(QLatin1String("${") + let.key() + QLatin1Char('}'), let.value());
+            // ${NAME} or ${NAME a|b|c}: $1, $2... of the value take the arguments.
+            static const QRegularExpression use(QStringLiteral("\\$\\{(\\w+)(?: ([^{}]*))?\\}"));
+            for (QRegularExpressionMatch m; (m = use.match(line)).hasMatch();) {
+                QString value = lets.value(m.captured(1));
+                const QStringList args = m.captured(2).split(QLatin1Char('|'));
+                for (int i = 9; i > 0; --i)
+                    value.replace(QLatin1Char('$') + QString::number(i), args.value(i - 1));
+                line.replace(m.capturedStart(), m.capturedLength(), value);
+            }
             const QString word = line.section(QLatin1Char(' '), 0, 0),
                           rest = line.section(QLatin1Char(' '), 1);
             if (line.isEmpty() || line.startsWith(QLatin1Char('#')))

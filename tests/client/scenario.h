@@ -8,7 +8,8 @@
 // played against a real Telvix logged in to the fake CTI server over TLS.
 // One line per step; blank lines and lines starting with '#' are skipped.
 //
-//   let NAME text              ${NAME} in later lines of the file becomes text
+//   let NAME text              ${NAME} in later lines of the file becomes text; in
+//                              ${NAME a|b}, $1 and $2 of text become a and b
 //   scenario NAME              starts a case, played with a fresh client
 // Header (before the first step of a case):
 //   mode KEY [KEY...]          TELVIX::AppMode keys; one row per key (default AppModeSrntPro)
@@ -28,10 +29,11 @@
 //   frames ELEMENT N           after a round trip, N frames since the login carry ELEMENT
 //                              ("*": every frame but MsgAck and KeepAlive)
 //   bytes TEXT                 the raw bytes from the client contain TEXT
+//   forget                     after a round trip, the frames so far are forgotten
 //   signal NAME JSON           the earliest unmatched NAME raised, its arguments as a JSON
 //                              array; "*" in JSON matches any value
 //   nosignal NAME              after a round trip, no unmatched NAME ("prefix*": no name so starting)
-//   log PRIORITY TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
+//   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
 //   disconnect                 the server closes the connection
 //   redirect                   a second server starts; the client is redirected and logs in
