@@ -249,17 +249,13 @@ private:
         if (verb == QLatin1String("frames")) {
             if (!roundTrip())
                 return fail(QStringLiteral("no round trip"));
-            QStringList frames = m_server->receivedFrames(m_conn);
-            frames.erase(std::remove_if(frames.begin(), frames.end(),
-                                        [&first](const QString& f) {
-                                            return first == QLatin1String("*")
-                                                ? FakeCtiServer::hasElement(f, QStringLiteral("MsgAck"))
-                                                    || FakeCtiServer::hasElement(f,
-                                                                                 QStringLiteral("KeepAlive"))
-                                                : !FakeCtiServer::hasElement(f, first);
-                                        }),
-                         frames.end());
-            return check(frames.size() == tail.toInt(), frames.join(QLatin1Char('\n')));
+            const QStringList frames = m_server->receivedFrames(m_conn);
+            int count = 0;
+            for (const QString& f : frames)
+                count += first == QLatin1String("*") ? !FakeCtiServer::hasElement(f, QStringLiteral("MsgAck"))
+                        && !FakeCtiServer::hasElement(f, QStringLiteral("KeepAlive"))
+                                                     : FakeCtiServer::hasElement(f, first);
+            return check(count == tail.toInt(), frames.join(QLatin1Char('\n')));
         }
         if (verb == QLatin1String("bytes"))
             return check(
@@ -287,24 +283,17 @@ private:
                          m_qtLog.messages().join(QLatin1Char('\n')));
         if (verb == QLatin1String("noqtlog"))
             return check(roundTrip() && !m_qtLog.contains(rest));
-        if (verb == QLatin1String("legs")) {
-            QJsonArray legs;
-            const QList<CallInfo> list = CallTableTestHook::legs(client(), first);
-            for (const CallInfo& leg : list)
-                legs.append(JsonConvert::toJson(QVariant::fromValue(leg)));
-            return compare(QStringLiteral("legs"), parse(tail), legs);
-        }
-        if (verb == QLatin1String("calls")) {
-            QJsonObject calls;
-            const QMap<QString, QStringList> table = CallTableTestHook::accountsByUid(client());
-            for (auto it = table.begin(); it != table.end(); ++it)
-                calls.insert(it.key(), QJsonArray::fromStringList(it.value()));
-            return compare(QStringLiteral("calls"), parse(rest), calls);
-        }
+        if (verb == QLatin1String("legs"))
+            return compare(
+                verb, parse(tail),
+                JsonConvert::toJson(QVariant::fromValue(CallTableTestHook::legs(client(), first))));
+        if (verb == QLatin1String("calls"))
+            return compare(
+                verb, parse(rest),
+                JsonConvert::toJson(QVariant::fromValue(CallTableTestHook::accountsByUid(client()))));
         if (verb == QLatin1String("legcount"))
-            return compare(QStringLiteral("legs"), parse(rest), CallTableTestHook::legCount(client()));
+            return compare(verb, parse(rest), CallTableTestHook::legCount(client()));
         if (verb == QLatin1String("forget")) {
-            m_server->clearFrames();
             return roundTrip() && (m_server->clearFrames(), true);
         }
         if (verb == QLatin1String("disconnect")) {
