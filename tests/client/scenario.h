@@ -21,7 +21,8 @@
 //   server-noack BODY          BODY, then a probe; waits for the keep-alive, checks no MsgAck came
 //   send BODY                  BODY in a response document, without waiting
 //   call NAME [ARGS] [=> RES]  the method called from the test's thread with the JSON array
-//                              ARGS (JsonConvert), its result compared with the JSON RES
+//                              ARGS (JsonConvert; null: a default value), its result
+//                              compared with the JSON RES
 //   call@lib ...               the same, called on the library's thread
 //   frame ELEMENT TEXT         the next frame carrying ELEMENT; what stands inside <Request>
 //                              (the whole frame when there is none) equals TEXT

@@ -1,9 +1,10 @@
-// The call table under a burst of overlapping calls. The scenarios in
-// tests/fixtures/client/calls play the single calls; this suite also runs
-// under the leak checker.
+// The call table: the scenarios of tests/fixtures/client/calls, and a burst
+// of overlapping calls. The legs are what leaks when anything does, so this
+// suite also runs under the leak checker.
 #include "callevents.h"
 #include "calltesthook_p.h"
 #include "loggedinclient.h"
+#include "scenario.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -15,6 +16,20 @@ class TestCalls : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void play_data()
+    {
+        QTest::addColumn<int>("index");
+        m_cases = Scenario::load(QStringLiteral(TELVIX_TEST_FIXTURES "/client/calls"));
+        for (int i = 0; i < m_cases.size(); ++i)
+            QTest::newRow(qPrintable(m_cases.at(i).tag)) << i;
+    }
+
+    void play()
+    {
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
+    }
+
     // Calls that overlap, each on two accounts, ended in an order unlike the
     // order they began in, with duplicates and strays among them.
     void manyOverlappingCallsLeaveTheTableEmpty()
@@ -46,6 +61,9 @@ private Q_SLOTS:
         QCOMPARE(CallTableTestHook::legCount(app.client()), 0);
         QVERIFY(CallTableTestHook::accountsByUid(app.client()).isEmpty());
     }
+
+private:
+    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestCalls)
