@@ -11,50 +11,10 @@
 
 namespace {
 
-/// Every element name of the dispatch table, once.
-QStringList tableNames()
+QJsonDocument fixture(const char* name)
 {
-    QStringList names;
-    for (const DispatchRow& row : dispatchTable()) {
-        for (const MessageRecognizer::Needle& needle : row.needles) {
-            if (needle.kind != MessageRecognizer::NeedleKind::BareWord && !names.contains(needle.text))
-                names << needle.text;
-        }
-    }
-    return names;
-}
-
-/// One fragment of a generated message: %1 a name, %2 a name close to it
-/// without being it, %3 a run of letters, %4 a number.
-QString fragment(QRandomGenerator& random, const QStringList& names)
-{
-    static const QStringList shapes = {"<%1>",
-                                       "<%1>",
-                                       "</%1>",
-                                       "<%1/>",
-                                       "<%1 id=\"7\">",
-                                       "<%2>",
-                                       "<%2/>",
-                                       "<Value>phoneEvent</Value>",
-                                       "<Key kind=\"phoneEvent\"/>",
-                                       "<phoneEventList>",
-                                       "phoneEven",
-                                       "a < b > c",
-                                       "<<%1>>",
-                                       "<>",
-                                       "<%1/ >",
-                                       "<%1",
-                                       "<%1%3>",
-                                       "&lt;%1&gt;",
-                                       "<Text>%4</Text>"};
-    const QString name = names.at(random.bounded(names.size()));
-    const QString misses[]
-        = {name.chopped(1), name + 's', 'X' + name, name.toLower(), name.toUpper(), name + name, name.mid(1)};
-    return QString(shapes.at(random.bounded(shapes.size())))
-        .replace("%1", name)
-        .replace("%2", misses[random.bounded(7)])
-        .replace("%3", QString(random.bounded(40), 'x'))
-        .replace("%4", QString::number(random.generate()));
+    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/client/messagerecognizer/") + name);
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()) : QJsonDocument();
 }
 
 } // namespace
@@ -68,11 +28,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("xml");
         QTest::addColumn<int>("row"); // 1-based as in the table, 0 for none
-        QFile file(TELVIX_TEST_FIXTURES "/client/messagerecognizer/dispatchtable.json");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonObject cases = QJsonDocument::fromJson(file.readAll()).object();
+        const QJsonObject cases = fixture("dispatchtable.json").object();
         for (auto it = cases.begin(); it != cases.end(); ++it) {
-            if (it.value().isArray())
+            if (it->isArray())
                 QTest::newRow(qPrintable(it.key()))
                     << it->toArray().at(0).toString() << it->toArray().at(1).toInt();
         }
@@ -103,12 +61,31 @@ private Q_SLOTS:
         QFETCH(int, fragments);
         QRandomGenerator random(seed);
         const MessageRecognizer& recognizer = dispatchRecognizer();
-        const QStringList names = tableNames() + QStringList {"SRNT", "Response", "Info", "User", "Name"};
+        // Every element name of the dispatch table, and some that hold them.
+        QStringList names = {"SRNT", "Response", "Info", "User", "Name"};
+        for (const DispatchRow& row : dispatchTable()) {
+            for (const MessageRecognizer::Needle& needle : row.needles) {
+                if (needle.kind != MessageRecognizer::NeedleKind::BareWord && !names.contains(needle.text))
+                    names << needle.text;
+            }
+        }
+        // Fragments: %1 a name, %2 a name close to it without being it, %3 a
+        // run of letters, %4 a number.
+        const QStringList shapes = fixture("fragments.json").toVariant().toStringList();
+        QVERIFY(shapes.size() > 10);
         QVector<int> seen(dispatchTable().size() + 1, 0);
         for (int i = 0; i < 2500; ++i) {
             QString xml = QStringLiteral("<SRNT><API>6.1</API>");
-            for (int f = random.bounded(fragments); f >= 0; --f)
-                xml += fragment(random, names);
+            for (int f = random.bounded(fragments); f >= 0; --f) {
+                const QString name = names.at(random.bounded(names.size()));
+                const QString misses[] = {name.chopped(1), name + 's',  'X' + name, name.toLower(),
+                                          name.toUpper(),  name + name, name.mid(1)};
+                xml += QString(shapes.at(random.bounded(shapes.size())))
+                           .replace("%1", name)
+                           .replace("%2", misses[random.bounded(7)])
+                           .replace("%3", QString(random.bounded(40), 'x'))
+                           .replace("%4", QString::number(random.generate()));
+            }
             const int expected = recognizer.recognizeBySearch(xml);
             const int got = recognizer.recognize(xml);
             if (got != expected)
