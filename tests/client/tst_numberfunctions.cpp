@@ -1,6 +1,5 @@
-// Numbers as users type them, turned into what the PBX dials, and the
-// machine's address. What depends on the server's data is played as a
-// client scenario (fixtures/client/numbers).
+// The machine's hardware address as the library picks it. The number
+// functions are played as client scenarios (fixtures/client/numbers).
 #include "telvix.h"
 
 #include <QNetworkInterface>
@@ -12,29 +11,6 @@ class TestNumberFunctions : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void typedNumbers_data()
-    {
-        QTest::addColumn<QJsonArray>("row");
-        QFile file(TELVIX_TEST_FIXTURES "/client/numbers/typed.json");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonObject rows = QJsonDocument::fromJson(file.readAll()).object();
-        for (auto it = rows.begin(); it != rows.end(); ++it) {
-            if (it->isArray())
-                QTest::newRow(qPrintable(it.key())) << it->toArray();
-        }
-        QVERIFY(rows.size() > 20);
-    }
-
-    void typedNumbers()
-    {
-        QFETCH(QJsonArray, row);
-        const QString typed = row.at(0).toString();
-        QCOMPARE(Telvix::purifyOutgoingNumber(typed), row.at(1).toString());
-        QCOMPARE(Telvix::isPhoneNum(typed), row.at(2).toBool());
-        QCOMPARE(Telvix::isMobileNum(typed), row.at(3).toBool());
-        QCOMPARE(Telvix::numAnonymizer(typed), row.at(4).toString());
-    }
-
     void interfaceMacAddress_data()
     {
         QTest::addColumn<QString>("ip");
