@@ -17,8 +17,6 @@
 
 namespace {
 
-const QString kAccepted = QStringLiteral("New client connected to local socket");
-
 /// Raises `signature` of the library on its own thread with JSON arguments.
 void raise(Telvix* telvix, const QByteArray& signature, const QJsonArray& json = {})
 {
@@ -43,16 +41,19 @@ void raise(Telvix* telvix, const QByteArray& signature, const QJsonArray& json =
 }
 
 /// One application on the loopback port, collecting whole messages.
-class LocalApp
+struct LocalApp
 {
-public:
+    QTcpSocket socket;
+    QStringList messages;
+    QByteArray buffer;
+
     LocalApp()
     {
         QObject::connect(&socket, &QTcpSocket::readyRead, [this] {
-            m_buffer += socket.readAll();
-            for (int at = m_buffer.indexOf("</SRNT>"); at >= 0; at = m_buffer.indexOf("</SRNT>")) {
-                messages << QString::fromUtf8(m_buffer.left(at + 7));
-                m_buffer.remove(0, at + 7);
+            buffer += socket.readAll();
+            for (int at = buffer.indexOf("</SRNT>"); at >= 0; at = buffer.indexOf("</SRNT>")) {
+                messages << QString::fromUtf8(buffer.left(at + 7));
+                buffer.remove(0, at + 7);
             }
         });
     }
@@ -61,22 +62,11 @@ public:
     /// that nothing sent afterwards is lost.
     bool attach(const LogbusCapture& log, int port)
     {
-        const int accepted = log.count(kAccepted);
+        const int accepted = log.count("New client connected to local socket");
         socket.connectToHost(QHostAddress::LocalHost, quint16(port));
         return socket.waitForConnected(5000)
-            && QTest::qWaitFor([&] { return log.count(kAccepted) > accepted; }, 5000);
+            && QTest::qWaitFor([&] { return log.count("New client connected to local socket") > accepted; });
     }
-
-    bool waitForMessages(int count) const
-    {
-        return QTest::qWaitFor([&] { return messages.size() >= count; }, 5000);
-    }
-
-    QTcpSocket socket;
-    QStringList messages;
-
-private:
-    QByteArray m_buffer;
 };
 
 QString frame(const QString& body, const QString& api = QStringLiteral("4.1"))
@@ -123,7 +113,7 @@ private Q_SLOTS:
         raise(m_telvix.get(), row["signal"].toString().toLatin1(), row["args"].toArray());
         // A keep-alive behind it tells that nothing else was written in between.
         raise(m_telvix.get(), "sigGuiKeepAlive()");
-        QVERIFY(m_app.waitForMessages(2));
+        QTRY_VERIFY(m_app.messages.size() >= 2);
         QCOMPARE(m_app.messages, QStringList({frame(row["frame"].toString()), frame("<KeepAlive/>")}));
     }
 
@@ -154,7 +144,7 @@ private Q_SLOTS:
         QVERIFY(app.attach(m_log, second));
         raise(telvix.get(), "sigC2cFinished(QString)", {"u9"});
         raise(telvix.get(), "sigGuiKeepAlive()");
-        QVERIFY(app.waitForMessages(2));
+        QTRY_VERIFY(app.messages.size() >= 2);
         QCOMPARE(app.messages,
                  QStringList({frame("<Event><C2cFinished><Uid>u9</Uid></C2cFinished></Event>"),
                               frame("<KeepAlive/>")}));
@@ -172,7 +162,7 @@ private Q_SLOTS:
         LocalApp oldApp, newApp;
         QVERIFY(oldApp.attach(m_log, first) && newApp.attach(m_log, second));
         raise(telvix.get(), "sigGuiKeepAlive()");
-        QVERIFY(oldApp.waitForMessages(1) && newApp.waitForMessages(1));
+        QTRY_VERIFY(oldApp.messages.size() >= 1 && newApp.messages.size() >= 1);
         // Shutdown frees both servers: each application sees its connection end.
         QSignalSpy oldGone(&oldApp.socket, &QTcpSocket::disconnected);
         QSignalSpy newGone(&newApp.socket, &QTcpSocket::disconnected);
@@ -187,7 +177,7 @@ private Q_SLOTS:
         LoggedInClient session(TELVIX::AppMode(6), QStringLiteral("6.1"));
         session.setBeforeLogin([&](Telvix* telvix) { QVERIFY(app.attach(m_log, telvix->initTcpServer())); });
         QVERIFY(session.start());
-        QVERIFY(app.waitForMessages(1));
+        QTRY_VERIFY(app.messages.size() >= 1);
         QVERIFY2(
             app.messages.first().startsWith(QStringLiteral("<SRNT><API>6.1</API><Login><Exten>200</Exten>")),
             qPrintable(app.messages.first()));
