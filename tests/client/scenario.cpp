@@ -491,6 +491,18 @@ QList<ScenarioCase> Scenario::load(const QString& folder)
     return cases;
 }
 
+QList<ScenarioCase> Scenario::addRows(const QString& folder, const QStringList& skip)
+{
+    QTest::addColumn<int>("index");
+    const QList<ScenarioCase> cases = load(QStringLiteral(TELVIX_TEST_FIXTURES "/client/") + folder);
+    for (int i = 0; i < cases.size(); ++i) {
+        if (std::none_of(skip.begin(), skip.end(),
+                         [&](const QString& s) { return cases.at(i).tag.startsWith(s); }))
+            QTest::newRow(qPrintable(cases.at(i).tag)) << i;
+    }
+    return cases;
+}
+
 void Scenario::play(const ScenarioCase& scenario)
 {
     Player(scenario).run();

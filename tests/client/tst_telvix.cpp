@@ -29,11 +29,11 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("identity");
         QTest::addColumn<bool>("swWarning");
         QTest::addColumn<bool>("deviceWarning");
-        QTest::newRow("complete") << QStringList{"os", "1", "sw", "2", "dev"} << false << false;
-        QTest::newRow("no os type") << QStringList{"", "1", "sw", "2", "dev"} << true << false;
-        QTest::newRow("no sw version") << QStringList{"os", "1", "sw", "", "dev"} << true << false;
-        QTest::newRow("no device") << QStringList{"os", "1", "sw", "2", ""} << false << true;
-        QTest::newRow("nothing") << QStringList{"", "", "", "", ""} << true << true;
+        QTest::newRow("complete") << QStringList {"os", "1", "sw", "2", "dev"} << false << false;
+        QTest::newRow("no os type") << QStringList {"", "1", "sw", "2", "dev"} << true << false;
+        QTest::newRow("no sw version") << QStringList {"os", "1", "sw", "", "dev"} << true << false;
+        QTest::newRow("no device") << QStringList {"os", "1", "sw", "2", ""} << false << true;
+        QTest::newRow("nothing") << QStringList {"", "", "", "", ""} << true << true;
     }
 
     void constructionWarnsAboutMissingIdentity()

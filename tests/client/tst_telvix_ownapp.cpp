@@ -19,13 +19,13 @@ private Q_SLOTS:
         QTemporaryDir dir;
         QtLogCapture log;
         {
-            Telvix client(QStringLiteral("Linux"), QStringLiteral("6"), QStringLiteral("t"), QStringLiteral("1"),
-                          QStringLiteral("d"), dir.path());
+            Telvix client(QStringLiteral("Linux"), QStringLiteral("6"), QStringLiteral("t"),
+                          QStringLiteral("1"), QStringLiteral("d"), dir.path());
             QVERIFY(client.init());
             QVERIFY(log.contains("Creating new QCoreApplication"));
             QVERIFY(QCoreApplication::instance());
             QCOMPARE(QCoreApplication::instance()->thread(), static_cast<QThread*>(&client));
-            QCOMPARE(QCoreApplication::arguments(), QStringList{"TelvixApplication"});
+            QCOMPARE(QCoreApplication::arguments(), QStringList {"TelvixApplication"});
             QVERIFY(client.shutdown());
             QVERIFY(client.isFinished());
         }
