@@ -27,7 +27,8 @@
 //   frame ELEMENT TEXT         the next frame carrying ELEMENT; what stands inside <Request>
 //                              (the whole frame when there is none) equals TEXT
 //   frame~ ELEMENT REGEX       the next frame carrying ELEMENT matches REGEX
-//   frames ELEMENT N           after a round trip, N frames since the login carry ELEMENT
+//   frames ELEMENT N           after a round trip, N frames since the login (or the last
+//                              forget) carry ELEMENT
 //                              ("*": every frame but MsgAck and KeepAlive)
 //   bytes TEXT                 the raw bytes from the client contain TEXT
 //   forget                     after a round trip, the frames so far are forgotten
@@ -41,6 +42,9 @@
 //                              there; later steps talk to it
 //   restart                    the client is shut down and built again on the same data folder
 //   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
+// A JSON, or the TEXT of a frame, written "?" fails the step; with the
+// environment variable TELVIX_SCENARIO_SHOW set, the step prints what it met
+// instead ("SHOW line value") and goes on, which is how a new case is filled in.
 struct ScenarioCase
 {
     QString tag; // "folder/file:name [mode]"
@@ -55,6 +59,10 @@ namespace Scenario {
 
 /// Every case of every *.scenario file under `folder`, in path order.
 QList<ScenarioCase> load(const QString& folder);
+/// For a _data function: the cases of tests/fixtures/client/`folder`, one
+/// row each in the column "index" (into the list returned), but those whose
+/// tag starts with a word of `skip`.
+QList<ScenarioCase> addRows(const QString& folder, const QStringList& skip = {});
 /// Plays one case; a failed step fails the running QtTest function.
 void play(const ScenarioCase& scenario);
 

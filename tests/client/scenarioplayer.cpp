@@ -1,6 +1,7 @@
 // Plays every client scenario of tests/fixtures/client (the format is
 // described in scenario.h): one row per scenario and application mode. The
-// call table's are tst_calls' own, which the leak checker runs too.
+// call table's and the requests' belong to tst_calls and tst_telvixrequests,
+// which the leak checker and the thread checker run too.
 #include "scenario.h"
 
 #include <QtTest>
@@ -12,13 +13,8 @@ class ScenarioPlayer : public QObject
 private Q_SLOTS:
     void play_data()
     {
-        QTest::addColumn<int>("index");
-        m_cases = Scenario::load(QStringLiteral(TELVIX_TEST_FIXTURES "/client"));
+        m_cases = Scenario::addRows(QString(), {QStringLiteral("calls/"), QStringLiteral("requests/")});
         QVERIFY(!m_cases.isEmpty());
-        for (int i = 0; i < m_cases.size(); ++i) {
-            if (!m_cases.at(i).tag.startsWith(QLatin1String("calls/")))
-                QTest::newRow(qPrintable(m_cases.at(i).tag)) << i;
-        }
     }
 
     void play()

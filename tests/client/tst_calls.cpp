@@ -16,13 +16,7 @@ class TestCalls : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void play_data()
-    {
-        QTest::addColumn<int>("index");
-        m_cases = Scenario::load(QStringLiteral(TELVIX_TEST_FIXTURES "/client/calls"));
-        for (int i = 0; i < m_cases.size(); ++i)
-            QTest::newRow(qPrintable(m_cases.at(i).tag)) << i;
-    }
+    void play_data() { m_cases = Scenario::addRows(QStringLiteral("calls")); }
 
     void play()
     {

@@ -1,6 +1,9 @@
-// What a scenario cannot see of the requests: the keep-alive's answer timer.
-// The requests themselves are played in tests/fixtures/client/requests.
+// Requests to the server: the scenarios of tests/fixtures/client/requests,
+// which hop between the application's thread and the library's (the thread
+// checker runs this suite), and the keep-alive's answer timer, which a
+// scenario cannot see.
 #include "loggedinclient.h"
+#include "scenario.h"
 #include "telvix_p.h"
 
 #include <QtTest>
@@ -10,6 +13,14 @@ class TestTelvixRequests : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void play_data() { m_cases = Scenario::addRows(QStringLiteral("requests")); }
+
+    void play()
+    {
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
+    }
+
     void injectedKeepAliveAckStopsTheAckTimer()
     {
         LoggedInClient app(TELVIX::AppModeSrntPro);
@@ -28,6 +39,9 @@ private Q_SLOTS:
         QVERIFY(!waiting());
         QVERIFY(app.client()->isConnected());
     }
+
+private:
+    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixRequests)
