@@ -4,6 +4,7 @@
 // the timers (shortened through the private interval hook). What follows a
 // plain login and the ordinary ends of a session are played as scenarios.
 #include "fakectiserver.h"
+#include "jsonconvert.h"
 #include "logbuscapture.h"
 #include "simplexmlparser.h"
 #include "telvix.h"
@@ -64,8 +65,11 @@ struct Session
         QSignalSpy logged(client.data(), &Telvix::loggedToServer);
         server.setAutoLogin(true);
         connect(mode, domain);
-        return QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000);
+        const bool in = QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000);
+        details = in ? JsonConvert::toJson(logged.at(0).at(0)).toObject() : QJsonObject();
+        return in;
     }
+    QJsonObject details; // of the last login
     bool startLoggedIn() { return start() && logIn(); }
     QStringList loginFrames() const { return server.framesContaining("Login"); }
     /// The UUIDs acknowledged on `other`, or on this server.
@@ -116,6 +120,7 @@ private Q_SLOTS:
         }
         s.server.setApiVersion(row["api"].toString("6.1"));
         FakeCtiServer::LoginAnswer answer;
+        answer.mobileNumber = row["mobile"].toString();
         for (const QJsonValue& word : row["features"].toArray())
             answer.features << word.toString();
         s.server.setLoginAnswer(answer);
@@ -134,6 +139,9 @@ private Q_SLOTS:
             QVERIFY(s.ackedIds().isEmpty());
         } else {
             QVERIFY(s.logIn(TELVIX::AppMode(mode), row["domain"].toString("default")));
+            const QJsonObject details = row["details"].toObject();
+            for (auto it = details.begin(); it != details.end(); ++it)
+                QCOMPARE(s.details.value(it.key()), it.value());
         }
         QCOMPARE(s.loginFrames().size(), 1);
         const QJsonObject login = row["login"].toObject();
