@@ -1,7 +1,6 @@
 // Chat through Telvix against a real prosody: colleagues are known by their
 // extensions, never by their chat ids, in messages, presence, files, vCards
 // and history; losing the CTI session or the chat server is handled.
-#include "directorymessages.h"
 #include "logbuscapture.h"
 #include "loggedinclient.h"
 #include "prosodyserver.h"
@@ -39,15 +38,12 @@ private:
         if (!session->start())
             return nullptr;
         QSignalSpy connected(session->client(), &Telvix::sigChatConnected);
-        BuddiesRespMsg msg;
-        for (const auto& [exten, chatId] :
-             {std::pair {"200", "alice@default"}, {"201", "bob@default"}, {"202", ""}}) {
-            BuddyEntry entry;
-            entry.exten = exten;
-            entry.chatId = chatId;
-            msg.buddies << entry;
-        }
-        if (!session->deliver(msg.generateXmlMessageBody())
+        QString users;
+        for (const char* const user : {"200 alice@default", "201 bob@default", "202"})
+            users += QString("<User><ChatID>%2</ChatID><Contact><Type>exten</Type><Value>%1</Value></"
+                             "Contact></User>")
+                         .arg(QString(user).section(' ', 0, 0), QString(user).section(' ', 1));
+        if (!session->deliver("<ExtenList>" + users + "</ExtenList>")
             || !QTest::qWaitFor([&] { return !connected.isEmpty(); }, 10000))
             return nullptr;
         return session;
