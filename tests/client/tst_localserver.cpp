@@ -4,7 +4,6 @@
 #include "jsonconvert.h"
 #include "logbuscapture.h"
 #include "loggedinclient.h"
-#include "qtlogcapture.h"
 #include "telvix.h"
 
 #include <QHostAddress>
@@ -125,10 +124,8 @@ private Q_SLOTS:
         QVERIFY(m_log.contains(100, QStringLiteral("Invalid ClientSocketManager instance")));
         QVERIFY(telvix->closeTcpServer());
         QVERIFY(telvix->shutdown());
-        // The library's thread is gone: the blocking forms give their failure values.
-        QtLogCapture qtLog;
+        // The library's thread is gone: the blocking form gives its failure value.
         QCOMPARE(telvix->initTcpServer(), -1);
-        QVERIFY(qtLog.contains(QStringLiteral("invoke method failed!")));
     }
 
     void restartKeepsOneWiringAndChangesPort()
