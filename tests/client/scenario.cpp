@@ -228,7 +228,7 @@ private:
                          QStringLiteral("no MsgAck"));
         if (verb == QLatin1String("server-noack")) {
             const QString xml = document(rest);
-            m_server->send(m_conn, xml + FakeCtiServer::probeDocument(m_api()));
+            m_server->send(m_conn, xml + FakeCtiServer::probeDocument(serverApi()));
             return check(!m_server->waitForFrame(QStringLiteral("KeepAlive")).isEmpty(),
                          QStringLiteral("no probe answer"))
                 && check(m_server->framesContaining(QStringLiteral("MsgAck"), m_conn)
@@ -299,9 +299,8 @@ private:
                 JsonConvert::toJson(QVariant::fromValue(CallTableTestHook::accountsByUid(client()))));
         if (verb == QLatin1String("legcount"))
             return compare(verb, parse(rest), CallTableTestHook::legCount(client()));
-        if (verb == QLatin1String("forget")) {
+        if (verb == QLatin1String("forget"))
             return roundTrip() && (m_server->clearFrames(), true);
-        }
         if (verb == QLatin1String("disconnect")) {
             m_server->disconnectClient(m_conn);
             return true;
@@ -329,11 +328,11 @@ private:
         return fail(QStringLiteral("unknown step"));
     }
 
-    QString m_api() const { return m_app ? m_app->api() : QString(); }
+    QString serverApi() const { return m_app ? m_app->api() : QString(); }
 
     QString document(const QString& body)
     {
-        const QString xml = FakeCtiServer::document(body, m_api());
+        const QString xml = FakeCtiServer::document(body, serverApi());
         m_lastUuid = FakeCtiServer::uuidOf(xml);
         return xml;
     }
@@ -392,14 +391,14 @@ private:
     bool redirect()
     {
         m_other.reset(new FakeCtiServer);
-        m_other->setApiVersion(m_api());
+        m_other->setApiVersion(serverApi());
         m_other->setAutoLogin(true);
         m_other->setAutoKeepAliveAck(true);
         if (!m_other->listen())
             return fail(QStringLiteral("second server"));
         QJsonArray args;
         m_server->send(m_conn,
-                       FakeCtiServer::redirectDocument(FakeCtiServer::host(), m_other->port(), m_api()));
+                       FakeCtiServer::redirectDocument(FakeCtiServer::host(), m_other->port(), serverApi()));
         if (!QTest::qWaitFor([&] { return m_signals.take(QStringLiteral("loggedToServer"), &args) >= 0; },
                              10000))
             return fail(QStringLiteral("no login on the second server"));
