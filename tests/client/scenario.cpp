@@ -5,6 +5,7 @@
 #include "logbuscapture.h"
 #include "loggedinclient.h"
 #include "qtlogcapture.h"
+#include "telvixtimers_p.h"
 
 #include <QDirIterator>
 #include <QJsonArray>
@@ -134,7 +135,7 @@ public:
     void run()
     {
         QString api = QStringLiteral("6.1"), exten = QStringLiteral("200");
-        QStringList features;
+        QStringList features, timers;
         bool offline = false, watchLogin = false;
         for (const QString& line : m_case.header) {
             const QString word = line.section(QLatin1Char(' '), 0, 0),
@@ -142,18 +143,27 @@ public:
             api = word == QLatin1String("api") ? rest : api;
             exten = word == QLatin1String("exten") ? rest : exten;
             features = word == QLatin1String("features") ? rest.split(QLatin1Char(' ')) : features;
+            timers = word == QLatin1String("timers") ? rest.split(QLatin1Char(' ')) : timers;
             offline = offline || word == QLatin1String("offline");
             watchLogin = watchLogin || word == QLatin1String("watch-login");
         }
         bool known = false;
         const int mode = QMetaEnum::fromType<TELVIX::AppMode>().keyToValue(qPrintable(m_case.mode), &known);
         QVERIFY2(known, qPrintable(m_case.mode));
+        TelvixTimerIntervals t;
+        for (int* const field : {&t.keepAliveMs, &t.keepAliveAckMs, &t.guiKeepAliveMs, &t.periodicDataMs}) {
+            const int ms = timers.isEmpty() ? 0 : timers.takeFirst().toInt();
+            *field = ms ? ms : *field;
+        }
         if (offline) {
             startOffline();
         } else {
             m_app.reset(new LoggedInClient(TELVIX::AppMode(mode), api, exten));
             m_app->setFeatures(features);
-            m_app->setBeforeLogin([this](Telvix* client) { m_signals.watch(client); });
+            m_app->setBeforeLogin([this, t](Telvix* client) {
+                setTelvixTimerIntervals(client, t);
+                m_signals.watch(client);
+            });
             QVERIFY(m_app->start());
             m_server = &m_app->server();
             m_conn = m_app->connection();
@@ -187,7 +197,8 @@ private:
         if (client()->isRunning())
             QMetaObject::invokeMethod(
                 client(), [] {}, Qt::BlockingQueuedConnection);
-        if (!m_server)
+        // A closed connection has nothing more to deliver.
+        if (!m_server || !m_server->isConnected(m_conn) || !client()->isRunning() || !client()->isConnected())
             return true;
         client()->sendKeepAlive();
         return !m_server->waitForFrame(QStringLiteral("KeepAlive")).isEmpty();
@@ -219,8 +230,9 @@ private:
     {
         const QString verb = line.section(QLatin1Char(' '), 0, 0), rest = line.section(QLatin1Char(' '), 1);
         const QString first = rest.section(QLatin1Char(' '), 0, 0), tail = rest.section(QLatin1Char(' '), 1);
-        static const QStringList needServer = {"server", "server-noack", "send",   "frame",      "frame~",
-                                               "frames", "bytes",        "forget", "disconnect", "redirect"};
+        static const QStringList needServer
+            = {"server", "server-noack", "send",       "frame",    "frame~", "frames",
+               "bytes",  "forget",       "disconnect", "redirect", "noack",  "keepalive-ack"};
         if (!m_server && needServer.contains(verb))
             return fail(QStringLiteral("no server in an offline scenario"));
         if (verb == QLatin1String("server"))
@@ -238,6 +250,16 @@ private:
         }
         if (verb == QLatin1String("send"))
             return check(m_server->send(m_conn, document(rest)));
+        if (verb == QLatin1String("noack"))
+            return check(roundTrip()
+                             && m_server->framesContaining(QStringLiteral("MsgAck"), m_conn)
+                                    .filter(m_lastUuid)
+                                    .isEmpty(),
+                         QStringLiteral("acknowledged"));
+        if (verb == QLatin1String("keepalive-ack")) {
+            m_server->setAutoKeepAliveAck(rest == QLatin1String("on"));
+            return true;
+        }
         if (verb == QLatin1String("call") || verb == QLatin1String("call@lib"))
             return call(first, tail, verb == QLatin1String("call"));
         if (verb == QLatin1String("frame") || verb == QLatin1String("frame~")) {
@@ -267,10 +289,13 @@ private:
             return check(
                 QTest::qWaitFor([&] { return m_server->receivedBytes(m_conn).contains(rest.toUtf8()); }),
                 QString::fromUtf8(m_server->receivedBytes(m_conn)));
-        if (verb == QLatin1String("signal")) {
+        if (verb == QLatin1String("signal") || verb == QLatin1String("signal<ack")) {
             QJsonArray args;
-            (void)QTest::qWaitFor([&] { return m_signals.take(first, &args) >= 0; }, 5000);
-            return compare(QStringLiteral("arguments of ") + first, parse(tail), args);
+            int at = -1;
+            (void)QTest::qWaitFor([&] { return (at = m_signals.take(first, &args)) >= 0; }, 5000);
+            return compare(QStringLiteral("arguments of ") + first, parse(tail), args)
+                && check(verb == QLatin1String("signal") || at < m_raisedAtAck,
+                         QStringLiteral("raised after the acknowledgement"));
         }
         if (verb == QLatin1String("nosignal")) {
             QJsonArray args;
@@ -278,6 +303,9 @@ private:
         }
         if (verb == QLatin1String("log"))
             return check(m_log.waitFor(tail) && m_log.contains(first.toInt(), tail),
+                         m_log.texts().join(QLatin1Char('\n')));
+        if (verb == QLatin1String("logs"))
+            return check(QTest::qWaitFor([&] { return m_log.count(tail) >= first.toInt(); }),
                          m_log.texts().join(QLatin1Char('\n')));
         if (verb == QLatin1String("logcount"))
             return check(roundTrip() && m_log.count(tail) == first.toInt(),
@@ -340,8 +368,11 @@ private:
     bool waitForAck(const QString& uuid)
     {
         for (QString ack; !(ack = m_server->waitForFrame(QStringLiteral("MsgAck"))).isEmpty();) {
-            if (ack.contains(uuid))
+            if (ack.contains(uuid)) {
+                QMutexLocker lock(&m_signals.mutex);
+                m_raisedAtAck = m_signals.raised.size();
                 return true;
+            }
         }
         return false;
     }
@@ -411,6 +442,7 @@ private:
     const ScenarioCase& m_case;
     QString m_where;
     int m_line = 0;
+    int m_raisedAtAck = 0; // signals raised when the last awaited MsgAck came
     QString m_lastUuid;
     SignalLog m_signals;
     LogbusCapture m_log;
@@ -470,7 +502,8 @@ QList<ScenarioCase> Scenario::load(const QString& folder)
             } else if (ofFile.isEmpty()) {
                 qWarning("%s:%d: a step outside any scenario", qPrintable(path), number);
             } else if (ofFile.last().steps.isEmpty()
-                       && QStringList({"mode", "api", "exten", "features", "watch-login", "offline"})
+                       && QStringList(
+                              {"mode", "api", "exten", "features", "timers", "watch-login", "offline"})
                               .contains(word)) {
                 ofFile.last().header.append(line);
             } else {

@@ -14,12 +14,16 @@
 // Header (before the first step of a case):
 //   mode KEY [KEY...]          TELVIX::AppMode keys; one row per key (default AppModeSrntPro)
 //   api 6.1 | exten 200 | features W1 W2
+//   timers KA ACK GUI PERIODIC the session's timer intervals in ms (0 keeps the real one)
 //   watch-login                signals raised during the login count too
 //   offline                    no server and no login: the client is only init()ed
 // Steps:
 //   server BODY                BODY in a response document; waits for its MsgAck
 //   server-noack BODY          BODY, then a probe; waits for the keep-alive, checks no MsgAck came
 //   send BODY                  BODY in a response document, without waiting
+//   noack                      after a round trip (none once the connection is closed), the
+//                              last document sent has no MsgAck
+//   keepalive-ack on|off       whether the server answers keep-alives
 //   call NAME [ARGS] [=> RES]  the method called from the test's thread with the JSON array
 //                              ARGS (JsonConvert; null: a default value), its result
 //                              compared with the JSON RES
@@ -34,8 +38,10 @@
 //   forget                     after a round trip, the frames so far are forgotten
 //   signal NAME JSON           the earliest unmatched NAME raised, its arguments as a JSON
 //                              array; "*" in JSON matches any value
+//   signal<ack NAME JSON       the same, and raised before the MsgAck of the last server step
 //   nosignal NAME              after a round trip, no unmatched NAME ("prefix*": no name so starting)
 //   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
+//   logs N TEXT                at least N lines contain TEXT, waited for
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
 //   disconnect                 the server closes the connection
 //   redirect                   a second server starts; the client is redirected and logs in

@@ -1,7 +1,7 @@
 // Plays every client scenario of tests/fixtures/client (the format is
 // described in scenario.h): one row per scenario and application mode. The
-// call table's and the requests' belong to tst_calls and tst_telvixrequests,
-// which the leak checker and the thread checker run too.
+// folders of tests that the leak checker or the thread checker run are theirs
+// to play (calls, requests, dispatch, session, telvix).
 #include "scenario.h"
 
 #include <QtTest>
@@ -13,7 +13,10 @@ class ScenarioPlayer : public QObject
 private Q_SLOTS:
     void play_data()
     {
-        m_cases = Scenario::addRows(QString(), {QStringLiteral("calls/"), QStringLiteral("requests/")});
+        m_cases = Scenario::addRows(QString(),
+                                    {QStringLiteral("calls/"), QStringLiteral("requests/"),
+                                     QStringLiteral("dispatch/"), QStringLiteral("session/"),
+                                     QStringLiteral("telvix/")});
         QVERIFY(!m_cases.isEmpty());
     }
 

@@ -1,8 +1,9 @@
 // The client object itself: construction, its thread, the message dump and
-// shutdown, with an application that has its own QCoreApplication. What it
-// answers before any server is played from fixtures/client/telvix.
+// shutdown, with an application that has its own QCoreApplication; and what
+// it answers before any server, the scenarios of fixtures/client/telvix.
 #include "logbuscapture.h"
 #include "qtlogcapture.h"
+#include "scenario.h"
 #include "telvix.h"
 
 #include <QCoreApplication>
@@ -16,6 +17,14 @@ class TestTelvix : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void play_data() { m_cases = Scenario::addRows(QStringLiteral("telvix")); }
+
+    void play()
+    {
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
+    }
+
     void constructionWarnsAboutMissingIdentity_data()
     {
         QTest::addColumn<QStringList>("identity");
@@ -105,6 +114,9 @@ private Q_SLOTS:
         QVERIFY(client->shutdown());
         QCOMPARE(QDir(dir.filePath("msgDump")).entryList(QDir::Files).size(), 1);
     }
+
+private:
+    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvix)

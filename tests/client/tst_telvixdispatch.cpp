@@ -1,8 +1,9 @@
 // What the dispatcher keeps out of sight of the signals, over TLS from the
 // fake server: the peer maps and how they end with the connection, and a
-// character cut between two reads. What the server's messages raise is
-// played from fixtures/client/dispatch.
+// character cut between two reads; and the scenarios of fixtures/client/dispatch,
+// what the server's messages raise.
 #include "loggedinclient.h"
+#include "scenario.h"
 #include "telvix.h"
 #include "telvix_p.h"
 
@@ -27,6 +28,17 @@ class TestTelvixDispatch : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // The dates the server writes are local times.
+    void initTestCase() { qputenv("TZ", "UTC"); }
+
+    void play_data() { m_cases = Scenario::addRows(QStringLiteral("dispatch")); }
+
+    void play()
+    {
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
+    }
+
     void peerMapsFollowTheListsAndEndWithTheConnection()
     {
         LoggedInClient app(TELVIX::AppModeSrntPro);
@@ -102,6 +114,9 @@ private Q_SLOTS:
         }
         QVERIFY2(unregistered.isEmpty(), qPrintable(unregistered.join(QLatin1Char(' '))));
     }
+
+private:
+    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixDispatch)

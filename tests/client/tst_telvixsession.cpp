@@ -1,15 +1,15 @@
 // The session with the CTI server where the server itself misbehaves or is
 // set up apart: logins with and without a banner (fixtures/client/session),
-// refused logins, redirection, refused connections, certificate checking and
-// the timers (shortened through the private interval hook). What follows a
-// plain login and the ordinary ends of a session are played as scenarios.
+// refused logins, redirection, refused connections and certificate checking.
+// What follows a plain login, the ordinary ends of a session and the timers
+// are the scenarios of fixtures/client/session.
 #include "fakectiserver.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
+#include "scenario.h"
 #include "simplexmlparser.h"
 #include "telvix.h"
 #include "telvix_p.h"
-#include "telvixtimers_p.h"
 
 #include <QMetaEnum>
 #include <QScopedPointer>
@@ -34,16 +34,9 @@ struct Session
     QScopedPointer<QSignalSpy> gone; // every disconnectedFromServer
     LogbusCapture log;
 
-    /// Timers in milliseconds; 0 keeps the real one.
-    explicit Session(int keepAlive = 0, int keepAliveAck = 0, int guiKeepAlive = 0, int periodicData = 0)
+    Session()
     {
         client.reset(new Telvix("Linux", "6.1", "session-test", "2.0", "dev-7", dir.path()));
-        TelvixTimerIntervals t;
-        t.keepAliveMs = keepAlive ? keepAlive : t.keepAliveMs;
-        t.keepAliveAckMs = keepAliveAck ? keepAliveAck : t.keepAliveAckMs;
-        t.guiKeepAliveMs = guiKeepAlive ? guiKeepAlive : t.guiKeepAliveMs;
-        t.periodicDataMs = periodicData ? periodicData : t.periodicDataMs;
-        setTelvixTimerIntervals(client.data(), t);
         gone.reset(new QSignalSpy(client.data(), &Telvix::disconnectedFromServer));
         server.setAutoKeepAliveAck(true);
     }
@@ -289,61 +282,16 @@ private Q_SLOTS:
         QCOMPARE(s.gone->count(), 0);
     }
 
-    void keepAliveIsAnsweredOnTimeOrEndsTheSession()
+    void play_data() { m_cases = Scenario::addRows(QStringLiteral("session")); }
+
+    void play()
     {
-        // Answered keep-alives keep the session: three rounds pass.
-        Session s(100, 2000);
-        QVERIFY(s.startLoggedIn());
-        QTRY_VERIFY(s.server.framesContaining("KeepAlive").size() >= 3);
-        QCOMPARE(s.gone->count(), 0);
-        QVERIFY(s.client->stopKeepAliveTimer());
-        QVERIFY(s.client->isConnected());
-        // A keep-alive restarts the ack timer: the wait must end before the next.
-        Session silent(200, 100);
-        QVERIFY(silent.startLoggedIn());
-        silent.server.setAutoKeepAliveAck(false);
-        QCOMPARE(silent.disconnection(), QStringLiteral("ConnectionTimeout"));
-        QVERIFY(silent.log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
-        QVERIFY(!silent.server.framesContaining("KeepAlive").isEmpty());
+        QFETCH(int, index);
+        Scenario::play(m_cases.at(index));
     }
 
-    void guiKeepAliveBeatsEvenWhenDisabled()
-    {
-        Session s(0, 0, 50);
-        QVERIFY(s.start());
-        QSignalSpy beats(s.client.data(), &Telvix::sigGuiKeepAlive);
-        QVERIFY(s.client->enableGuiKeepAlive(false));
-        QTRY_VERIFY(beats.count() >= 3);
-        QVERIFY(s.log.contains(10000, "GUI KeepAlive Disabled"));
-        QVERIFY(s.log.contains(10000, "Sending GUI KeepAlive"));
-        QVERIFY(s.client->ackGuiKeepAlive());
-        QVERIFY(s.log.waitFor("GUI KeepAlive acked."));
-    }
-
-    void periodicDataRunsInDesktopModesOnly_data()
-    {
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<bool>("runs");
-        QTest::newRow("srnt_pro") << int(TELVIX::AppModeSrntPro) << true;
-        QTest::newRow("srntlog") << int(TELVIX::AppModeSrntLog) << false;
-        QTest::newRow("srnt_mobile") << int(TELVIX::AppModeSrntMobile) << false;
-    }
-
-    void periodicDataRunsInDesktopModesOnly()
-    {
-        QFETCH(int, mode);
-        QFETCH(bool, runs);
-        Session s(0, 0, 50, 50);
-        QVERIFY(s.start());
-        QVERIFY(s.logIn(TELVIX::AppMode(mode)));
-        // The heartbeat runs at the same pace on the same thread: once it has
-        // beaten a few times, the periodic timer would have run as often.
-        QVERIFY(s.client->enableGuiKeepAlive(true));
-        QTRY_VERIFY(s.log.count("Sending GUI KeepAlive") >= 5);
-        // A desktop client asks for what is new since its stored history.
-        QTRY_COMPARE(s.log.count("Current APP MODE:") >= 3, runs);
-        QTRY_COMPARE(s.server.framesContaining("GetCDR").isEmpty(), !runs);
-    }
+private:
+    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixSession)

@@ -47,14 +47,6 @@ public:
     bool waitForAck(const QString& uuid, int timeoutMs = 5000);
     /// sendEvent() and waitForAck() in one.
     bool deliver(const QString& body);
-    /// For messages the client does not acknowledge: sends `body` followed by
-    /// the server's probe, and waits for the keep-alive that answers the
-    /// probe, which tells that the message before it was handled. `uuid`
-    /// receives the message's UUID.
-    bool deliverThenProbe(const QString& body, QString* uuid = nullptr);
-    /// Whether the client acknowledged `uuid` so far.
-    bool acknowledged(const QString& uuid) const;
-
     /// Frames the client sent since the last clearFrames() that carry `element`.
     QStringList framesWith(const QString& element) const;
     void clearFrames() { m_server.clearFrames(); }
