@@ -226,13 +226,15 @@ private:
             QStringLiteral("%1\n   expected %2\n   actual   %3").arg(what, show(expected), show(actual)));
     }
 
-    bool step(const QString& line)
+    bool step(QString line)
     {
+        if (m_server)
+            line.replace(QLatin1String("$PORT"), QString::number(m_server->port()));
         const QString verb = line.section(QLatin1Char(' '), 0, 0), rest = line.section(QLatin1Char(' '), 1);
         const QString first = rest.section(QLatin1Char(' '), 0, 0), tail = rest.section(QLatin1Char(' '), 1);
         static const QStringList needServer
-            = {"server", "server-noack", "send",       "frame",    "frame~", "frames",
-               "bytes",  "forget",       "disconnect", "redirect", "noack",  "keepalive-ack"};
+            = {"server", "server-noack", "send",     "frame", "frame~",        "frames",     "bytes",
+               "forget", "disconnect",   "redirect", "noack", "keepalive-ack", "connections"};
         if (!m_server && needServer.contains(verb))
             return fail(QStringLiteral("no server in an offline scenario"));
         if (verb == QLatin1String("server"))
@@ -256,6 +258,14 @@ private:
                                     .filter(m_lastUuid)
                                     .isEmpty(),
                          QStringLiteral("acknowledged"));
+        if (verb == QLatin1String("connections"))
+            return check(QTest::qWaitFor([&] {
+                             return m_server->connectionCount() == first.toInt()
+                                 && m_server->openConnectionCount() == tail.toInt();
+                         }),
+                         QStringLiteral("%1 connections, %2 open")
+                             .arg(m_server->connectionCount())
+                             .arg(m_server->openConnectionCount()));
         if (verb == QLatin1String("keepalive-ack")) {
             m_server->setAutoKeepAliveAck(rest == QLatin1String("on"));
             return true;
@@ -428,13 +438,17 @@ private:
         if (!m_other->listen())
             return fail(QStringLiteral("second server"));
         QJsonArray args;
-        m_server->send(m_conn,
-                       FakeCtiServer::redirectDocument(FakeCtiServer::host(), m_other->port(), serverApi()));
+        // No address: the same host.
+        const QString xml = FakeCtiServer::redirectDocument(QString(), m_other->port(), serverApi());
+        m_server->send(m_conn, xml);
         if (!QTest::qWaitFor([&] { return m_signals.take(QStringLiteral("loggedToServer"), &args) >= 0; },
                              10000))
             return fail(QStringLiteral("no login on the second server"));
         m_server = m_other.data();
         m_conn = m_other->lastConnection();
+        // The redirection is acknowledged on the new connection.
+        if (!waitForAck(FakeCtiServer::uuidOf(xml)))
+            return fail(QStringLiteral("the redirection is not acknowledged"));
         m_server->clearFrames();
         return true;
     }

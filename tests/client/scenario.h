@@ -44,8 +44,11 @@
 //   logs N TEXT                at least N lines contain TEXT, waited for
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
 //   disconnect                 the server closes the connection
-//   redirect                   a second server starts; the client is redirected and logs in
-//                              there; later steps talk to it
+//   redirect                   a second server starts; the client is redirected to it (no
+//                              address: the same host), logs in there and acknowledges the
+//                              redirection there; later steps talk to it
+//   connections TOTAL OPEN     the server has accepted TOTAL connections, OPEN of them open
+// In a step, $PORT is the port of the server the client talks to.
 //   restart                    the client is shut down and built again on the same data folder
 //   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
 // A JSON, or the TEXT of a frame, written "?" fails the step; with the

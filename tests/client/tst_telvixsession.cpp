@@ -1,8 +1,8 @@
 // The session with the CTI server where the server itself misbehaves or is
 // set up apart: logins with and without a banner (fixtures/client/session),
-// refused logins, redirection, refused connections and certificate checking.
-// What follows a plain login, the ordinary ends of a session and the timers
-// are the scenarios of fixtures/client/session.
+// refused logins, refused connections and certificate checking. What follows
+// a plain login, the ordinary ends of a session, redirection, connecting
+// again and the timers are the scenarios of fixtures/client/session.
 #include "fakectiserver.h"
 #include "jsonconvert.h"
 #include "logbuscapture.h"
@@ -65,11 +65,11 @@ struct Session
     QJsonObject details; // of the last login
     bool startLoggedIn() { return start() && logIn(); }
     QStringList loginFrames() const { return server.framesContaining("Login"); }
-    /// The UUIDs acknowledged on `other`, or on this server.
-    QStringList ackedIds(const FakeCtiServer* other = nullptr) const
+    /// The UUIDs acknowledged.
+    QStringList ackedIds() const
     {
         QStringList ids;
-        const QStringList acks = (other ? other : &server)->framesContaining("MsgAck");
+        const QStringList acks = server.framesContaining("MsgAck");
         for (const QString& ack : acks)
             ids << field(ack, "AckUUID");
         return ids;
@@ -204,37 +204,6 @@ private Q_SLOTS:
         QCOMPARE(mailboxSpy.at(0).at(0).value<MailboxStatus>().newCount, 2);
     }
 
-    void redirectMovesToAnotherServerAndNotToItself()
-    {
-        Session s;
-        QVERIFY(s.start());
-        FakeCtiServer other;
-        other.setAutoLogin(true);
-        other.setAutoKeepAliveAck(true);
-        QVERIFY(other.listen());
-        QVERIFY(s.logIn());
-        QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
-        const QString redirect = FakeCtiServer::redirectDocument(QString(), other.port());
-        s.server.send(s.server.lastConnection(), redirect);
-        QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
-        QVERIFY(s.log.contains(
-            1000, QString("Redirecting client to server IP 127.0.0.1 and port %1").arg(other.port())));
-        QCOMPARE(s.gone->count(), 0);
-        QTRY_COMPARE(s.server.openConnectionCount(), 0);
-        // The redirect is acknowledged on the new connection.
-        QVERIFY(s.ackedIds(&other).contains(FakeCtiServer::uuidOf(redirect)));
-        QCOMPARE(other.framesContaining("Login").size(), 1);
-        QCOMPARE(field(other.framesContaining("Login").first(), "User"), QStringLiteral("alice"));
-        QVERIFY(s.client->isConnected());
-
-        const QString same = FakeCtiServer::redirectDocument(FakeCtiServer::host(), other.port());
-        other.send(other.lastConnection(), same);
-        QCOMPARE(s.disconnection(), QStringLiteral("WrongConfig"));
-        QVERIFY(s.log.contains(10, "Got the same server IP:port in redirect msg"));
-        QVERIFY(!s.ackedIds(&other).contains(FakeCtiServer::uuidOf(same)));
-        QCOMPARE(other.connectionCount(), 1);
-    }
-
     void refusedConnectionReportsTheSocketError()
     {
         Session s;
@@ -263,23 +232,6 @@ private Q_SLOTS:
         // By default the same certificate is accepted.
         s.client->ignoreSslErrors(true);
         QVERIFY(s.logIn());
-    }
-
-    void connectAgainKeepsOrDropsTheSessionSilently()
-    {
-        Session s;
-        QVERIFY(s.startLoggedIn());
-        // The same values during a login change nothing.
-        s.connect();
-        QVERIFY(s.client->isConnected()); // blocking: runs after the queued connect
-        QCOMPARE(s.server.connectionCount(), 1);
-        // Other values drop the old socket without a disconnection signal.
-        s.connect(TELVIX::AppModeSrntPro, "other-domain");
-        QTRY_COMPARE(s.server.connectionCount(), 2);
-        QTRY_VERIFY(!s.server.isConnected(0));
-        QVERIFY(!s.client->isConnected());
-        QCOMPARE(s.client->getConnectionState(), int(Telvix::StateConnecting));
-        QCOMPARE(s.gone->count(), 0);
     }
 
     void play_data() { m_cases = Scenario::addRows(QStringLiteral("session")); }
