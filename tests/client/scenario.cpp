@@ -150,24 +150,16 @@ public:
         bool known = false;
         const int mode = QMetaEnum::fromType<TELVIX::AppMode>().keyToValue(qPrintable(m_case.mode), &known);
         QVERIFY2(known, qPrintable(m_case.mode));
-        TelvixTimerIntervals t;
-        for (int* const field : {&t.keepAliveMs, &t.keepAliveAckMs, &t.guiKeepAliveMs, &t.periodicDataMs}) {
+        for (int* const field : {&m_timers.keepAliveMs, &m_timers.keepAliveAckMs, &m_timers.guiKeepAliveMs,
+                                 &m_timers.periodicDataMs}) {
             const int ms = timers.isEmpty() ? 0 : timers.takeFirst().toInt();
             *field = ms ? ms : *field;
         }
-        if (offline) {
+        m_online = QStringList {QString::number(mode), api, exten, features.join(QLatin1Char(' '))};
+        if (offline)
             startOffline();
-        } else {
-            m_app.reset(new LoggedInClient(TELVIX::AppMode(mode), api, exten));
-            m_app->setFeatures(features);
-            m_app->setBeforeLogin([this, t](Telvix* client) {
-                setTelvixTimerIntervals(client, t);
-                m_signals.watch(client);
-            });
-            QVERIFY(m_app->start());
-            m_server = &m_app->server();
-            m_conn = m_app->connection();
-        }
+        else
+            QVERIFY(startOnline());
         if (!watchLogin)
             m_signals.matchAll();
         for (int i = 0; i < m_case.steps.size(); ++i) {
@@ -180,6 +172,21 @@ public:
 
 private:
     Telvix* client() const { return m_app ? m_app->client() : m_offline.data(); }
+
+    bool startOnline()
+    {
+        m_app.reset(
+            new LoggedInClient(TELVIX::AppMode(m_online.at(0).toInt()), m_online.at(1), m_online.at(2)));
+        m_app->setFeatures(m_online.at(3).split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        m_app->setDataDir(m_dir.path());
+        m_app->setBeforeLogin([this](Telvix* client) {
+            setTelvixTimerIntervals(client, m_timers);
+            m_signals.watch(client);
+        });
+        m_server = &m_app->server();
+        m_conn = -1;
+        return m_app->start() && (m_conn = m_app->connection()) >= 0;
+    }
 
     void startOffline()
     {
@@ -230,6 +237,11 @@ private:
     {
         if (m_server)
             line.replace(QLatin1String("$PORT"), QString::number(m_server->port()));
+        const QDate today = QDate::currentDate();
+        line.replace(QLatin1String("$NOW"),
+                     QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")))
+            .replace(QLatin1String("$TODAY"), today.toString(Qt::ISODate))
+            .replace(QLatin1String("$MONTHAGO"), today.addMonths(-1).toString(Qt::ISODate));
         const QString verb = line.section(QLatin1Char(' '), 0, 0), rest = line.section(QLatin1Char(' '), 1);
         const QString first = rest.section(QLatin1Char(' '), 0, 0), tail = rest.section(QLatin1Char(' '), 1);
         static const QStringList needServer
@@ -346,10 +358,20 @@ private:
         if (verb == QLatin1String("redirect"))
             return redirect();
         if (verb == QLatin1String("restart")) {
-            m_offline->shutdown();
+            client()->shutdown();
+            if (m_app)
+                return check(startOnline(), QStringLiteral("no login after the restart"));
             m_offline.reset();
             startOffline();
             return true;
+        }
+        if (verb == QLatin1String("file")) {
+            QFile file(m_dir.filePath(first));
+            const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+            return check(tail == QLatin1String("absent") ? !file.exists()
+                                                         : !data.isEmpty()
+                                 && (tail != QLatin1String("scrambled") || !data.contains("SQLite format")),
+                         QStringLiteral("%1 bytes").arg(data.size()));
         }
         if (verb.startsWith(QLatin1String("ini"))) {
             QSettings ini(m_dir.filePath(QStringLiteral("srnt.ini")), QSettings::IniFormat);
@@ -462,6 +484,8 @@ private:
     LogbusCapture m_log;
     QtLogCapture m_qtLog;
     QTemporaryDir m_dir;
+    TelvixTimerIntervals m_timers;
+    QStringList m_online; // mode, api, exten and features of the login
     QScopedPointer<FakeCtiServer> m_other;
     QScopedPointer<LoggedInClient> m_app;
     QScopedPointer<Telvix> m_offline;

@@ -48,8 +48,12 @@
 //                              address: the same host), logs in there and acknowledges the
 //                              redirection there; later steps talk to it
 //   connections TOTAL OPEN     the server has accepted TOTAL connections, OPEN of them open
-// In a step, $PORT is the port of the server the client talks to.
-//   restart                    the client is shut down and built again on the same data folder
+// In a step, $PORT is the port of the server the client talks to, $NOW the
+// local time as the server writes dates, $TODAY and $MONTHAGO ISO dates.
+//   restart                    the client is shut down and built again on the same data
+//                              folder; when online, a new server logs it in as at the start
+//   file NAME absent|exists|scrambled   a file of the data folder: missing, there with data,
+//                              or with data that is no SQLite file
 //   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
 // A JSON, or the TEXT of a frame, written "?" fails the step; with the
 // environment variable TELVIX_SCENARIO_SHOW set, the step prints what it met

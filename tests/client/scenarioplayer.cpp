@@ -1,7 +1,7 @@
 // Plays every client scenario of tests/fixtures/client (the format is
 // described in scenario.h): one row per scenario and application mode. The
 // folders of tests that the leak checker or the thread checker run are theirs
-// to play (calls, requests, dispatch, session, telvix).
+// to play (calls, requests, dispatch, session, store, telvix).
 #include "scenario.h"
 
 #include <QtTest>
@@ -16,7 +16,7 @@ private Q_SLOTS:
         m_cases = Scenario::addRows(QString(),
                                     {QStringLiteral("calls/"), QStringLiteral("requests/"),
                                      QStringLiteral("dispatch/"), QStringLiteral("session/"),
-                                     QStringLiteral("telvix/")});
+                                     QStringLiteral("store/"), QStringLiteral("telvix/")});
         QVERIFY(!m_cases.isEmpty());
     }
 

@@ -31,7 +31,8 @@ bool LoggedInClient::start()
         return false;
 
     m_client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("calls-test"),
-                              QStringLiteral("1.0"), QStringLiteral("dev-calls"), m_dir.path()));
+                              QStringLiteral("1.0"), QStringLiteral("dev-calls"),
+                              m_dataDir.isEmpty() ? m_dir.path() : m_dataDir));
     if (!m_client->init())
         return false;
     if (m_beforeLogin)

@@ -29,6 +29,9 @@ public:
     /// Feature words of the login answer; takes effect at start().
     void setFeatures(const QStringList& features) { m_features = features; }
 
+    /// The client's data folder; a folder of its own by default.
+    void setDataDir(const QString& path) { m_dataDir = path; }
+
     /// Runs on the test's thread after init() and before the login starts.
     void setBeforeLogin(std::function<void(Telvix*)> hook) { m_beforeLogin = std::move(hook); }
 
@@ -64,6 +67,7 @@ private:
     QStringList m_features;
     std::function<void(Telvix*)> m_beforeLogin;
     QTemporaryDir m_dir;
+    QString m_dataDir;
     FakeCtiServer m_server;
     QScopedPointer<Telvix> m_client;
     int m_conn = -1;
