@@ -583,3 +583,15 @@ void Scenario::play(const ScenarioCase& scenario)
 {
     Player(scenario).run();
 }
+
+void ScenarioTest::play_data()
+{
+    m_cases = Scenario::addRows(m_folder, m_skip);
+    QVERIFY(!m_cases.isEmpty());
+}
+
+void ScenarioTest::play()
+{
+    QFETCH(int, index);
+    Scenario::play(m_cases.at(index));
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 
@@ -80,3 +81,25 @@ QList<ScenarioCase> addRows(const QString& folder, const QStringList& skip = {})
 void play(const ScenarioCase& scenario);
 
 } // namespace Scenario
+
+/// A test object whose rows play the scenarios of tests/fixtures/client/`folder`
+/// (but those of `skip`), before the test's own functions.
+class ScenarioTest : public QObject
+{
+    Q_OBJECT
+public:
+    explicit ScenarioTest(const QString& folder, const QStringList& skip = {})
+        : m_folder(folder)
+        , m_skip(skip)
+    {
+    }
+
+private Q_SLOTS:
+    void play_data();
+    void play();
+
+private:
+    QString m_folder;
+    QStringList m_skip;
+    QList<ScenarioCase> m_cases;
+};

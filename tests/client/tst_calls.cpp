@@ -11,19 +11,16 @@
 
 using namespace CallEvents;
 
-class TestCalls : public QObject
+class TestCalls : public ScenarioTest
 {
     Q_OBJECT
-
-private Q_SLOTS:
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("calls")); }
-
-    void play()
+public:
+    TestCalls()
+        : ScenarioTest(QStringLiteral("calls"))
     {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
     }
 
+private Q_SLOTS:
     // Calls that overlap, each on two accounts, ended in an order unlike the
     // order they began in, with duplicates and strays among them.
     void manyOverlappingCallsLeaveTheTableEmpty()
@@ -55,9 +52,6 @@ private Q_SLOTS:
         QCOMPARE(CallTableTestHook::legCount(app.client()), 0);
         QVERIFY(CallTableTestHook::accountsByUid(app.client()).isEmpty());
     }
-
-private:
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestCalls)

@@ -12,19 +12,16 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-class TestTelvix : public QObject
+class TestTelvix : public ScenarioTest
 {
     Q_OBJECT
-
-private Q_SLOTS:
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("telvix")); }
-
-    void play()
+public:
+    TestTelvix()
+        : ScenarioTest(QStringLiteral("telvix"))
     {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
     }
 
+private Q_SLOTS:
     void constructionWarnsAboutMissingIdentity_data()
     {
         QTest::addColumn<QStringList>("identity");
@@ -114,9 +111,6 @@ private Q_SLOTS:
         QVERIFY(client->shutdown());
         QCOMPARE(QDir(dir.filePath("msgDump")).entryList(QDir::Files).size(), 1);
     }
-
-private:
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvix)

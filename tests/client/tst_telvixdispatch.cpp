@@ -23,21 +23,18 @@ QString peers(const QString& list, const QStringList& names, const QString& exte
 
 } // namespace
 
-class TestTelvixDispatch : public QObject
+class TestTelvixDispatch : public ScenarioTest
 {
     Q_OBJECT
+public:
+    TestTelvixDispatch()
+        : ScenarioTest(QStringLiteral("dispatch"))
+    {
+    }
 
 private Q_SLOTS:
     // The dates the server writes are local times.
     void initTestCase() { qputenv("TZ", "UTC"); }
-
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("dispatch")); }
-
-    void play()
-    {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
-    }
 
     void peerMapsFollowTheListsAndEndWithTheConnection()
     {
@@ -114,9 +111,6 @@ private Q_SLOTS:
         }
         QVERIFY2(unregistered.isEmpty(), qPrintable(unregistered.join(QLatin1Char(' '))));
     }
-
-private:
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixDispatch)

@@ -8,19 +8,16 @@
 
 #include <QtTest>
 
-class TestTelvixRequests : public QObject
+class TestTelvixRequests : public ScenarioTest
 {
     Q_OBJECT
-
-private Q_SLOTS:
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("requests")); }
-
-    void play()
+public:
+    TestTelvixRequests()
+        : ScenarioTest(QStringLiteral("requests"))
     {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
     }
 
+private Q_SLOTS:
     void injectedKeepAliveAckStopsTheAckTimer()
     {
         LoggedInClient app(TELVIX::AppModeSrntPro);
@@ -39,9 +36,6 @@ private Q_SLOTS:
         QVERIFY(!waiting());
         QVERIFY(app.client()->isConnected());
     }
-
-private:
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixRequests)

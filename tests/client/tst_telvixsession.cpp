@@ -85,9 +85,14 @@ struct Session
 
 } // namespace
 
-class TestTelvixSession : public QObject
+class TestTelvixSession : public ScenarioTest
 {
     Q_OBJECT
+public:
+    TestTelvixSession()
+        : ScenarioTest(QStringLiteral("session"))
+    {
+    }
 
 private Q_SLOTS:
     void logins_data()
@@ -233,17 +238,6 @@ private Q_SLOTS:
         s.client->ignoreSslErrors(true);
         QVERIFY(s.logIn());
     }
-
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("session")); }
-
-    void play()
-    {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
-    }
-
-private:
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixSession)

@@ -7,25 +7,21 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-class TestTelvixStore : public QObject
+class TestTelvixStore : public ScenarioTest
 {
     Q_OBJECT
+public:
+    TestTelvixStore()
+        : ScenarioTest(QStringLiteral("store"))
+    {
+    }
 
 private Q_SLOTS:
     // The store's working copies go to a temporary folder of the test's own.
     void initTestCase() { qputenv("TMPDIR", m_tmp.path().toLocal8Bit()); }
 
-    void play_data() { m_cases = Scenario::addRows(QStringLiteral("store")); }
-
-    void play()
-    {
-        QFETCH(int, index);
-        Scenario::play(m_cases.at(index));
-    }
-
 private:
     QTemporaryDir m_tmp;
-    QList<ScenarioCase> m_cases;
 };
 
 QTEST_GUILESS_MAIN(TestTelvixStore)
