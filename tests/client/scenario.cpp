@@ -16,6 +16,7 @@
 #include <QMutex>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QTcpSocket>
 #include <QtTest>
 
 namespace {
@@ -78,6 +79,14 @@ public:
     QMutex mutex;
     QList<QPair<QString, QJsonArray>> raised;
     QVector<bool> matched;
+};
+
+// An application on the library's local server, collecting whole messages.
+struct LocalApp
+{
+    QTcpSocket socket;
+    QStringList messages;
+    QByteArray buffer;
 };
 
 // `expected` with "*" standing for any value.
@@ -357,6 +366,8 @@ private:
         }
         if (verb == QLatin1String("redirect"))
             return redirect();
+        if (verb.startsWith(QLatin1String("local")))
+            return local(verb, rest);
         if (verb == QLatin1String("restart")) {
             client()->shutdown();
             if (m_app)
@@ -451,6 +462,39 @@ private:
         return fail(QStringLiteral("no method of that name takes these arguments"));
     }
 
+    bool local(const QString& verb, const QString& rest)
+    {
+        if (verb == QLatin1String("local-connect")) {
+            m_local.emplace_back(new LocalApp);
+            LocalApp* app = m_local.back().get();
+            QObject::connect(&app->socket, &QTcpSocket::readyRead, [app] {
+                app->buffer += app->socket.readAll();
+                for (int at; (at = app->buffer.indexOf("</SRNT>")) >= 0; app->buffer.remove(0, at + 7))
+                    app->messages << QString::fromUtf8(app->buffer.left(at + 7));
+            });
+            // Taken by the library once it logs so; what is sent earlier may be lost.
+            const QString accepted = QStringLiteral("New client connected to local socket");
+            const int before = m_log.count(accepted);
+            app->socket.connectToHost(QHostAddress::LocalHost, quint16(client()->getTcpServerPort()));
+            return check(app->socket.waitForConnected(5000)
+                         && QTest::qWaitFor([&] { return m_log.count(accepted) > before; }));
+        }
+        for (const auto& app : m_local) {
+            if (verb == QLatin1String("local-closed")) {
+                if (!QTest::qWaitFor(
+                        [&] { return app->socket.state() == QAbstractSocket::UnconnectedState; }))
+                    return fail(QStringLiteral("still connected"));
+            } else if (app->socket.state() == QAbstractSocket::ConnectedState) {
+                if (!QTest::qWaitFor([&] { return !app->messages.isEmpty(); }))
+                    return fail(QStringLiteral("no message"));
+                const QString message = app->messages.takeFirst();
+                if (message != rest)
+                    return fail(QLatin1String("actual ") + message);
+            }
+        }
+        return true;
+    }
+
     bool redirect()
     {
         m_other.reset(new FakeCtiServer);
@@ -487,6 +531,7 @@ private:
     TelvixTimerIntervals m_timers;
     QStringList m_online; // mode, api, exten and features of the login
     QScopedPointer<FakeCtiServer> m_other;
+    std::vector<std::unique_ptr<LocalApp>> m_local;
     QScopedPointer<LoggedInClient> m_app;
     QScopedPointer<Telvix> m_offline;
     FakeCtiServer* m_server = nullptr;

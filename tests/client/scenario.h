@@ -55,6 +55,9 @@
 //                              folder; when online, a new server logs it in as at the start
 //   file NAME absent|exists|scrambled   a file of the data folder: missing, there with data,
 //                              or with data that is no SQLite file
+//   local-connect              an application connects to the library's local server
+//   local TEXT                 the next message of each application still connected is TEXT
+//   local-closed               every application's connection has ended
 //   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
 // A JSON, or the TEXT of a frame, written "?" fails the step; with the
 // environment variable TELVIX_SCENARIO_SHOW set, the step prints what it met

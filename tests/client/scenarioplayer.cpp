@@ -11,7 +11,8 @@ class ScenarioPlayer : public ScenarioTest
     Q_OBJECT
 public:
     ScenarioPlayer()
-        : ScenarioTest(QString(), {"calls/", "dispatch/", "requests/", "session/", "store/", "telvix/"})
+        : ScenarioTest(QString(),
+                       {"calls/", "dispatch/", "localserver/", "requests/", "session/", "store/", "telvix/"})
     {
     }
 };
