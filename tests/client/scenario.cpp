@@ -5,6 +5,7 @@
 #include "logbuscapture.h"
 #include "loggedinclient.h"
 #include "qtlogcapture.h"
+#include "telvix_p.h"
 #include "telvixtimers_p.h"
 
 #include <QDirIterator>
@@ -356,6 +357,8 @@ private:
             return compare(
                 verb, parse(rest),
                 JsonConvert::toJson(QVariant::fromValue(CallTableTestHook::accountsByUid(client()))));
+        if (verb == QLatin1String("peers"))
+            return compare(verb, parse(rest), peerMaps());
         if (verb == QLatin1String("legcount"))
             return compare(verb, parse(rest), CallTableTestHook::legCount(client()));
         if (verb == QLatin1String("forget"))
@@ -460,6 +463,30 @@ private:
                 || compare(QStringLiteral("result"), parse(expected), JsonConvert::toJson(result));
         }
         return fail(QStringLiteral("no method of that name takes these arguments"));
+    }
+
+    // The dispatcher's maps between accounts, extensions and chat ids.
+    QJsonObject peerMaps()
+    {
+        QJsonObject maps;
+        const TelvixPrivate* d = TelvixPrivate::get(client());
+        const auto add = [&maps](const char* name, const auto& map) {
+            QJsonObject json;
+            for (auto it = map.begin(); it != map.end(); ++it)
+                json.insert(it.key(), JsonConvert::toJson(QVariant::fromValue(it.value())));
+            maps.insert(QLatin1String(name), json);
+        };
+        QMetaObject::invokeMethod(
+            client(),
+            [&] {
+                add("accountToExten", d->accountToExten);
+                add("extenToAccounts", d->extenToAccounts);
+                add("extenStatus", d->extenStatus);
+                add("chatIdToExten", d->chatIdToExten);
+                add("extenToChatId", d->extenToChatId);
+            },
+            Qt::BlockingQueuedConnection);
+        return maps;
     }
 
     bool local(const QString& verb, const QString& rest)

@@ -44,6 +44,8 @@
 //   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
 //   logs N TEXT                at least N lines contain TEXT, waited for
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
+//   peers JSON                 the dispatcher's maps: accountToExten, extenToAccounts,
+//                              extenStatus, chatIdToExten, extenToChatId
 //   disconnect                 the server closes the connection
 //   redirect                   a second server starts; the client is redirected to it (no
 //                              address: the same host), logs in there and acknowledges the

@@ -39,10 +39,10 @@ private:
             return nullptr;
         QSignalSpy connected(session->client(), &Telvix::sigChatConnected);
         QString users;
-        for (const char* const user : {"200 alice@default", "201 bob@default", "202"})
+        for (const QString& user : {"200 alice@default", "201 bob@default", "202"})
             users += QString("<User><ChatID>%2</ChatID><Contact><Type>exten</Type><Value>%1</Value></"
                              "Contact></User>")
-                         .arg(QString(user).section(' ', 0, 0), QString(user).section(' ', 1));
+                         .arg(user.section(' ', 0, 0), user.section(' ', 1));
         if (!session->deliver("<ExtenList>" + users + "</ExtenList>")
             || !QTest::qWaitFor([&] { return !connected.isEmpty(); }, 10000))
             return nullptr;
