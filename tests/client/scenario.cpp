@@ -357,6 +357,13 @@ private:
             return compare(
                 verb, parse(rest),
                 JsonConvert::toJson(QVariant::fromValue(CallTableTestHook::accountsByUid(client()))));
+        if (verb == QLatin1String("ack-timer")) {
+            bool running = false;
+            const TelvixPrivate* d = TelvixPrivate::get(client());
+            QMetaObject::invokeMethod(
+                client(), [&] { running = d->keepAliveAckTimer->isActive(); }, Qt::BlockingQueuedConnection);
+            return check(running == (rest == QLatin1String("running")), QStringLiteral("it is not"));
+        }
         if (verb == QLatin1String("peers"))
             return compare(verb, parse(rest), peerMaps());
         if (verb == QLatin1String("legcount"))

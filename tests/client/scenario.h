@@ -44,6 +44,7 @@
 //   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
 //   logs N TEXT                at least N lines contain TEXT, waited for
 //   legs UID JSON | calls JSON | legcount N    the call table (JSON as for signals)
+//   ack-timer running|stopped  the timer that waits for the answer to a keep-alive
 //   peers JSON                 the dispatcher's maps: accountToExten, extenToAccounts,
 //                              extenStatus, chatIdToExten, extenToChatId
 //   disconnect                 the server closes the connection
