@@ -39,7 +39,7 @@
 //   forget                     after a round trip, the frames so far are forgotten
 //   signal NAME JSON           the earliest unmatched NAME raised, its arguments as a JSON
 //                              array; "*" in JSON matches any value
-//   signal<ack NAME JSON       the same, and raised before the MsgAck of the last server step
+//   signal<ack NAME JSON       the same, raised before the MsgAck of the last server step came
 //   nosignal NAME              after a round trip, no unmatched NAME ("prefix*": no name so starting)
 //   log PRIORITY TEXT | logcount N TEXT | nolog TEXT | qtlog TEXT | noqtlog TEXT
 //   logs N TEXT                at least N lines contain TEXT, waited for
@@ -52,8 +52,6 @@
 //                              address: the same host), logs in there and acknowledges the
 //                              redirection there; later steps talk to it
 //   connections TOTAL OPEN     the server has accepted TOTAL connections, OPEN of them open
-// In a step, $PORT is the port of the server the client talks to, $NOW the
-// local time as the server writes dates, $TODAY and $MONTHAGO ISO dates.
 //   restart                    the client is shut down and built again on the same data
 //                              folder; when online, a new server logs it in as at the start
 //   file NAME absent|exists|scrambled   a file of the data folder: missing, there with data,
@@ -62,6 +60,8 @@
 //   local TEXT                 the next message of each application still connected is TEXT
 //   local-closed               every application's connection has ended
 //   ini KEY JSON | ini-set KEY TEXT | ini-groups GROUP JSON    srnt.ini in the data folder
+// In a step, $PORT is the port of the server the client talks to, $NOW the
+// local time as the server writes dates, $TODAY and $MONTHAGO ISO dates.
 // A JSON, or the TEXT of a frame, written "?" fails the step; with the
 // environment variable TELVIX_SCENARIO_SHOW set, the step prints what it met
 // instead ("SHOW line value") and goes on, which is how a new case is filled in.
