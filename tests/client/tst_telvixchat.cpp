@@ -39,7 +39,7 @@ private:
             return nullptr;
         QSignalSpy connected(session->client(), &Telvix::sigChatConnected);
         QString users;
-        for (const QString& user : {"200 alice@default", "201 bob@default", "202"})
+        for (const QString user : {"200 alice@default", "201 bob@default", "202"})
             users += QString("<User><ChatID>%2</ChatID><Contact><Type>exten</Type><Value>%1</Value></"
                              "Contact></User>")
                          .arg(user.section(' ', 0, 0), user.section(' ', 1));

@@ -156,7 +156,7 @@ public:
     /// Writes the UTF-8 bytes of `text` in pieces cut at the given byte
     /// offsets (ascending, inside the text; a cut may fall inside a multibyte
     /// character). Each piece is flushed to the socket on its own, with a
-    /// pause of chunkInterval() between pieces so that the client can read
+    /// pause of the chunk interval between pieces so that the client can read
     /// them apart. Returns at once; chunkWritten reports each piece and
     /// sendQueueEmpty the end.
     bool sendSplit(int conn, const QString& text, const QList<int>& cutPositions);
