@@ -1,26 +1,24 @@
-// The client object itself: construction, its thread, the cross-thread hop,
-// the message dump and shutdown, with an application that has its own
-// QCoreApplication.
+// The client object itself: construction, its thread, the message dump and
+// shutdown, with an application that has its own QCoreApplication; and what
+// it answers before any server, the scenarios of fixtures/client/telvix.
 #include "logbuscapture.h"
 #include "qtlogcapture.h"
+#include "scenario.h"
 #include "telvix.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
-class TestTelvix : public QObject
+class TestTelvix : public ScenarioTest
 {
     Q_OBJECT
-
-private:
-    static Telvix* makeClient(const QString& dir)
+public:
+    TestTelvix()
+        : ScenarioTest(QStringLiteral("telvix"))
     {
-        return new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("test"),
-                          QStringLiteral("1.0"), QStringLiteral("dev-1"), dir);
     }
 
 private Q_SLOTS:
@@ -29,11 +27,11 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("identity");
         QTest::addColumn<bool>("swWarning");
         QTest::addColumn<bool>("deviceWarning");
-        QTest::newRow("complete") << QStringList{"os", "1", "sw", "2", "dev"} << false << false;
-        QTest::newRow("no os type") << QStringList{"", "1", "sw", "2", "dev"} << true << false;
-        QTest::newRow("no sw version") << QStringList{"os", "1", "sw", "", "dev"} << true << false;
-        QTest::newRow("no device") << QStringList{"os", "1", "sw", "2", ""} << false << true;
-        QTest::newRow("nothing") << QStringList{"", "", "", "", ""} << true << true;
+        QTest::newRow("complete") << QStringList {"os", "1", "sw", "2", "dev"} << false << false;
+        QTest::newRow("no os type") << QStringList {"", "1", "sw", "2", "dev"} << true << false;
+        QTest::newRow("no sw version") << QStringList {"os", "1", "sw", "", "dev"} << true << false;
+        QTest::newRow("no device") << QStringList {"os", "1", "sw", "2", ""} << false << true;
+        QTest::newRow("nothing") << QStringList {"", "", "", "", ""} << true << true;
     }
 
     void constructionWarnsAboutMissingIdentity()
@@ -47,134 +45,46 @@ private Q_SLOTS:
         QCOMPARE(log.contains(QtWarningMsg, "deviceId is missing!"), deviceWarning);
         QCOMPARE(client.objectName(), QStringLiteral("TelvixThread"));
         QVERIFY(!client.isRunning());
-        QCOMPARE(client.getConnectionState(), int(Telvix::StateDisconnected));
-        QVERIFY(!client.isInMobileAppMode());
     }
 
-    void versionAndBuildSwitchesHoldOnAnyThread()
+    void ownThreadLogsAndShutsDownInOrder()
     {
         QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
-        QCOMPARE(client->getVersion(), QStringLiteral("4.5.6-r97f593d"));
-        QVERIFY(client->hasChatSupportBuilt());
-        QVERIFY(!client->hasOutlookSupportBuilt());
-        QVERIFY(client->init());
-        QCOMPARE(client->getVersion(), QStringLiteral("4.5.6-r97f593d"));
-        QVERIFY(client->shutdown());
-    }
-
-    void mobileModes_data()
-    {
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<bool>("mobile");
-        for (int mode = -1; mode <= 8; ++mode)
-            QTest::addRow("mode %d", mode) << mode << (mode == 6 || mode == 7);
-    }
-
-    void mobileModes()
-    {
-        QFETCH(int, mode);
-        QFETCH(bool, mobile);
-        QCOMPARE(Telvix::appModeIsMobile(TELVIX::AppMode(mode)), mobile);
-    }
-
-    void initMovesTheObjectOntoItsOwnRunningThread()
-    {
-        QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
+        const QString oldCwd = QDir::currentPath();
+        // An empty data directory means the working directory.
+        QDir::setCurrent(dir.path());
+        QScopedPointer<Telvix> client(new Telvix("Linux", "6.1", "test", "1.0", "dev-1", QString()));
         LogbusCapture logbus;
         QVERIFY(client->init());
+        QDir::setCurrent(oldCwd);
         QVERIFY(client->isRunning());
         QCOMPARE(client->thread(), static_cast<QThread*>(client.data()));
         // The application's own QCoreApplication is reused, never a second one.
         QCOMPARE(QCoreApplication::instance()->thread(), QThread::currentThread());
         QVERIFY(logbus.waitFor("SSL supported:"));
+        QtLogCapture log;
         QVERIFY(client->shutdown());
         QVERIFY(client->isFinished());
         QVERIFY(QFile::exists(dir.filePath("telvixLog.txt")));
         QVERIFY(logbus.contains(10000, "Destroing Telvix"));
-    }
-
-    void emptyDataDirectoryMeansWorkingDirectory()
-    {
-        QTemporaryDir dir;
-        const QString oldCwd = QDir::currentPath();
-        QDir::setCurrent(dir.path());
-        {
-            QScopedPointer<Telvix> client(makeClient(QString()));
-            QVERIFY(client->init());
-            QVERIFY(client->shutdown());
-        }
-        QDir::setCurrent(oldCwd);
-        QVERIFY(QFile::exists(dir.filePath("telvixLog.txt")));
-    }
-
-    void shutdownLogsItsStepsInOrder()
-    {
-        QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
-        QVERIFY(client->init());
-        QtLogCapture log;
-        QVERIFY(client->shutdown());
-        const QStringList expected = {"Destoying Telvix",
-                                      "Destroying socket",
-                                      "Stop keep alive timer",
-                                      "Stop keep alive ack timer",
-                                      "Stop GUI keep alive timer",
-                                      "Stop periodic data update timer",
-                                      "Stop phonebook update timer",
-                                      "Delete XML parser",
-                                      "Stop Logbus",
-                                      "before Telvix evloop exit",
-                                      "after Telvix evloop exit",
-                                      "Finished, waiting for thread to be finished...",
-                                      "Thread is Finished, now we can safely delete the Telvix."};
-        const QStringList messages = log.messages();
+        // The Qt messages of the shutdown, in order (misspellings as they are).
+        QFile order(TELVIX_TEST_FIXTURES "/client/telvix/shutdown-order.txt");
+        QVERIFY(order.open(QIODevice::ReadOnly | QIODevice::Text));
+        const QStringList expected = QString::fromUtf8(order.readAll()).split('\n', Qt::SkipEmptyParts);
+        const QString messages = log.messages().join('\n');
         int from = 0;
         for (const QString& step : expected) {
-            int found = -1;
-            for (int i = from; i < messages.size(); ++i) {
-                if (messages.at(i).contains(step)) {
-                    found = i;
-                    break;
-                }
-            }
-            QVERIFY2(found >= 0, qPrintable("missing or out of order: " + step));
-            from = found + 1;
+            from = messages.indexOf(step, from);
+            QVERIFY2(from >= 0, qPrintable("missing or out of order: " + step));
+            from += step.size();
         }
-    }
 
-    void queuedCallsAnswerAtOnceAndBlockingCallsWait()
-    {
-        QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
-        QVERIFY(client->init());
-        QSignalSpy heartbeat(client.data(), &Telvix::sigGuiKeepAlive);
-        LogbusCapture logbus;
-        // Queued: true at once; the body runs later on the library's thread.
-        QVERIFY(client->requestGuiKeepAlive());
-        QVERIFY(logbus.waitFor("Trying to send a GUI KeepAlive, but it's disabled."));
-        QVERIFY(client->enableGuiKeepAlive(false));
-        QVERIFY(client->requestGuiKeepAlive());
-        QTRY_COMPARE(heartbeat.count(), 1);
-        QVERIFY(logbus.contains(10000, "GUI KeepAlive Disabled"));
-        // Blocking: the real result of the body.
-        QCOMPARE(client->isConnected(), false);
-        QVERIFY(client->shutdown());
-    }
-
-    void queuedCallAfterShutdownIsAcceptedAndNeverRuns()
-    {
-        QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
-        QVERIFY(client->init());
-        QVERIFY(client->shutdown());
-        LogbusCapture logbus;
+        // After shutdown a queued call is accepted and never runs; a blocking
+        // call cannot wait on a stopped thread and fails at once.
+        LogbusCapture after;
         QVERIFY(client->requestGuiKeepAlive());
         QCoreApplication::processEvents();
-        QVERIFY(!logbus.contains("GUI KeepAlive explicitly requested"));
-        // A blocking call cannot wait on a stopped thread: it fails at once.
-        QtLogCapture log;
+        QVERIFY(!after.contains("GUI KeepAlive explicitly requested"));
         QCOMPARE(client->isConnected(), false);
         QVERIFY(log.contains(QtCriticalMsg, "invoke method failed!"));
     }
@@ -182,13 +92,12 @@ private Q_SLOTS:
     void messagesDumpIsMadeOnceAndRemovable()
     {
         QTemporaryDir dir;
-        QScopedPointer<Telvix> client(makeClient(dir.path()));
+        QScopedPointer<Telvix> client(new Telvix("Linux", "6.1", "test", "1.0", "dev-1", dir.path()));
         QVERIFY(client->enableMessagesDump(false)); // none yet: a no-op
         QVERIFY(client->init());
         QVERIFY(client->enableMessagesDump(true));
         QVERIFY(client->enableMessagesDump(true));
-        const QString dump = dir.filePath("msgDump/telvixMsg.log");
-        QTRY_VERIFY(QFile::exists(dump));
+        QTRY_VERIFY(QFile::exists(dir.filePath("msgDump/telvixMsg.log")));
         QVERIFY(client->enableMessagesDump(false));
         QVERIFY(client->shutdown());
         QCOMPARE(QDir(dir.filePath("msgDump")).entryList(QDir::Files).size(), 1);

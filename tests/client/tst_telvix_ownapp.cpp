@@ -1,6 +1,5 @@
 // An application without a QCoreApplication: the library makes its own on
 // its thread and ends it at shutdown.
-#include "logbuscapture.h"
 #include "qtlogcapture.h"
 #include "telvix.h"
 
@@ -19,15 +18,12 @@ private Q_SLOTS:
         QTemporaryDir dir;
         QtLogCapture log;
         {
-            Telvix client(QStringLiteral("Linux"), QStringLiteral("6"), QStringLiteral("t"), QStringLiteral("1"),
-                          QStringLiteral("d"), dir.path());
+            Telvix client("Linux", "6", "t", "1", "d", dir.path());
             QVERIFY(client.init());
             QVERIFY(log.contains("Creating new QCoreApplication"));
-            QVERIFY(QCoreApplication::instance());
             QCOMPARE(QCoreApplication::instance()->thread(), static_cast<QThread*>(&client));
-            QCOMPARE(QCoreApplication::arguments(), QStringList{"TelvixApplication"});
-            QVERIFY(client.shutdown());
-            QVERIFY(client.isFinished());
+            QCOMPARE(QCoreApplication::arguments(), QStringList {"TelvixApplication"});
+            QVERIFY(client.shutdown() && client.isFinished());
         }
         QVERIFY(!QCoreApplication::instance());
         QVERIFY(QFile::exists(dir.filePath("telvixLog.txt")));

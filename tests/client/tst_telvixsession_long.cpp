@@ -17,97 +17,77 @@
 static const bool g_longerGuard
     = qEnvironmentVariableIsSet("QTEST_FUNCTION_TIMEOUT") || qputenv("QTEST_FUNCTION_TIMEOUT", "420000");
 
-namespace {
-
 /// A desktop client logged in to `server` with the real timers.
 struct RealSession
 {
+    FakeCtiServer server;
+    LogbusCapture log;
     QTemporaryDir dir;
-    QScopedPointer<Telvix> client;
+    QScopedPointer<Telvix> client {new Telvix("Linux", "6.1", "long-test", "1.0", "dev-long", dir.path())};
+    QSignalSpy gone {client.data(), &Telvix::disconnectedFromServer};
     QElapsedTimer sinceLogin;
 
-    bool logIn(FakeCtiServer& server)
+    bool logIn()
     {
         server.setAutoLogin(true);
-        if (!server.listen())
-            return false;
-        client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("long-test"),
-                                QStringLiteral("1.0"), QStringLiteral("dev-long"), dir.path()));
-        client->init();
         QSignalSpy logged(client.data(), &Telvix::loggedToServer);
-        client->connectToServer(QStringLiteral("alice"), QStringLiteral("secret"), QStringLiteral("default"),
-                                TELVIX::AppModeSrntPro, FakeCtiServer::host(), server.port());
-        if (!QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000))
+        if (!server.listen() || !client->init())
             return false;
+        client->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
+                                server.port());
+        const bool in = QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000);
         sinceLogin.start();
-        return true;
+        return in;
     }
-    ~RealSession()
-    {
-        if (client && client->isRunning())
-            client->shutdown();
-    }
+    ~RealSession() { client->shutdown(); }
 };
-
-} // namespace
 
 class TestTelvixSessionLong : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void silentServerIsNoticedWithin45Seconds();
-    void quietDesktopSessionStaysAndRunsPeriodicDataEveryFiveMinutes();
+    void silentServerIsNoticedWithin45Seconds()
+    {
+        RealSession s;
+        QVERIFY(s.logIn());
+        QSignalSpy beats(s.client.data(), &Telvix::sigGuiKeepAlive);
+        QVERIFY(s.client->enableGuiKeepAlive(true));
+
+        // The first keep-alive comes 30 s after the login, and nobody answers it.
+        const QString keepAlive = s.server.waitForFrame("KeepAlive", 40000);
+        QVERIFY(!keepAlive.isEmpty());
+        const qint64 keepAliveAt = s.sinceLogin.elapsed();
+        QVERIFY2(keepAliveAt >= 29000, qPrintable(QString::number(keepAliveAt)));
+        QCOMPARE(SimpleXmlParser::getDecodedTagValue(keepAlive, "API"), QStringLiteral("6.1"));
+        QTRY_VERIFY_WITH_TIMEOUT(!beats.isEmpty(), 10000);
+
+        // 15 s later the session ends, 45 s after the last sign of life.
+        QTRY_VERIFY_WITH_TIMEOUT(!s.gone.isEmpty(), 25000);
+        const qint64 goneAt = s.sinceLogin.elapsed();
+        QCOMPARE(s.gone.at(0).at(0).toString(), QStringLiteral("ConnectionTimeout"));
+        QVERIFY2(goneAt >= keepAliveAt + 14000 && goneAt <= 46000, qPrintable(QString::number(goneAt)));
+        QVERIFY(s.log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
+        QCOMPARE(s.server.framesContaining("KeepAlive").size(), 1);
+    }
+
+    void quietDesktopSessionStaysAndRunsPeriodicDataEveryFiveMinutes()
+    {
+        RealSession s;
+        s.server.setAutoKeepAliveAck(true);
+        QVERIFY(s.logIn());
+        QVERIFY(QTest::qWaitFor([&s] { return s.log.contains(10000, "Current APP MODE: 1"); }, 320000));
+        const qint64 ranAt = s.sinceLogin.elapsed();
+        QVERIFY2(ranAt >= 299000, qPrintable(QString::number(ranAt)));
+        QCOMPARE(s.log.count("Current APP MODE:"), 1);
+        QCOMPARE(s.gone.count(), 0);
+        QVERIFY(s.client->isConnected());
+        // Answered keep-alives passed meanwhile, one every 30 s: the tenth is
+        // due together with the periodic run.
+        const int keepAlives = s.server.framesContaining("KeepAlive").size();
+        QVERIFY2(keepAlives >= 9 && keepAlives <= 10, qPrintable(QString::number(keepAlives)));
+    }
 };
-
-void TestTelvixSessionLong::silentServerIsNoticedWithin45Seconds()
-{
-    FakeCtiServer server;
-    RealSession session;
-    LogbusCapture log;
-    QVERIFY(session.logIn(server));
-    Telvix* client = session.client.data();
-    QSignalSpy gone(client, &Telvix::disconnectedFromServer);
-    QSignalSpy beats(client, &Telvix::sigGuiKeepAlive);
-    QVERIFY(client->enableGuiKeepAlive(true));
-
-    // The first keep-alive comes 30 s after the login, and nobody answers it.
-    const QString keepAlive = server.waitForFrame(QStringLiteral("KeepAlive"), 40000);
-    QVERIFY(!keepAlive.isEmpty());
-    const qint64 keepAliveAt = session.sinceLogin.elapsed();
-    QVERIFY2(keepAliveAt >= 29000, qPrintable(QString::number(keepAliveAt)));
-    QCOMPARE(SimpleXmlParser::getDecodedTagValue(keepAlive, QStringLiteral("API")), QStringLiteral("6.1"));
-    QTRY_VERIFY_WITH_TIMEOUT(!beats.isEmpty(), 10000);
-
-    // 15 s later the session ends, 45 s after the last sign of life.
-    QTRY_VERIFY_WITH_TIMEOUT(!gone.isEmpty(), 25000);
-    const qint64 goneAt = session.sinceLogin.elapsed();
-    QCOMPARE(gone.at(0).at(0).toString(), QStringLiteral("ConnectionTimeout"));
-    QVERIFY2(goneAt >= keepAliveAt + 14000 && goneAt <= 46000, qPrintable(QString::number(goneAt)));
-    QVERIFY(log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
-    QCOMPARE(server.framesContaining(QStringLiteral("KeepAlive")).size(), 1);
-}
-
-void TestTelvixSessionLong::quietDesktopSessionStaysAndRunsPeriodicDataEveryFiveMinutes()
-{
-    FakeCtiServer server;
-    server.setAutoKeepAliveAck(true);
-    RealSession session;
-    LogbusCapture log;
-    QVERIFY(session.logIn(server));
-    QSignalSpy gone(session.client.data(), &Telvix::disconnectedFromServer);
-
-    QVERIFY(QTest::qWaitFor([&log] { return log.contains(10000, "Current APP MODE: 1"); }, 320000));
-    const qint64 ranAt = session.sinceLogin.elapsed();
-    QVERIFY2(ranAt >= 299000, qPrintable(QString::number(ranAt)));
-    QCOMPARE(log.count("Current APP MODE:"), 1);
-    QCOMPARE(gone.count(), 0);
-    QVERIFY(session.client->isConnected());
-    // Answered keep-alives passed meanwhile, one every 30 s: the tenth is
-    // due together with the periodic run.
-    const int keepAlives = server.framesContaining(QStringLiteral("KeepAlive")).size();
-    QVERIFY2(keepAlives >= 9 && keepAlives <= 10, qPrintable(QString::number(keepAlives)));
-}
 
 QTEST_GUILESS_MAIN(TestTelvixSessionLong)
 #include "tst_telvixsession_long.moc"

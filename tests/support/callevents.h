@@ -5,7 +5,7 @@
 #include <QString>
 
 /// Bodies of the server's call events, as a CTI server writes them, for the
-/// tests of the call table and of call control. Values are XML-escaped.
+/// tests that need calls live on a client. Values are XML-escaped.
 namespace CallEvents {
 
 inline QString element(const char* name, const QString& value)
@@ -34,12 +34,6 @@ inline QString incoming(const QString& uid, const QString& account, const QStrin
                     + element("CalledNum", QStringLiteral("200")) + extra);
 }
 
-inline QString originate(const QString& uid, const QString& account, const QString& called,
-                         const QString& localChannel)
-{
-    return wrap("OriginateCall", leg(uid, account, localChannel) + element("CalledNum", called));
-}
-
 /// `localAnswer` empty leaves the element out, as older servers do.
 inline QString answered(const QString& uid, const QString& account, const QString& localChannel,
                         const QString& remoteChannel, const QString& remote,
@@ -60,44 +54,6 @@ inline QString finished(const QString& uid, const QString& account, const QStrin
                     + element("RemoteName", QStringLiteral("Bob"))
                     + element("Reason", QStringLiteral("normal"))
                     + element("LocalHangup", localHangup ? QStringLiteral("1") : QStringLiteral("0")));
-}
-
-inline QString missed(const QString& uid, const QString& account, const QString& localChannel,
-                      const QString& remote)
-{
-    return wrap("MissedCall",
-                leg(uid, account, localChannel) + element("Remote", remote)
-                    + element("RemoteName", QStringLiteral("Bob")));
-}
-
-inline QString colp(const QString& uid, const QString& account, const QString& remote, const QString& name,
-                    const QString& remoteChannel)
-{
-    return wrap("ColpUpdate",
-                leg(uid, account, QString()) + element("RemoteChannel", remoteChannel)
-                    + element("Remote", remote) + element("RemoteName", name));
-}
-
-inline QString localInfo(const QString& uid, const QString& account, const QString& oldChannel,
-                         const QString& newChannel)
-{
-    return wrap("CallLocalInfoUpdate",
-                element("Uid", uid) + element("SipAccount", account) + element("OldLocalChannel", oldChannel)
-                    + element("NewLocalChannel", newChannel));
-}
-
-inline QString c2cOriginate(const QString& uid, const QString& exten, const QString& channel,
-                            const QString& to, const QString& type)
-{
-    return wrap("C2cOriginate",
-                element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel)
-                    + element("ToNumber", to) + element("Type", type));
-}
-
-inline QString c2cFinished(const QString& uid, const QString& exten, const QString& channel)
-{
-    return wrap("C2cFinished",
-                element("Uid", uid) + element("Exten", exten) + element("C2cChannel", channel));
 }
 
 } // namespace CallEvents

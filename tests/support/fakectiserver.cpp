@@ -75,16 +75,6 @@ FakeCtiServer::~FakeCtiServer()
     m_conns.clear();
 }
 
-QString FakeCtiServer::certificatePath()
-{
-    return QStringLiteral(TELVIX_TEST_CERT);
-}
-
-QString FakeCtiServer::keyPath()
-{
-    return QStringLiteral(TELVIX_TEST_KEY);
-}
-
 QSslCertificate FakeCtiServer::certificate()
 {
     const QList<QSslCertificate> certs = QSslCertificate::fromPath(certificatePath(), QSsl::Pem);
@@ -120,11 +110,6 @@ bool FakeCtiServer::listen()
 void FakeCtiServer::close()
 {
     m_listener->close();
-}
-
-bool FakeCtiServer::isListening() const
-{
-    return m_listener->isListening();
 }
 
 quint16 FakeCtiServer::port() const
@@ -266,14 +251,12 @@ int FakeCtiServer::encryptedConnectionCount() const
 
 bool FakeCtiServer::isConnected(int conn) const
 {
-    const Connection* c = connection(conn);
-    return c && c->open;
+    return connection(conn) && connection(conn)->open;
 }
 
 bool FakeCtiServer::isEncrypted(int conn) const
 {
-    const Connection* c = connection(conn);
-    return c && c->encrypted;
+    return connection(conn) && connection(conn)->encrypted;
 }
 
 void FakeCtiServer::disconnectClient(int conn)
@@ -318,14 +301,12 @@ void FakeCtiServer::disconnectAll()
 
 QStringList FakeCtiServer::receivedFrames(int conn) const
 {
-    const Connection* c = connection(conn);
-    return c ? c->frames : QStringList();
+    return connection(conn) ? connection(conn)->frames : QStringList();
 }
 
 QByteArray FakeCtiServer::receivedBytes(int conn) const
 {
-    const Connection* c = connection(conn);
-    return c ? c->bytes : QByteArray();
+    return connection(conn) ? connection(conn)->bytes : QByteArray();
 }
 
 QString FakeCtiServer::pendingText(int conn) const
@@ -344,9 +325,7 @@ bool FakeCtiServer::hasElement(const QString& frame, const QString& elementName)
         const int next = at + open.size();
         if (next >= frame.size())
             return false;
-        const char16_t c = frame.at(next).unicode();
-        if (c == u'/' || c == u'>' || c == u' ' || c == u'\t' || c == u'\n' || c == u'\r' || c == u'\f'
-            || c == u'\v')
+        if (QStringView(u"/> \t\n\r\f\v").contains(frame.at(next)))
             return true;
     }
     return false;
@@ -404,16 +383,6 @@ void FakeCtiServer::clearFrames()
     }
 }
 
-bool FakeCtiServer::send(int conn, const QString& text)
-{
-    return enqueue(conn, text.toUtf8(), {});
-}
-
-bool FakeCtiServer::sendRaw(int conn, const QByteArray& bytes)
-{
-    return enqueue(conn, bytes, {});
-}
-
 bool FakeCtiServer::sendSplit(int conn, const QString& text, const QList<int>& cutPositions)
 {
     Connection* c = connection(conn);
@@ -441,8 +410,7 @@ bool FakeCtiServer::sendBanner(int conn, const QString& api, const QString& minA
 
 bool FakeCtiServer::isSending(int conn) const
 {
-    const Connection* c = connection(conn);
-    return c && !c->queue.isEmpty();
+    return connection(conn) && !connection(conn)->queue.isEmpty();
 }
 
 void FakeCtiServer::setBannerOnConnect(const QString& api, const QString& minApi)
@@ -518,35 +486,33 @@ void FakeCtiServer::removeResponder(const QString& elementName)
         m_responders.end());
 }
 
-void FakeCtiServer::clearResponders()
-{
-    m_responders.clear();
-}
-
 void FakeCtiServer::setAutoLogin(bool on)
 {
-    if (!on) {
-        removeResponder(QStringLiteral("Login"));
-        return;
-    }
-    setResponder(QStringLiteral("Login"),
-                 [this](int, const QString&) { return loginAnswerDocument(m_loginAnswer, m_api); });
+    on ? setResponder(QStringLiteral("Login"),
+                      [this](int, const QString&) { return loginAnswerDocument(m_loginAnswer, m_api); })
+       : removeResponder(QStringLiteral("Login"));
 }
 
 void FakeCtiServer::setAutoKeepAliveAck(bool on)
 {
-    if (!on) {
-        removeResponder(QStringLiteral("KeepAlive"));
-        return;
-    }
-    setResponder(QStringLiteral("KeepAlive"),
-                 [this](int, const QString&) { return keepAliveAckDocument(m_api); });
+    on ? setResponder(QStringLiteral("KeepAlive"),
+                      [this](int, const QString&) { return keepAliveAckDocument(m_api); })
+       : removeResponder(QStringLiteral("KeepAlive"));
 }
+
+namespace {
+
+// `inner` as it stands inside <name></name>.
+QString wrap(const QString& name, const QString& inner)
+{
+    return QLatin1Char('<') + name + QLatin1Char('>') + inner + QLatin1String("</") + name + QLatin1Char('>');
+}
+
+} // namespace
 
 QString FakeCtiServer::textElement(const QString& name, const QString& value)
 {
-    return QLatin1Char('<') + name + QLatin1Char('>') + value.toHtmlEscaped() + QLatin1String("</") + name
-        + QLatin1Char('>');
+    return wrap(name, value.toHtmlEscaped());
 }
 
 QString FakeCtiServer::document(const QString& body, const QString& api, const QString& family,
@@ -556,12 +522,7 @@ QString FakeCtiServer::document(const QString& body, const QString& api, const Q
     const QString stamp = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzz"));
     QString xml = QLatin1String("<SRNT>") + textElement(QStringLiteral("API"), api)
         + textElement(QStringLiteral("UUID"), id) + textElement(QStringLiteral("Timestamp"), stamp);
-    if (family.isEmpty())
-        xml += body;
-    else
-        xml += QLatin1Char('<') + family + QLatin1Char('>') + body + QLatin1String("</") + family
-            + QLatin1Char('>');
-    return xml + QLatin1String("</SRNT>");
+    return xml + (family.isEmpty() ? body : wrap(family, body)) + QLatin1String("</SRNT>");
 }
 
 QString FakeCtiServer::failedDocument(const QString& reason, const QString& body, const QString& api)
@@ -577,47 +538,42 @@ QString FakeCtiServer::bannerDocument(const QString& api, const QString& minApi)
 QString FakeCtiServer::loginAnswerDocument(const LoginAnswer& a, const QString& api)
 {
     QString body = textElement(QStringLiteral("ExitCode"), QString::number(a.exitCode));
-    const auto add = [&body](const char* name, const QString& value) {
-        if (!value.isEmpty())
-            body += textElement(QLatin1String(name), value);
-    };
-    add("Reason", a.reason);
-    add("Exten", a.exten);
-    add("Domain", a.domain);
-    add("Capabilities", a.capabilities);
-    add("CcRole", a.ccRole);
-    add("Features", a.features.join(QLatin1Char(',')));
-    add("UserUuid", a.userUuid);
-    add("MobileNumber", a.mobileNumber);
-    add("ChatID", a.chatId);
-    add("ChatPort", a.chatPort);
-    add("FirstName", a.firstName);
-    add("LastName", a.lastName);
-    add("SeenIpAddress", a.seenIpAddress);
-    add("LoginMessage", a.loginMessage);
-    add("VantorFirmwareVersion", a.firmwareVersion);
-    add("VantorSerialNumber", a.serialNumber);
-    add("VantorPartNumber", a.partNumber);
-    add("LoggedOff", a.loggedOff);
-    body += a.extraXml;
-    return document(QLatin1Char('<') + a.element + QLatin1Char('>') + body + QLatin1String("</") + a.element
-                        + QLatin1Char('>'),
-                    api);
+    const QPair<const char*, QString> fields[] = {{"Reason", a.reason},
+                                                  {"Exten", a.exten},
+                                                  {"Domain", a.domain},
+                                                  {"Capabilities", a.capabilities},
+                                                  {"CcRole", a.ccRole},
+                                                  {"Features", a.features.join(QLatin1Char(','))},
+                                                  {"UserUuid", a.userUuid},
+                                                  {"MobileNumber", a.mobileNumber},
+                                                  {"ChatID", a.chatId},
+                                                  {"ChatPort", a.chatPort},
+                                                  {"FirstName", a.firstName},
+                                                  {"LastName", a.lastName},
+                                                  {"SeenIpAddress", a.seenIpAddress},
+                                                  {"LoginMessage", a.loginMessage},
+                                                  {"VantorFirmwareVersion", a.firmwareVersion},
+                                                  {"VantorSerialNumber", a.serialNumber},
+                                                  {"VantorPartNumber", a.partNumber},
+                                                  {"LoggedOff", a.loggedOff}};
+    for (const auto& field : fields) {
+        if (!field.second.isEmpty())
+            body += textElement(QLatin1String(field.first), field.second);
+    }
+    return document(wrap(a.element, body + a.extraXml), api);
 }
 
 QString FakeCtiServer::loginRefusedDocument(int exitCode, const QString& reason, const QString& api)
 {
-    return document(QLatin1String("<Authenticated>")
-                        + textElement(QStringLiteral("ExitCode"), QString::number(exitCode))
-                        + textElement(QStringLiteral("Reason"), reason) + QLatin1String("</Authenticated>"),
+    return document(wrap(QStringLiteral("Authenticated"),
+                         textElement(QStringLiteral("ExitCode"), QString::number(exitCode))
+                             + textElement(QStringLiteral("Reason"), reason)),
                     api);
 }
 
 QString FakeCtiServer::loggedOffDocument(const QString& reason, const QString& api)
 {
-    return document(QLatin1String("<LoggedOff>") + textElement(QStringLiteral("Reason"), reason)
-                        + QLatin1String("</LoggedOff>"),
-                    api);
+    return document(wrap(QStringLiteral("LoggedOff"), textElement(QStringLiteral("Reason"), reason)), api);
 }
 
 QString FakeCtiServer::keepAliveAckDocument(const QString& api)
@@ -632,18 +588,18 @@ QString FakeCtiServer::probeDocument(const QString& api)
 
 QString FakeCtiServer::redirectDocument(const QString& ip, quint16 port, const QString& api)
 {
-    return document(QLatin1String("<RedirectConnection>") + textElement(QStringLiteral("ServerIp"), ip)
-                        + textElement(QStringLiteral("ServerPort"), QString::number(port))
-                        + QLatin1String("</RedirectConnection>"),
+    return document(wrap(QStringLiteral("RedirectConnection"),
+                         textElement(QStringLiteral("ServerIp"), ip)
+                             + textElement(QStringLiteral("ServerPort"), QString::number(port))),
                     api);
 }
 
 QString FakeCtiServer::errorDocument(const QString& reason, const QString& originalMessage,
                                      const QString& api)
 {
-    return document(QLatin1String("<Error>") + textElement(QStringLiteral("Reason"), reason)
-                        + textElement(QStringLiteral("OriginalMessage"), originalMessage)
-                        + QLatin1String("</Error>"),
+    return document(wrap(QStringLiteral("Error"),
+                         textElement(QStringLiteral("Reason"), reason)
+                             + textElement(QStringLiteral("OriginalMessage"), originalMessage)),
                     api);
 }
 

@@ -85,26 +85,23 @@ public:
     bool listen();
     /// Stops accepting; open connections stay.
     void close();
-    bool isListening() const;
     quint16 port() const;
     static QString host() { return QStringLiteral("127.0.0.1"); }
 
     /// The build-time test certificate and key (PEM files) and the certificate
     /// itself, which a client can take as its only CA to verify the server.
-    static QString certificatePath();
-    static QString keyPath();
+    static QString certificatePath() { return QStringLiteral(TELVIX_TEST_CERT); }
+    static QString keyPath() { return QStringLiteral(TELVIX_TEST_KEY); }
     static QSslCertificate certificate();
 
     /// Applies to connections accepted afterwards.
     void setTlsMode(TlsMode mode) { m_tlsMode = mode; }
-    TlsMode tlsMode() const { return m_tlsMode; }
     /// TLS versions offered to connections accepted afterwards.
     void setProtocol(QSsl::SslProtocol protocol) { m_protocol = protocol; }
 
     /// API version written into the documents the server makes itself
     /// (banner, canned answers). Default "6.1".
     void setApiVersion(const QString& api) { m_api = api; }
-    QString apiVersion() const { return m_api; }
 
     // ---- connections ----------------------------------------------------
 
@@ -154,12 +151,12 @@ public:
     // ---- sending ---------------------------------------------------------
 
     /// Writes `text` as UTF-8. False if the connection is unknown or closed.
-    bool send(int conn, const QString& text);
-    bool sendRaw(int conn, const QByteArray& bytes);
+    bool send(int conn, const QString& text) { return enqueue(conn, text.toUtf8(), {}); }
+    bool sendRaw(int conn, const QByteArray& bytes) { return enqueue(conn, bytes, {}); }
     /// Writes the UTF-8 bytes of `text` in pieces cut at the given byte
     /// offsets (ascending, inside the text; a cut may fall inside a multibyte
     /// character). Each piece is flushed to the socket on its own, with a
-    /// pause of chunkInterval() between pieces so that the client can read
+    /// pause of the chunk interval between pieces so that the client can read
     /// them apart. Returns at once; chunkWritten reports each piece and
     /// sendQueueEmpty the end.
     bool sendSplit(int conn, const QString& text, const QList<int>& cutPositions);
@@ -172,7 +169,6 @@ public:
 
     /// Pause between the pieces of a split send, in milliseconds (default 2).
     void setChunkInterval(int ms) { m_chunkIntervalMs = ms; }
-    int chunkInterval() const { return m_chunkIntervalMs; }
 
     /// Sends a banner on every connection as soon as the server side of its
     /// handshake is done, so that it arrives right behind the handshake. An
@@ -187,7 +183,6 @@ public:
     /// were first set.
     void setResponder(const QString& elementName, Responder responder);
     void removeResponder(const QString& elementName);
-    void clearResponders();
 
     /// Answers every "Login" with loginAnswerDocument(answer).
     void setAutoLogin(bool on);

@@ -31,7 +31,8 @@ bool LoggedInClient::start()
         return false;
 
     m_client.reset(new Telvix(QStringLiteral("Linux"), QStringLiteral("6.1"), QStringLiteral("calls-test"),
-                              QStringLiteral("1.0"), QStringLiteral("dev-calls"), m_dir.path()));
+                              QStringLiteral("1.0"), QStringLiteral("dev-calls"),
+                              m_dataDir.isEmpty() ? m_dir.path() : m_dataDir));
     if (!m_client->init())
         return false;
     if (m_beforeLogin)
@@ -58,38 +59,16 @@ QString LoggedInClient::sendEvent(const QString& body)
 
 bool LoggedInClient::waitForAck(const QString& uuid, int timeoutMs)
 {
-    for (;;) {
-        const QString frame = m_server.waitForFrame(QStringLiteral("MsgAck"), timeoutMs);
-        if (frame.isEmpty())
-            return false;
-        if (frame.contains(uuid))
+    for (QString ack; !(ack = m_server.waitForFrame(QStringLiteral("MsgAck"), timeoutMs)).isEmpty();) {
+        if (ack.contains(uuid))
             return true;
     }
+    return false;
 }
 
 bool LoggedInClient::deliver(const QString& body)
 {
     return waitForAck(sendEvent(body));
-}
-
-bool LoggedInClient::deliverThenProbe(const QString& body, QString* uuid)
-{
-    // Messages are handled in their order of arrival.
-    const QString xml = FakeCtiServer::document(body, m_api);
-    if (uuid)
-        *uuid = FakeCtiServer::uuidOf(xml);
-    m_server.send(m_conn, xml + FakeCtiServer::probeDocument(m_api));
-    return !m_server.waitForFrame(QStringLiteral("KeepAlive")).isEmpty();
-}
-
-bool LoggedInClient::acknowledged(const QString& uuid) const
-{
-    const QStringList acks = m_server.framesContaining(QStringLiteral("MsgAck"), m_conn);
-    for (const QString& ack : acks) {
-        if (ack.contains(uuid))
-            return true;
-    }
-    return false;
 }
 
 QStringList LoggedInClient::framesWith(const QString& element) const

@@ -29,6 +29,9 @@ public:
     /// Feature words of the login answer; takes effect at start().
     void setFeatures(const QStringList& features) { m_features = features; }
 
+    /// The client's data folder; a folder of its own by default.
+    void setDataDir(const QString& path) { m_dataDir = path; }
+
     /// Runs on the test's thread after init() and before the login starts.
     void setBeforeLogin(std::function<void(Telvix*)> hook) { m_beforeLogin = std::move(hook); }
 
@@ -47,14 +50,6 @@ public:
     bool waitForAck(const QString& uuid, int timeoutMs = 5000);
     /// sendEvent() and waitForAck() in one.
     bool deliver(const QString& body);
-    /// For messages the client does not acknowledge: sends `body` followed by
-    /// the server's probe, and waits for the keep-alive that answers the
-    /// probe, which tells that the message before it was handled. `uuid`
-    /// receives the message's UUID.
-    bool deliverThenProbe(const QString& body, QString* uuid = nullptr);
-    /// Whether the client acknowledged `uuid` so far.
-    bool acknowledged(const QString& uuid) const;
-
     /// Frames the client sent since the last clearFrames() that carry `element`.
     QStringList framesWith(const QString& element) const;
     void clearFrames() { m_server.clearFrames(); }
@@ -72,6 +67,7 @@ private:
     QStringList m_features;
     std::function<void(Telvix*)> m_beforeLogin;
     QTemporaryDir m_dir;
+    QString m_dataDir;
     FakeCtiServer m_server;
     QScopedPointer<Telvix> m_client;
     int m_conn = -1;
