@@ -63,7 +63,6 @@ struct Session
         return in;
     }
     QJsonObject details; // of the last login
-    bool startLoggedIn() { return start() && logIn(); }
     QStringList loginFrames() const { return server.framesContaining("Login"); }
     /// The UUIDs acknowledged.
     QStringList ackedIds() const
@@ -174,7 +173,7 @@ private Q_SLOTS:
         QVERIFY(s.start());
         // The banner comes only once the client has logged in without it.
         s.server.setResponder("Login", [&s](int conn, const QString&) {
-            s.server.sendBanner(conn, "5.4");
+            s.server.send(conn, FakeCtiServer::bannerDocument("5.4"));
             return QString();
         });
         s.connect();
