@@ -5,13 +5,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-LoggedInClient::LoggedInClient(TELVIX::AppMode mode, const QString& api, const QString& exten)
-    : m_mode(mode)
-    , m_api(api)
-    , m_exten(exten)
-{
-}
-
 LoggedInClient::~LoggedInClient()
 {
     if (m_client && m_client->isRunning())
@@ -64,14 +57,4 @@ bool LoggedInClient::waitForAck(const QString& uuid, int timeoutMs)
             return true;
     }
     return false;
-}
-
-bool LoggedInClient::deliver(const QString& body)
-{
-    return waitForAck(sendEvent(body));
-}
-
-QStringList LoggedInClient::framesWith(const QString& element) const
-{
-    return m_server.framesContaining(element, m_conn);
 }

@@ -21,7 +21,12 @@ class LoggedInClient
 {
 public:
     explicit LoggedInClient(TELVIX::AppMode mode, const QString& api = QStringLiteral("6.1"),
-                            const QString& exten = QStringLiteral("200"));
+                            const QString& exten = QStringLiteral("200"))
+        : m_mode(mode)
+        , m_api(api)
+        , m_exten(exten)
+    {
+    }
     ~LoggedInClient();
     LoggedInClient(const LoggedInClient&) = delete;
     LoggedInClient& operator=(const LoggedInClient&) = delete;
@@ -49,9 +54,12 @@ public:
     /// Waits for the client's MsgAck of `uuid`.
     bool waitForAck(const QString& uuid, int timeoutMs = 5000);
     /// sendEvent() and waitForAck() in one.
-    bool deliver(const QString& body);
+    bool deliver(const QString& body) { return waitForAck(sendEvent(body)); }
     /// Frames the client sent since the last clearFrames() that carry `element`.
-    QStringList framesWith(const QString& element) const;
+    QStringList framesWith(const QString& element) const
+    {
+        return m_server.framesContaining(element, m_conn);
+    }
     void clearFrames() { m_server.clearFrames(); }
 
     /// Runs `f` on the library's thread and waits for it.
