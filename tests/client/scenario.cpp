@@ -185,7 +185,7 @@ private:
     {
         m_app.reset(
             new LoggedInClient(TELVIX::AppMode(m_online.at(0).toInt()), m_online.at(1), m_online.at(2)));
-        m_app->setFeatures(m_online.at(3).split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        m_app->loginAnswer.features = m_online.at(3).split(QLatin1Char(' '), Qt::SkipEmptyParts);
         m_app->setDataDir(m_dir.path());
         m_app->setBeforeLogin([this](Telvix* client) {
             setTelvixTimerIntervals(client, m_timers);

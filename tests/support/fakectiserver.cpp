@@ -22,16 +22,10 @@
 class FakeCtiServer::Listener : public QTcpServer
 {
 public:
-    explicit Listener(FakeCtiServer* owner)
-        : m_owner(owner)
-    {
-    }
+    std::function<void(qintptr)> accept;
 
 protected:
-    void incomingConnection(qintptr descriptor) override { m_owner->acceptDescriptor(descriptor); }
-
-private:
-    FakeCtiServer* m_owner;
+    void incomingConnection(qintptr descriptor) override { accept(descriptor); }
 };
 
 struct FakeCtiServer::Connection
@@ -54,8 +48,9 @@ struct FakeCtiServer::Connection
 
 FakeCtiServer::FakeCtiServer(QObject* parent)
     : QObject(parent)
-    , m_listener(new Listener(this))
+    , m_listener(new Listener)
 {
+    m_listener->accept = [this](qintptr descriptor) { acceptDescriptor(descriptor); };
 }
 
 FakeCtiServer::~FakeCtiServer()

@@ -14,10 +14,7 @@ LoggedInClient::~LoggedInClient()
 bool LoggedInClient::start()
 {
     m_server.setApiVersion(m_api);
-    FakeCtiServer::LoginAnswer answer;
-    answer.exten = m_exten;
-    answer.features = m_features;
-    m_server.setLoginAnswer(answer);
+    m_server.setLoginAnswer(loginAnswer);
     m_server.setAutoLogin(true);
     m_server.setAutoKeepAliveAck(true);
     if (!m_server.listen())

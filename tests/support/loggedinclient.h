@@ -24,15 +24,15 @@ public:
                             const QString& exten = QStringLiteral("200"))
         : m_mode(mode)
         , m_api(api)
-        , m_exten(exten)
     {
+        loginAnswer.exten = exten;
     }
     ~LoggedInClient();
     LoggedInClient(const LoggedInClient&) = delete;
     LoggedInClient& operator=(const LoggedInClient&) = delete;
 
-    /// Feature words of the login answer; takes effect at start().
-    void setFeatures(const QStringList& features) { m_features = features; }
+    /// The canned login answer; takes effect at start().
+    FakeCtiServer::LoginAnswer loginAnswer;
 
     /// The client's data folder; a folder of its own by default.
     void setDataDir(const QString& path) { m_dataDir = path; }
@@ -71,8 +71,6 @@ public:
 private:
     TELVIX::AppMode m_mode;
     QString m_api;
-    QString m_exten;
-    QStringList m_features;
     std::function<void(Telvix*)> m_beforeLogin;
     QTemporaryDir m_dir;
     QString m_dataDir;
