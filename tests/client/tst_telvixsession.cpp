@@ -30,16 +30,11 @@ struct Session
 {
     QTemporaryDir dir;
     FakeCtiServer server;
-    QScopedPointer<Telvix> client;
-    QScopedPointer<QSignalSpy> gone; // every disconnectedFromServer
+    QScopedPointer<Telvix> client {new Telvix("Linux", "6.1", "session-test", "2.0", "dev-7", dir.path())};
+    QSignalSpy gone {client.data(), &Telvix::disconnectedFromServer};
     LogbusCapture log;
 
-    Session()
-    {
-        client.reset(new Telvix("Linux", "6.1", "session-test", "2.0", "dev-7", dir.path()));
-        gone.reset(new QSignalSpy(client.data(), &Telvix::disconnectedFromServer));
-        server.setAutoKeepAliveAck(true);
-    }
+    Session() { server.setAutoKeepAliveAck(true); }
     ~Session()
     {
         if (client->isRunning())
@@ -68,9 +63,8 @@ struct Session
     /// Waits for the one disconnection and returns its reason.
     QString disconnection()
     {
-        if (!QTest::qWaitFor([this] { return !gone->isEmpty(); }, 10000))
-            return "<no disconnection>";
-        return gone->takeFirst().at(0).toString();
+        return QTest::qWaitFor([this] { return !gone.isEmpty(); }, 10000) ? gone.takeFirst().at(0).toString()
+                                                                          : "<no disconnection>";
     }
 };
 
