@@ -97,19 +97,17 @@ bool matches(const QJsonValue& expected, const QJsonValue& actual)
         return true;
     if (expected.isArray() && actual.isArray()) {
         const QJsonArray e = expected.toArray(), a = actual.toArray();
-        for (int i = 0; i < e.size() && e.size() == a.size(); ++i) {
-            if (!matches(e.at(i), a.at(i)))
-                return false;
-        }
-        return e.size() == a.size();
+        int i = 0;
+        while (i < e.size() && e.size() == a.size() && matches(e.at(i), a.at(i)))
+            ++i;
+        return i == e.size() && e.size() == a.size();
     }
     if (expected.isObject() && actual.isObject()) {
         const QJsonObject e = expected.toObject(), a = actual.toObject();
-        for (auto it = e.begin(); it != e.end() && e.size() == a.size(); ++it) {
-            if (!a.contains(it.key()) || !matches(it.value(), a.value(it.key())))
-                return false;
-        }
-        return e.size() == a.size();
+        auto it = e.begin();
+        while (it != e.end() && a.contains(it.key()) && matches(it.value(), a.value(it.key())))
+            ++it;
+        return it == e.end() && e.size() == a.size();
     }
     return expected == actual;
 }
@@ -187,7 +185,7 @@ private:
     {
         m_app.reset(
             new LoggedInClient(TELVIX::AppMode(m_online.at(0).toInt()), m_online.at(1), m_online.at(2)));
-        m_app->setFeatures(m_online.at(3).split(QLatin1Char(' '), Qt::SkipEmptyParts));
+        m_app->loginAnswer.features = m_online.at(3).split(QLatin1Char(' '), Qt::SkipEmptyParts);
         m_app->setDataDir(m_dir.path());
         m_app->setBeforeLogin([this](Telvix* client) {
             setTelvixTimerIntervals(client, m_timers);
@@ -572,9 +570,8 @@ private:
     int m_conn = -1;
 };
 
-} // namespace
-
-QList<ScenarioCase> Scenario::load(const QString& folder)
+// Every case of every *.scenario file under `folder`, in path order.
+QList<ScenarioCase> load(const QString& folder)
 {
     QStringList paths;
     QDirIterator it(folder, {QStringLiteral("*.scenario")}, QDir::Files, QDirIterator::Subdirectories);
@@ -646,31 +643,22 @@ QList<ScenarioCase> Scenario::load(const QString& folder)
     return cases;
 }
 
-QList<ScenarioCase> Scenario::addRows(const QString& folder, const QStringList& skip)
-{
-    QTest::addColumn<int>("index");
-    const QList<ScenarioCase> cases = load(QStringLiteral(TELVIX_TEST_FIXTURES "/client/") + folder);
-    for (int i = 0; i < cases.size(); ++i) {
-        if (std::none_of(skip.begin(), skip.end(),
-                         [&](const QString& s) { return cases.at(i).tag.startsWith(s); }))
-            QTest::newRow(qPrintable(cases.at(i).tag)) << i;
-    }
-    return cases;
-}
-
-void Scenario::play(const ScenarioCase& scenario)
-{
-    Player(scenario).run();
-}
+} // namespace
 
 void ScenarioTest::play_data()
 {
-    m_cases = Scenario::addRows(m_folder, m_skip);
+    QTest::addColumn<int>("index");
+    m_cases = load(QStringLiteral(TELVIX_TEST_FIXTURES "/client/") + m_folder);
+    for (int i = 0; i < m_cases.size(); ++i) {
+        if (std::none_of(m_skip.begin(), m_skip.end(),
+                         [&](const QString& s) { return m_cases.at(i).tag.startsWith(s); }))
+            QTest::newRow(qPrintable(m_cases.at(i).tag)) << i;
+    }
     QVERIFY(!m_cases.isEmpty());
 }
 
 void ScenarioTest::play()
 {
     QFETCH(int, index);
-    Scenario::play(m_cases.at(index));
+    Player(m_cases.at(index)).run();
 }

@@ -75,21 +75,9 @@ struct ScenarioCase
     QList<int> stepLines;
 };
 
-namespace Scenario {
-
-/// Every case of every *.scenario file under `folder`, in path order.
-QList<ScenarioCase> load(const QString& folder);
-/// For a _data function: the cases of tests/fixtures/client/`folder`, one
-/// row each in the column "index" (into the list returned), but those whose
-/// tag starts with a word of `skip`.
-QList<ScenarioCase> addRows(const QString& folder, const QStringList& skip = {});
-/// Plays one case; a failed step fails the running QtTest function.
-void play(const ScenarioCase& scenario);
-
-} // namespace Scenario
-
 /// A test object whose rows play the scenarios of tests/fixtures/client/`folder`
-/// (but those of `skip`), before the test's own functions.
+/// (but those whose tag starts with a word of `skip`), before the test's own
+/// functions; a failed step fails the row.
 class ScenarioTest : public QObject
 {
     Q_OBJECT

@@ -25,16 +25,12 @@ private:
     std::unique_ptr<LoggedInClient> chatting(std::unique_ptr<QSignalSpy>* statuses = nullptr)
     {
         auto session = std::make_unique<LoggedInClient>(TELVIX::AppModeSrntPro, QStringLiteral("5.2"));
-        LoggedInClient* raw = session.get();
-        const quint16 chatPort = m_prosody->port();
-        session->setBeforeLogin([raw, chatPort, statuses](Telvix* client) {
-            if (statuses)
+        session->loginAnswer.chatId = QStringLiteral("alice@default");
+        session->loginAnswer.chatPort = QString::number(m_prosody->port());
+        if (statuses)
+            session->setBeforeLogin([statuses](Telvix* client) {
                 statuses->reset(new QSignalSpy(client, &Telvix::sigExtenStatusChanged));
-            FakeCtiServer::LoginAnswer answer = raw->server().loginAnswer();
-            answer.chatId = QStringLiteral("alice@default");
-            answer.chatPort = QString::number(chatPort);
-            raw->server().setLoginAnswer(answer);
-        });
+            });
         if (!session->start())
             return nullptr;
         QSignalSpy connected(session->client(), &Telvix::sigChatConnected);

@@ -2,45 +2,18 @@
 // answering keep-alives is noticed within 45 seconds while the application's
 // heartbeat beats every 30 seconds, and a quiet desktop session stays up and
 // runs its periodic data timer once in five minutes.
-#include "fakectiserver.h"
 #include "logbuscapture.h"
+#include "loggedinclient.h"
 #include "simplexmlparser.h"
 #include "telvix.h"
 
 #include <QElapsedTimer>
-#include <QScopedPointer>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 // The five-minute test waits longer than QtTest's own guard of one function.
 static const bool g_longerGuard
     = qEnvironmentVariableIsSet("QTEST_FUNCTION_TIMEOUT") || qputenv("QTEST_FUNCTION_TIMEOUT", "420000");
-
-/// A desktop client logged in to `server` with the real timers.
-struct RealSession
-{
-    FakeCtiServer server;
-    LogbusCapture log;
-    QTemporaryDir dir;
-    QScopedPointer<Telvix> client {new Telvix("Linux", "6.1", "long-test", "1.0", "dev-long", dir.path())};
-    QSignalSpy gone {client.data(), &Telvix::disconnectedFromServer};
-    QElapsedTimer sinceLogin;
-
-    bool logIn()
-    {
-        server.setAutoLogin(true);
-        QSignalSpy logged(client.data(), &Telvix::loggedToServer);
-        if (!server.listen() || !client->init())
-            return false;
-        client->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
-                                server.port());
-        const bool in = QTest::qWaitFor([&logged] { return !logged.isEmpty(); }, 10000);
-        sinceLogin.start();
-        return in;
-    }
-    ~RealSession() { client->shutdown(); }
-};
 
 class TestTelvixSessionLong : public QObject
 {
@@ -49,42 +22,50 @@ class TestTelvixSessionLong : public QObject
 private Q_SLOTS:
     void silentServerIsNoticedWithin45Seconds()
     {
-        RealSession s;
-        QVERIFY(s.logIn());
-        QSignalSpy beats(s.client.data(), &Telvix::sigGuiKeepAlive);
-        QVERIFY(s.client->enableGuiKeepAlive(true));
+        LogbusCapture log;
+        LoggedInClient s(TELVIX::AppModeSrntPro);
+        QVERIFY(s.start());
+        QElapsedTimer sinceLogin;
+        sinceLogin.start();
+        s.server().setAutoKeepAliveAck(false);
+        QSignalSpy gone(s.client(), &Telvix::disconnectedFromServer);
+        QSignalSpy beats(s.client(), &Telvix::sigGuiKeepAlive);
+        QVERIFY(s.client()->enableGuiKeepAlive(true));
 
         // The first keep-alive comes 30 s after the login, and nobody answers it.
-        const QString keepAlive = s.server.waitForFrame("KeepAlive", 40000);
+        const QString keepAlive = s.server().waitForFrame("KeepAlive", 40000);
         QVERIFY(!keepAlive.isEmpty());
-        const qint64 keepAliveAt = s.sinceLogin.elapsed();
+        const qint64 keepAliveAt = sinceLogin.elapsed();
         QVERIFY2(keepAliveAt >= 29000, qPrintable(QString::number(keepAliveAt)));
         QCOMPARE(SimpleXmlParser::getDecodedTagValue(keepAlive, "API"), QStringLiteral("6.1"));
         QTRY_VERIFY_WITH_TIMEOUT(!beats.isEmpty(), 10000);
 
         // 15 s later the session ends, 45 s after the last sign of life.
-        QTRY_VERIFY_WITH_TIMEOUT(!s.gone.isEmpty(), 25000);
-        const qint64 goneAt = s.sinceLogin.elapsed();
-        QCOMPARE(s.gone.at(0).at(0).toString(), QStringLiteral("ConnectionTimeout"));
+        QTRY_VERIFY_WITH_TIMEOUT(!gone.isEmpty(), 25000);
+        const qint64 goneAt = sinceLogin.elapsed();
+        QCOMPARE(gone.at(0).at(0).toString(), QStringLiteral("ConnectionTimeout"));
         QVERIFY2(goneAt >= keepAliveAt + 14000 && goneAt <= 46000, qPrintable(QString::number(goneAt)));
-        QVERIFY(s.log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
-        QCOMPARE(s.server.framesContaining("KeepAlive").size(), 1);
+        QVERIFY(log.contains(100, "Connection timed-out: no ACK received to KeepAlive message"));
+        QCOMPARE(s.server().framesContaining("KeepAlive").size(), 1);
     }
 
     void quietDesktopSessionStaysAndRunsPeriodicDataEveryFiveMinutes()
     {
-        RealSession s;
-        s.server.setAutoKeepAliveAck(true);
-        QVERIFY(s.logIn());
-        QVERIFY(QTest::qWaitFor([&s] { return s.log.contains(10000, "Current APP MODE: 1"); }, 320000));
-        const qint64 ranAt = s.sinceLogin.elapsed();
+        LogbusCapture log;
+        LoggedInClient s(TELVIX::AppModeSrntPro);
+        QVERIFY(s.start());
+        QElapsedTimer sinceLogin;
+        sinceLogin.start();
+        QSignalSpy gone(s.client(), &Telvix::disconnectedFromServer);
+        QVERIFY(QTest::qWaitFor([&log] { return log.contains(10000, "Current APP MODE: 1"); }, 320000));
+        const qint64 ranAt = sinceLogin.elapsed();
         QVERIFY2(ranAt >= 299000, qPrintable(QString::number(ranAt)));
-        QCOMPARE(s.log.count("Current APP MODE:"), 1);
-        QCOMPARE(s.gone.count(), 0);
-        QVERIFY(s.client->isConnected());
+        QCOMPARE(log.count("Current APP MODE:"), 1);
+        QCOMPARE(gone.count(), 0);
+        QVERIFY(s.client()->isConnected());
         // Answered keep-alives passed meanwhile, one every 30 s: the tenth is
         // due together with the periodic run.
-        const int keepAlives = s.server.framesContaining("KeepAlive").size();
+        const int keepAlives = s.server().framesContaining("KeepAlive").size();
         QVERIFY2(keepAlives >= 9 && keepAlives <= 10, qPrintable(QString::number(keepAlives)));
     }
 };

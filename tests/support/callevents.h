@@ -34,16 +34,13 @@ inline QString incoming(const QString& uid, const QString& account, const QStrin
                     + element("CalledNum", QStringLiteral("200")) + extra);
 }
 
-/// `localAnswer` empty leaves the element out, as older servers do.
 inline QString answered(const QString& uid, const QString& account, const QString& localChannel,
-                        const QString& remoteChannel, const QString& remote,
-                        const QString& localAnswer = QString())
+                        const QString& remoteChannel, const QString& remote, const QString& localAnswer)
 {
-    QString body = leg(uid, account, localChannel) + element("RemoteChannel", remoteChannel)
-        + element("Remote", remote) + element("RemoteName", QStringLiteral("Bob"));
-    if (!localAnswer.isEmpty())
-        body += element("LocalAnswer", localAnswer);
-    return wrap("AnsweredCall", body);
+    return wrap("AnsweredCall",
+                leg(uid, account, localChannel) + element("RemoteChannel", remoteChannel)
+                    + element("Remote", remote) + element("RemoteName", QStringLiteral("Bob"))
+                    + element("LocalAnswer", localAnswer));
 }
 
 inline QString finished(const QString& uid, const QString& account, const QString& localChannel,

@@ -22,16 +22,10 @@
 class FakeCtiServer::Listener : public QTcpServer
 {
 public:
-    explicit Listener(FakeCtiServer* owner)
-        : m_owner(owner)
-    {
-    }
+    std::function<void(qintptr)> accept;
 
 protected:
-    void incomingConnection(qintptr descriptor) override { m_owner->acceptDescriptor(descriptor); }
-
-private:
-    FakeCtiServer* m_owner;
+    void incomingConnection(qintptr descriptor) override { accept(descriptor); }
 };
 
 struct FakeCtiServer::Connection
@@ -41,13 +35,11 @@ struct FakeCtiServer::Connection
     // Stateful, so that a character split between two reads is not lost.
     std::unique_ptr<QTextDecoder> decoder;
     QTimer* pumpTimer = nullptr;
-    QStringList frames;
     QByteArray bytes;
     QList<QByteArray> queue;
     bool open = false;
     bool encrypted = false;
     bool closeAfterQueue = false;
-    bool splitPending = false;
     // An answer flushed from a responder can make the socket read again,
     // inside the read that ran the responder: that read takes the new bytes.
     bool reading = false;
@@ -56,8 +48,9 @@ struct FakeCtiServer::Connection
 
 FakeCtiServer::FakeCtiServer(QObject* parent)
     : QObject(parent)
-    , m_listener(new Listener(this))
+    , m_listener(new Listener)
 {
+    m_listener->accept = [this](qintptr descriptor) { acceptDescriptor(descriptor); };
 }
 
 FakeCtiServer::~FakeCtiServer()
@@ -75,16 +68,11 @@ FakeCtiServer::~FakeCtiServer()
     m_conns.clear();
 }
 
-QSslCertificate FakeCtiServer::certificate()
-{
-    const QList<QSslCertificate> certs = QSslCertificate::fromPath(certificatePath(), QSsl::Pem);
-    return certs.isEmpty() ? QSslCertificate() : certs.first();
-}
-
 bool FakeCtiServer::listen()
 {
     if (m_certificate.isNull()) {
-        m_certificate = certificate();
+        const QList<QSslCertificate> certs = QSslCertificate::fromPath(certificatePath(), QSsl::Pem);
+        m_certificate = certs.value(0);
         QFile keyFile(keyPath());
         if (keyFile.open(QIODevice::ReadOnly))
             m_key = QSslKey(&keyFile, QSsl::Rsa, QSsl::Pem);
@@ -145,19 +133,11 @@ void FakeCtiServer::acceptDescriptor(qintptr descriptor)
     connect(c->parser, &SimpleXmlParser::messageCompleted, this, [this, idx] { onFrameCompleted(idx); });
     connect(c->socket, &QSslSocket::readyRead, this, [this, idx] { onReadyRead(idx); });
     connect(c->socket, &QSslSocket::disconnected, this, [this, idx] { onDisconnected(idx); });
-    connect(c->socket, &QSslSocket::errorOccurred, this, [this, idx](QAbstractSocket::SocketError error) {
-        Q_EMIT connectionError(idx, error, m_conns.at(idx)->socket->errorString());
-    });
     connect(c->socket, &QSslSocket::encrypted, this, [this, idx] {
         m_conns.at(idx)->encrypted = true;
         if (!m_bannerApi.isEmpty())
-            send(idx, bannerDocument(m_bannerApi, m_bannerMinApi));
-        Q_EMIT clientEncrypted(idx);
+            send(idx, bannerDocument(m_bannerApi));
     });
-
-    Q_EMIT clientConnected(idx);
-    if (!c->open)
-        return; // a slot closed it already
 
     switch (m_tlsMode) {
     case TlsMode::Normal:
@@ -209,7 +189,6 @@ void FakeCtiServer::onFrameCompleted(int conn)
         return;
     while (c->parser->hasPendingMessages()) {
         const QString frame = c->parser->getNextMessage();
-        c->frames.append(frame);
         m_frames.append(qMakePair(conn, frame));
         m_frameTaken.append(false);
 
@@ -234,8 +213,6 @@ void FakeCtiServer::onDisconnected(int conn)
     c->open = false;
     c->pumpTimer->stop();
     c->queue.clear();
-    c->splitPending = false;
-    Q_EMIT clientDisconnected(conn);
 }
 
 int FakeCtiServer::openConnectionCount() const
@@ -252,11 +229,6 @@ int FakeCtiServer::encryptedConnectionCount() const
 bool FakeCtiServer::isConnected(int conn) const
 {
     return connection(conn) && connection(conn)->open;
-}
-
-bool FakeCtiServer::isEncrypted(int conn) const
-{
-    return connection(conn) && connection(conn)->encrypted;
 }
 
 void FakeCtiServer::disconnectClient(int conn)
@@ -299,20 +271,9 @@ void FakeCtiServer::disconnectAll()
         disconnectClient(i);
 }
 
-QStringList FakeCtiServer::receivedFrames(int conn) const
-{
-    return connection(conn) ? connection(conn)->frames : QStringList();
-}
-
 QByteArray FakeCtiServer::receivedBytes(int conn) const
 {
     return connection(conn) ? connection(conn)->bytes : QByteArray();
-}
-
-QString FakeCtiServer::pendingText(int conn) const
-{
-    const Connection* c = connection(conn);
-    return c && c->parser ? c->parser->getCurrentBuffer() : QString();
 }
 
 bool FakeCtiServer::hasElement(const QString& frame, const QString& elementName)
@@ -335,7 +296,7 @@ QStringList FakeCtiServer::framesContaining(const QString& elementName, int conn
 {
     QStringList result;
     for (const auto& f : m_frames) {
-        if ((conn < 0 || f.first == conn) && hasElement(f.second, elementName))
+        if ((conn < 0 || f.first == conn) && (elementName.isEmpty() || hasElement(f.second, elementName)))
             result.append(f.second);
     }
     return result;
@@ -377,18 +338,12 @@ void FakeCtiServer::clearFrames()
 {
     m_frames.clear();
     m_frameTaken.clear();
-    for (Connection* c : qAsConst(m_conns)) {
-        c->frames.clear();
+    for (Connection* c : qAsConst(m_conns))
         c->bytes.clear();
-    }
 }
 
 bool FakeCtiServer::sendSplit(int conn, const QString& text, const QList<int>& cutPositions)
 {
-    Connection* c = connection(conn);
-    if (!c || !c->open)
-        return false;
-    c->splitPending = true;
     return enqueue(conn, text.toUtf8(), cutPositions);
 }
 
@@ -403,20 +358,9 @@ bool FakeCtiServer::sendInChunks(int conn, const QString& text, int chunkSize)
     return sendSplit(conn, text, cuts);
 }
 
-bool FakeCtiServer::sendBanner(int conn, const QString& api, const QString& minApi)
-{
-    return send(conn, bannerDocument(api.isEmpty() ? m_api : api, minApi));
-}
-
 bool FakeCtiServer::isSending(int conn) const
 {
     return connection(conn) && !connection(conn)->queue.isEmpty();
-}
-
-void FakeCtiServer::setBannerOnConnect(const QString& api, const QString& minApi)
-{
-    m_bannerApi = api;
-    m_bannerMinApi = minApi;
 }
 
 bool FakeCtiServer::enqueue(int conn, const QByteArray& bytes, const QList<int>& cuts)
@@ -449,21 +393,11 @@ void FakeCtiServer::pump(int conn)
     const QByteArray piece = c->queue.takeFirst();
     c->socket->write(piece);
     c->socket->flush();
-    Q_EMIT chunkWritten(conn, piece);
-    if (!c->open)
-        return; // a slot of chunkWritten closed the connection
-
     if (!c->queue.isEmpty()) {
         c->pumpTimer->start(m_chunkIntervalMs);
-        return;
-    }
-    if (c->closeAfterQueue) {
+    } else if (c->closeAfterQueue) {
         c->closeAfterQueue = false;
         c->socket->disconnectFromHost();
-    }
-    if (c->splitPending) {
-        c->splitPending = false;
-        Q_EMIT sendQueueEmpty(conn);
     }
 }
 
@@ -525,11 +459,6 @@ QString FakeCtiServer::document(const QString& body, const QString& api, const Q
     return xml + (family.isEmpty() ? body : wrap(family, body)) + QLatin1String("</SRNT>");
 }
 
-QString FakeCtiServer::failedDocument(const QString& reason, const QString& body, const QString& api)
-{
-    return document(textElement(QStringLiteral("RequestFailed"), reason) + body, api);
-}
-
 QString FakeCtiServer::bannerDocument(const QString& api, const QString& minApi)
 {
     return document(textElement(QStringLiteral("MinAPI"), minApi), api, QStringLiteral("Info"));
@@ -563,14 +492,6 @@ QString FakeCtiServer::loginAnswerDocument(const LoginAnswer& a, const QString& 
     return document(wrap(a.element, body + a.extraXml), api);
 }
 
-QString FakeCtiServer::loginRefusedDocument(int exitCode, const QString& reason, const QString& api)
-{
-    return document(wrap(QStringLiteral("Authenticated"),
-                         textElement(QStringLiteral("ExitCode"), QString::number(exitCode))
-                             + textElement(QStringLiteral("Reason"), reason)),
-                    api);
-}
-
 QString FakeCtiServer::loggedOffDocument(const QString& reason, const QString& api)
 {
     return document(wrap(QStringLiteral("LoggedOff"), textElement(QStringLiteral("Reason"), reason)), api);
@@ -591,15 +512,6 @@ QString FakeCtiServer::redirectDocument(const QString& ip, quint16 port, const Q
     return document(wrap(QStringLiteral("RedirectConnection"),
                          textElement(QStringLiteral("ServerIp"), ip)
                              + textElement(QStringLiteral("ServerPort"), QString::number(port))),
-                    api);
-}
-
-QString FakeCtiServer::errorDocument(const QString& reason, const QString& originalMessage,
-                                     const QString& api)
-{
-    return document(wrap(QStringLiteral("Error"),
-                         textElement(QStringLiteral("Reason"), reason)
-                             + textElement(QStringLiteral("OriginalMessage"), originalMessage)),
                     api);
 }
 

@@ -88,11 +88,9 @@ public:
     quint16 port() const;
     static QString host() { return QStringLiteral("127.0.0.1"); }
 
-    /// The build-time test certificate and key (PEM files) and the certificate
-    /// itself, which a client can take as its only CA to verify the server.
+    /// The build-time test certificate and key (PEM files).
     static QString certificatePath() { return QStringLiteral(TELVIX_TEST_CERT); }
     static QString keyPath() { return QStringLiteral(TELVIX_TEST_KEY); }
-    static QSslCertificate certificate();
 
     /// Applies to connections accepted afterwards.
     void setTlsMode(TlsMode mode) { m_tlsMode = mode; }
@@ -112,7 +110,6 @@ public:
     /// Connections that finished the TLS handshake, closed ones included.
     int encryptedConnectionCount() const;
     bool isConnected(int conn) const;
-    bool isEncrypted(int conn) const;
     /// The last accepted connection, -1 when none.
     int lastConnection() const { return m_conns.size() - 1; }
 
@@ -127,15 +124,13 @@ public:
     // ---- what the clients sent ------------------------------------------
 
     /// Complete frames of one connection, in arrival order.
-    QStringList receivedFrames(int conn) const;
+    QStringList receivedFrames(int conn) const { return framesContaining(QString(), conn); }
     /// Every raw byte read from one connection (after TLS).
     QByteArray receivedBytes(int conn) const;
-    /// Text after the last complete frame that has not made a frame yet.
-    QString pendingText(int conn) const;
     /// Frames of all connections, in arrival order, as (connection, frame).
     QList<QPair<int, QString>> allFrames() const { return m_frames; }
     /// Frames that carry the element `elementName` (as <name>, <name/> or
-    /// <name ...>); conn -1 means every connection.
+    /// <name ...>; empty: any); conn -1 means every connection.
     QStringList framesContaining(const QString& elementName, int conn = -1) const;
     /// Waits, running the event loop, for a frame carrying `elementName` that
     /// no earlier call has returned, and returns it; an empty string on
@@ -157,13 +152,10 @@ public:
     /// offsets (ascending, inside the text; a cut may fall inside a multibyte
     /// character). Each piece is flushed to the socket on its own, with a
     /// pause of the chunk interval between pieces so that the client can read
-    /// them apart. Returns at once; chunkWritten reports each piece and
-    /// sendQueueEmpty the end.
+    /// them apart. Returns at once.
     bool sendSplit(int conn, const QString& text, const QList<int>& cutPositions);
     /// sendSplit at every `chunkSize` bytes.
     bool sendInChunks(int conn, const QString& text, int chunkSize);
-    /// Sends a banner: a document with MinAPI and API.
-    bool sendBanner(int conn, const QString& api = QString(), const QString& minApi = QStringLiteral("4.0"));
     /// Whether pieces of a split send are still waiting for `conn`.
     bool isSending(int conn) const;
 
@@ -173,7 +165,7 @@ public:
     /// Sends a banner on every connection as soon as the server side of its
     /// handshake is done, so that it arrives right behind the handshake. An
     /// empty `api` turns it off.
-    void setBannerOnConnect(const QString& api, const QString& minApi = QStringLiteral("4.0"));
+    void setBannerOnConnect(const QString& api) { m_bannerApi = api; }
 
     // ---- scripted answers ------------------------------------------------
 
@@ -182,7 +174,6 @@ public:
     /// of different elements that match one frame all run, in the order they
     /// were first set.
     void setResponder(const QString& elementName, Responder responder);
-    void removeResponder(const QString& elementName);
 
     /// Answers every "Login" with loginAnswerDocument(answer).
     void setAutoLogin(bool on);
@@ -198,14 +189,9 @@ public:
     static QString document(const QString& body, const QString& api = QStringLiteral("6.1"),
                             const QString& family = QStringLiteral("Response"),
                             const QString& uuid = QString());
-    /// A response that reports a failed request.
-    static QString failedDocument(const QString& reason, const QString& body = QString(),
-                                  const QString& api = QStringLiteral("6.1"));
+    /// A banner: a document with MinAPI and API.
     static QString bannerDocument(const QString& api, const QString& minApi = QStringLiteral("4.0"));
     static QString loginAnswerDocument(const LoginAnswer& answer, const QString& api = QStringLiteral("6.1"));
-    /// The refused login: ExitCode and Reason only.
-    static QString loginRefusedDocument(int exitCode, const QString& reason,
-                                        const QString& api = QStringLiteral("6.1"));
     static QString loggedOffDocument(const QString& reason, const QString& api = QStringLiteral("6.1"));
     /// The keep-alive answer and the server's probe. Both are written as an
     /// open and a close tag: the client recognises them by "<KAACK>" and
@@ -214,22 +200,13 @@ public:
     static QString probeDocument(const QString& api = QStringLiteral("6.1"));
     static QString redirectDocument(const QString& ip, quint16 port,
                                     const QString& api = QStringLiteral("6.1"));
-    static QString errorDocument(const QString& reason, const QString& originalMessage,
-                                 const QString& api = QStringLiteral("6.1"));
     /// `value` XML-escaped inside <name></name>.
     static QString textElement(const QString& name, const QString& value);
     /// The UUID of a document, empty if it has none.
     static QString uuidOf(const QString& xml);
 
 Q_SIGNALS:
-    /// TCP accepted; the handshake may still be running.
-    void clientConnected(int conn);
-    void clientEncrypted(int conn);
-    void clientDisconnected(int conn);
-    void connectionError(int conn, QAbstractSocket::SocketError error, const QString& text);
     void frameReceived(int conn, const QString& xml);
-    void chunkWritten(int conn, const QByteArray& bytes);
-    void sendQueueEmpty(int conn);
 
 private:
     class Listener;
@@ -242,6 +219,7 @@ private:
     bool enqueue(int conn, const QByteArray& bytes, const QList<int>& cuts);
     void pump(int conn);
     Connection* connection(int conn) const;
+    void removeResponder(const QString& elementName);
 
     std::unique_ptr<Listener> m_listener;
     QList<Connection*> m_conns;
@@ -254,7 +232,6 @@ private:
     QSsl::SslProtocol m_protocol = QSsl::SecureProtocols;
     QString m_api = QStringLiteral("6.1");
     QString m_bannerApi;
-    QString m_bannerMinApi;
     LoginAnswer m_loginAnswer;
     int m_chunkIntervalMs = 2;
 };

@@ -5,13 +5,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-LoggedInClient::LoggedInClient(TELVIX::AppMode mode, const QString& api, const QString& exten)
-    : m_mode(mode)
-    , m_api(api)
-    , m_exten(exten)
-{
-}
-
 LoggedInClient::~LoggedInClient()
 {
     if (m_client && m_client->isRunning())
@@ -21,10 +14,7 @@ LoggedInClient::~LoggedInClient()
 bool LoggedInClient::start()
 {
     m_server.setApiVersion(m_api);
-    FakeCtiServer::LoginAnswer answer;
-    answer.exten = m_exten;
-    answer.features = m_features;
-    m_server.setLoginAnswer(answer);
+    m_server.setLoginAnswer(loginAnswer);
     m_server.setAutoLogin(true);
     m_server.setAutoKeepAliveAck(true);
     if (!m_server.listen())
@@ -64,14 +54,4 @@ bool LoggedInClient::waitForAck(const QString& uuid, int timeoutMs)
             return true;
     }
     return false;
-}
-
-bool LoggedInClient::deliver(const QString& body)
-{
-    return waitForAck(sendEvent(body));
-}
-
-QStringList LoggedInClient::framesWith(const QString& element) const
-{
-    return m_server.framesContaining(element, m_conn);
 }

@@ -21,13 +21,18 @@ class LoggedInClient
 {
 public:
     explicit LoggedInClient(TELVIX::AppMode mode, const QString& api = QStringLiteral("6.1"),
-                            const QString& exten = QStringLiteral("200"));
+                            const QString& exten = QStringLiteral("200"))
+        : m_mode(mode)
+        , m_api(api)
+    {
+        loginAnswer.exten = exten;
+    }
     ~LoggedInClient();
     LoggedInClient(const LoggedInClient&) = delete;
     LoggedInClient& operator=(const LoggedInClient&) = delete;
 
-    /// Feature words of the login answer; takes effect at start().
-    void setFeatures(const QStringList& features) { m_features = features; }
+    /// The canned login answer; takes effect at start().
+    FakeCtiServer::LoginAnswer loginAnswer;
 
     /// The client's data folder; a folder of its own by default.
     void setDataDir(const QString& path) { m_dataDir = path; }
@@ -49,9 +54,12 @@ public:
     /// Waits for the client's MsgAck of `uuid`.
     bool waitForAck(const QString& uuid, int timeoutMs = 5000);
     /// sendEvent() and waitForAck() in one.
-    bool deliver(const QString& body);
+    bool deliver(const QString& body) { return waitForAck(sendEvent(body)); }
     /// Frames the client sent since the last clearFrames() that carry `element`.
-    QStringList framesWith(const QString& element) const;
+    QStringList framesWith(const QString& element) const
+    {
+        return m_server.framesContaining(element, m_conn);
+    }
     void clearFrames() { m_server.clearFrames(); }
 
     /// Runs `f` on the library's thread and waits for it.
@@ -63,8 +71,6 @@ public:
 private:
     TELVIX::AppMode m_mode;
     QString m_api;
-    QString m_exten;
-    QStringList m_features;
     std::function<void(Telvix*)> m_beforeLogin;
     QTemporaryDir m_dir;
     QString m_dataDir;
