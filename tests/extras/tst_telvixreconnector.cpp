@@ -1,18 +1,14 @@
 // TelvixReconnector against the fake CTI server over real TLS. A fake clock
 // takes the place of the waits, so that the schedule is followed attempt by
-// attempt without sleeping.
+// attempt without sleeping. The verdicts (tests/fixtures/extras/verdicts.json)
+// are the reason word of disconnectedFromServer, whether the session was up,
+// and retry or giveup; the scenarios make those failures for real.
 #include "fakectiserver.h"
+#include "fixturetable.h"
 #include "telvix.h"
 #include "telvixreconnector.h"
 
-#include <QFile>
-#include <QRegularExpression>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-
 #include <cmath>
-#include <memory>
 
 namespace {
 
@@ -109,25 +105,16 @@ private Q_SLOTS:
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
 {
-    QTest::addColumn<QString>("reason");
-    QTest::addColumn<QString>("session");
-    QTest::addColumn<Verdict>("verdict");
-    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
-    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    for (const QString& line :
-         QString::fromUtf8(file.readAll()).split('\n').filter(QRegularExpression("^[^#]"))) {
-        const QStringList cols = line.split('\t');
-        QTest::addRow("%s, %s", qPrintable(cols.at(0)), qPrintable(cols.at(1)))
-            << cols.at(0) << cols.at(1) << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
-    }
+    addFunctionRows("extras");
 }
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable()
 {
-    QFETCH(QString, reason);
-    QFETCH(QString, session);
-    QFETCH(Verdict, verdict);
-    QCOMPARE(TelvixReconnector::verdictFor(reason, session == "up"), verdict);
+    checkFunctionRow({{"verdictFor", [](const Args& a) {
+                           const bool retry = TelvixReconnector::verdictFor(a[0].toString(), a[1] == "up")
+                               == Verdict::Retry;
+                           return QJsonValue(retry ? "retry" : "giveup");
+                       }}});
 }
 
 void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter_data()

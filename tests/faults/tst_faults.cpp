@@ -17,14 +17,8 @@
 #include "telvixtimers_p.h"
 #include "utils.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QPointer>
-#include <QProcess>
-#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QSet>
-#include <QStringList>
-#include <QTest>
+#include <QtTest>
 
 #include <functional>
 

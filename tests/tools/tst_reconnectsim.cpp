@@ -9,11 +9,7 @@
 #include "telvix.h"
 #include "telvixreconnector.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <algorithm>
 #include <cstdio>
