@@ -2,17 +2,12 @@
 
 #include <QtTest>
 
-#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <functional>
-#include <memory>
 #include <mutex>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 namespace {
 
