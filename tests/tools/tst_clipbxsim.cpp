@@ -65,6 +65,8 @@ class tst_CliPbxSim : public QObject
 private Q_SLOTS:
     void script_data();
     void script();
+    // The clients end before the servers they talk to.
+    void cleanup() { m_clis.clear(), m_sim.reset(), m_server.reset(), m_chat.reset(); }
 
 private:
     void step(const QJsonObject& s);
@@ -97,13 +99,6 @@ void tst_CliPbxSim::script()
     const QString dir = m_dir.filePath(QString::number(++m_runs));
     QVERIFY(QDir().mkpath(dir));
     m_vars = {{"DIR", dir}, {"FIXTURES", TELVIX_TEST_FIXTURES}};
-    // The clients end before the servers they talk to.
-    const auto cleanup = qScopeGuard([this] {
-        m_clis.clear();
-        m_sim.reset();
-        m_server.reset();
-        m_chat.reset();
-    });
     for (const QJsonValue& s : qAsConst(steps)) {
         step(resolve(s).toObject());
         if (QTest::currentTestFailed())
