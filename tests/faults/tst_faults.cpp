@@ -481,10 +481,9 @@ void TestFaults::storeFault()
     } else if (fault == "read-only") {
         // An ordinary user may pass through, read, and write the working copy
         // only (Qt's masks: owner, user, group, other in hex digits).
-        QFile::setPermissions(dir.path(), QFile::Permissions(0x7005));
-        QFile::setPermissions(home, QFile::Permissions(0x5005));
-        QFile::setPermissions(db, QFile::Permissions(0x4004));
-        QFile::setPermissions(tmp, QFile::Permissions(0x7777));
+        for (const auto& [path, mask] :
+             {qMakePair(dir.path(), 0x7005), {home, 0x5005}, {db, 0x4004}, {tmp, 0x7777}})
+            QFile::setPermissions(path, QFile::Permissions(mask));
     }
 
     QProcess child;

@@ -137,10 +137,9 @@ private Q_SLOTS:
 
 void tst_ReconnectSim::init()
 {
-    const QByteArray name = QTest::currentTestFunction();
-    const bool isLong
-        = name == "restartWithTwentyClientsComesBackSpreadOut" || name == "sessionsLeaveNothingBehind";
-    if (isLong && !qEnvironmentVariableIsSet("TELVIX_SIM_LONG"))
+    const QByteArrayList longCases {"restartWithTwentyClientsComesBackSpreadOut",
+                                    "sessionsLeaveNothingBehind"};
+    if (longCases.contains(QTest::currentTestFunction()) && !qEnvironmentVariableIsSet("TELVIX_SIM_LONG"))
         QSKIP("long: run by tst_reconnectsim_long and tst_soak");
 }
 
