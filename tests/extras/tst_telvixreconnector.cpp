@@ -1,18 +1,12 @@
 // TelvixReconnector against the fake CTI server over real TLS. A fake clock
 // takes the place of the waits, so that the schedule is followed attempt by
-// attempt without sleeping.
+// attempt without sleeping. The verdicts (tests/fixtures/extras/verdicts.json)
+// are the reason word of disconnectedFromServer, whether the session was up,
+// and retry or giveup; the scenarios make those failures for real.
 #include "fakectiserver.h"
+#include "fixturetable.h"
 #include "telvix.h"
 #include "telvixreconnector.h"
-
-#include <QFile>
-#include <QRegularExpression>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <cmath>
-#include <memory>
 
 namespace {
 
@@ -70,10 +64,6 @@ struct Rig
             && client.connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, server.host(),
                                       server.port());
     }
-    /// The library refuses a login less than a second after the one before
-    /// by the wall clock, which the fake clock does not move: before an
-    /// attempt that follows a login, that second passes for real.
-    static void letLoginGuardPass() { QTest::qWait(1100); }
     /// The next waiting() signal: (attempt, delay), or (-1, -1).
     QPair<int, int> nextWait()
     {
@@ -101,87 +91,22 @@ class tst_TelvixReconnector : public QObject
 private Q_SLOTS:
     void verdictFollowsTheReasonTable_data();
     void verdictFollowsTheReasonTable();
-    void backOffDoublesUpToTheCapWithFullJitter_data();
-    void backOffDoublesUpToTheCapWithFullJitter();
     void scenario_data();
     void scenario();
 };
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable_data()
 {
-    QTest::addColumn<QString>("reason");
-    QTest::addColumn<QString>("session");
-    QTest::addColumn<Verdict>("verdict");
-    QFile file(QStringLiteral(TELVIX_TEST_FIXTURES "/extras/reconnectorverdicts.tsv"));
-    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    for (const QString& line :
-         QString::fromUtf8(file.readAll()).split('\n').filter(QRegularExpression("^[^#]"))) {
-        const QStringList cols = line.split('\t');
-        QTest::addRow("%s, %s", qPrintable(cols.at(0)), qPrintable(cols.at(1)))
-            << cols.at(0) << cols.at(1) << (cols.at(2) == "retry" ? Verdict::Retry : Verdict::GiveUp);
-    }
+    addFunctionRows("extras");
 }
 
 void tst_TelvixReconnector::verdictFollowsTheReasonTable()
 {
-    QFETCH(QString, reason);
-    QFETCH(QString, session);
-    QFETCH(Verdict, verdict);
-    QCOMPARE(TelvixReconnector::verdictFor(reason, session == "up"), verdict);
-}
-
-void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter_data()
-{
-    QTest::addColumn<int>("first");
-    QTest::addColumn<double>("multiplier");
-    QTest::addColumn<int>("cap");
-    QTest::newRow("defaults") << 1000 << 2.0 << 60000;
-    QTest::newRow("low cap") << 1000 << 2.0 << 5000;
-    QTest::newRow("triple from half a second") << 500 << 3.0 << 20000;
-}
-
-void tst_TelvixReconnector::backOffDoublesUpToTheCapWithFullJitter()
-{
-    QFETCH(int, first);
-    QFETCH(double, multiplier);
-    QFETCH(int, cap);
-    TelvixReconnector::Settings settings;
-    settings.firstDelayMs = first;
-    settings.multiplier = multiplier;
-    settings.maxDelayMs = cap;
-    constexpr int Attempts = 9;
-
-    // The same seed gives the same schedule; another seed another one.
-    const quint32 seeds[] = {7, 7, 8};
-    QList<int> schedules[3];
-    for (int run = 0; run < 3; ++run) {
-        Rig rig(seeds[run], settings);
-        QList<int>& delays = schedules[run];
-        QVERIFY(rig.connect());
-        QVERIFY(rig.logins.wait(10000));
-        rig.clock.now += settings.stableSessionMs;
-        // Nobody speaks TLS there any more: every attempt fails at once.
-        rig.server.setTlsMode(FakeCtiServer::TlsMode::RefuseTls);
-        rig.server.disconnectAll();
-        for (int n = 1; n <= Attempts; ++n) {
-            const QPair<int, int> wait = rig.nextWait();
-            QCOMPARE(wait.first, n);
-            // After a failed attempt the wait leaves the library's one-second
-            // guard between logins behind.
-            const int lower = n == 1 ? 0 : settings.minGapMs;
-            const int upper = qMax(lower, int(qMin(double(cap), first * std::pow(multiplier, n - 1))));
-            QVERIFY2(wait.second >= lower && wait.second <= upper,
-                     qPrintable(QStringLiteral("attempt %1 waits %2 ms").arg(n).arg(wait.second)));
-            delays.append(wait.second);
-            // Exactly one connection per attempt: never two in flight.
-            QCOMPARE(rig.server.connectionCount(), n);
-            QCOMPARE(rig.server.openConnectionCount(), 0);
-            QVERIFY(rig.clock.pending());
-            rig.clock.elapse();
-        }
-    }
-    QCOMPARE(schedules[0], schedules[1]);
-    QVERIFY(schedules[0] != schedules[2]);
+    checkFunctionRow({{"verdictFor", [](const Args& a) {
+                           const bool retry = TelvixReconnector::verdictFor(a[0].toString(), a[1] == "up")
+                               == Verdict::Retry;
+                           return QJsonValue(retry ? "retry" : "giveup");
+                       }}});
 }
 
 void tst_TelvixReconnector::scenario_data()
@@ -217,12 +142,21 @@ void tst_TelvixReconnector::scenario()
                                                      {"refuse", FakeCtiServer::TlsMode::RefuseTls},
                                                      {"silent", FakeCtiServer::TlsMode::SilentHandshake}};
     qint64 droppedAt = -1;
+    QList<int> delays; // of the attempts so far
+    // Schedules of earlier scenarios by name: the same seed gives the same one.
+    static QMap<QString, QList<int>> schedules;
     QStringList w; // the words of the step being played
     const auto n = [&w](int i) { return w.value(i).toInt(); };
     using Step = std::function<void()>;
     const QMap<QString, Step> play {
         {"seed", [&] { rig.reconnector->setSeed(n(1)); }},
         {"maxAttempts", [&] { settings.maxAttempts = n(1), rig.reconnector->setSettings(settings); }},
+        {"backOff",
+         [&] {
+             settings.firstDelayMs = n(1), settings.multiplier = w.value(2).toDouble(),
+             settings.maxDelayMs = n(3);
+             rig.reconnector->setSettings(settings);
+         }},
         {"connect", [&] { QVERIFY(rig.connect()); }},
         {"login", [&] { QVERIFY(rig.logins.wait(10000)); }},
         {"back", [&] { QVERIFY(back.wait(10000)); }},
@@ -237,9 +171,32 @@ void tst_TelvixReconnector::scenario()
              QVERIFY2(wait.second >= min && (w.value(2) != "max" || wait.second <= n(3)),
                       qPrintable(w.join(' ')));
          }},
+        {"attempt",
+         [&] {
+             const QPair<int, int> wait = rig.nextWait();
+             delays << wait.second;
+             QCOMPARE(wait.first, n(1));
+             // After a failed attempt the wait leaves the library's guard between logins behind.
+             QVERIFY2(wait.second >= (n(1) > 1 ? settings.minGapMs : 0) && wait.second <= n(2),
+                      qPrintable(QStringLiteral("%1 waits %2 ms").arg(w.join(' ')).arg(wait.second)));
+             // Exactly one connection per attempt: never two in flight.
+             QCOMPARE(rig.server.connectionCount(), n(1));
+             QCOMPARE(rig.server.openConnectionCount(), 0);
+             QVERIFY(rig.clock.pending());
+             rig.clock.elapse();
+         }},
+        {"schedule",
+         [&] {
+             QCOMPARE(delays, schedules.value(w.value(1), delays));
+             schedules[w.value(1)] = delays;
+         }},
+        {"otherSchedule", [&] { QVERIFY(delays != schedules.value(w.value(1))); }},
         {"elapse", [&] { rig.clock.elapse(); }},
         {"stable", [&] { rig.clock.now += settings.stableSessionMs; }},
-        {"guard", [&] { Rig::letLoginGuardPass(); }},
+        // The library refuses a login less than a second after the one before
+        // by the wall clock, which the fake clock does not move: before an
+        // attempt that follows a login, that second passes for real.
+        {"guard", [&] { QTest::qWait(1100); }},
         {"idle", [&] { QVERIFY(!rig.clock.pending()); }},
         {"attemptTimer", [&] { QCOMPARE(rig.clock.pendingMs, settings.attemptTimeoutMs); }},
         {"connections", [&] { QTRY_COMPARE(rig.server.connectionCount(), n(1)); }},

@@ -5,6 +5,7 @@
 // reported end or that the session survives, and that shutdown returns
 // within 2 s.
 #include "callevents.h"
+#include "cdrmessages.h"
 #include "directorymessages.h"
 #include "downloadmessages.h"
 #include "logbuscapture.h"
@@ -17,14 +18,8 @@
 #include "telvixtimers_p.h"
 #include "utils.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QPointer>
-#include <QProcess>
-#include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
@@ -112,6 +107,17 @@ Cdr history(int first, int count, int nameLength)
         cdr.append(e);
     }
     return cdr;
+}
+
+/// At API 5.2 the chat settings come with the login answer.
+void chatOnLogin(LoggedInClient& session, quint16 port)
+{
+    session.setBeforeLogin([&session, port](Telvix*) {
+        FakeCtiServer::LoginAnswer answer = session.server().loginAnswer();
+        answer.chatId = "alice@default";
+        answer.chatPort = QString::number(port);
+        session.server().setLoginAnswer(answer);
+    });
 }
 
 int storedRows(const QString& db)
@@ -475,10 +481,9 @@ void TestFaults::storeFault()
     } else if (fault == "read-only") {
         // An ordinary user may pass through, read, and write the working copy
         // only (Qt's masks: owner, user, group, other in hex digits).
-        QFile::setPermissions(dir.path(), QFile::Permissions(0x7005));
-        QFile::setPermissions(home, QFile::Permissions(0x5005));
-        QFile::setPermissions(db, QFile::Permissions(0x4004));
-        QFile::setPermissions(tmp, QFile::Permissions(0x7777));
+        for (const auto& [path, mask] :
+             {qMakePair(dir.path(), 0x7005), {home, 0x5005}, {db, 0x4004}, {tmp, 0x7777}})
+            QFile::setPermissions(path, QFile::Permissions(mask));
     }
 
     QProcess child;
@@ -510,14 +515,8 @@ void TestFaults::chatServerKilledAndRestarted()
     prosody.addUser("alice", "secret");
     QVERIFY2(prosody.start(), qPrintable(prosody.errorString()));
 
-    // At API 5.2 the chat settings come with the login answer.
     LoggedInClient session(TELVIX::AppModeSrntPro, "5.2");
-    session.setBeforeLogin([&session, &prosody](Telvix*) {
-        FakeCtiServer::LoginAnswer answer = session.server().loginAnswer();
-        answer.chatId = "alice@default";
-        answer.chatPort = QString::number(prosody.port());
-        session.server().setLoginAnswer(answer);
-    });
+    chatOnLogin(session, prosody.port());
     QVERIFY(session.start());
     QSignalSpy connected(session.client(), &Telvix::sigChatConnected);
     QSignalSpy disconnected(session.client(), &Telvix::sigChatDisconnected);
@@ -552,52 +551,36 @@ void TestFaults::shutdownWithEverythingInFlight()
     // A chat server that takes the connection and never says a word.
     QTcpServer chat;
     QVERIFY(chat.listen(QHostAddress::LocalHost));
-    // At API 5.2 the chat starts from the login answer itself.
-    FakeCtiServer server, mute;
-    server.setApiVersion("5.2");
-    FakeCtiServer::LoginAnswer answer;
-    answer.chatId = "alice@default";
-    answer.chatPort = QString::number(chat.serverPort());
-    server.setLoginAnswer(answer);
-    server.setAutoLogin(true);
-    server.setAutoKeepAliveAck(true);
+    LoggedInClient busy(TELVIX::AppModeSrntPro, "5.2");
+    busy.setDataDir(dataDir.path());
+    chatOnLogin(busy, chat.serverPort());
+    FakeCtiServer& server = busy.server();
+    FakeCtiServer mute;
     server.setChunkInterval(1000);
     server.setResponder("DownloadVoicemailMsg", [&server](int conn, const QString&) {
         server.sendInChunks(conn, FakeCtiServer::document("<VoicemailMsg/>"), 1);
         return QString();
     });
-    QVERIFY(server.listen() && mute.listen());
-
-    std::unique_ptr<Telvix> busy = newClient(dataDir.path()), waiting = newClient(otherDir.path());
-    QVERIFY(busy && waiting);
-    QSignalSpy logged(busy.get(), &Telvix::loggedToServer);
-    busy->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
-                          server.port());
-    QTRY_VERIFY_WITH_TIMEOUT(!logged.isEmpty(), 10000);
-    const int conn = server.lastConnection();
+    std::unique_ptr<Telvix> waiting = newClient(otherDir.path());
+    QVERIFY(waiting && busy.start() && mute.listen());
+    const int conn = busy.connection();
     QTRY_VERIFY_WITH_TIMEOUT(chat.hasPendingConnections(), 10000);
 
-    QVERIFY(busy->downloadVoicemailMessage("7", "uuid-7", folder.path()));
+    QVERIFY(busy.client()->downloadVoicemailMessage("7", "uuid-7", folder.path()));
     QVERIFY(!server.waitForFrame("GetAuthToken").isEmpty());
     server.send(conn, FakeCtiServer::document(authToken()));
     QVERIFY(!server.waitForFrame("DownloadVoicemailMsg", 5000).isEmpty());
 
-    QString calls;
-    const QString date = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss");
-    for (int i = 0; i < kCalls; ++i)
-        calls += QStringLiteral(
-                     "<Call><EntryUid>%1</EntryUid><Caller>200</Caller><Called>301</Called><Date>%2"
-                     "</Date><Duration>5</Duration><Direction>2</Direction><Status>8</Status></Call>")
-                     .arg(100000 + i)
-                     .arg(date);
-    const QString history = FakeCtiServer::document("<CallList>" + calls + "</CallList>");
-    server.send(conn, history);
+    CdrRespMsg calls;
+    calls.cdr = history(100000, kCalls, 0);
+    const QString callList = FakeCtiServer::document(calls.generateXmlMessageBody());
+    server.send(conn, callList);
 
     waiting->connectToServer("alice", "secret", "default", TELVIX::AppModeSrntPro, FakeCtiServer::host(),
                              mute.port());
     QVERIFY(!mute.waitForFrame("Login").isEmpty());
 
-    verifyQuickShutdown(busy.get());
+    verifyQuickShutdown(busy.client());
     verifyQuickShutdown(waiting.get());
     QTRY_COMPARE(server.openConnectionCount(), 0);
     QTRY_COMPARE(mute.openConnectionCount(), 0);
@@ -605,7 +588,7 @@ void TestFaults::shutdownWithEverythingInFlight()
     QCOMPARE(entryCount(tmp.path()), 0);
     // History the client acknowledged is in the store; unacknowledged history
     // the server sends again.
-    const bool acked = !server.framesContaining("MsgAck").filter(FakeCtiServer::uuidOf(history)).isEmpty();
+    const bool acked = !server.framesContaining("MsgAck").filter(FakeCtiServer::uuidOf(callList)).isEmpty();
     PersistenceSqlite store(dataDir.filePath("cdr.db"), "200");
     QVERIFY(store.readCdr());
     QVERIFY(!acked || store.cdr().size() == kCalls);

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QSet>
-#include <QStringList>
-#include <QTest>
+#include <QtTest>
 
 #include <functional>
 
@@ -22,16 +17,8 @@ struct ToolProcess : QProcess
         setArguments(arguments);
         setWorkingDirectory(dir);
     }
-    ~ToolProcess() override
-    {
-        kill();
-        waitForFinished(5000);
-    }
-    bool start()
-    {
-        QProcess::start();
-        return waitForStarted(10000);
-    }
+    ~ToolProcess() override { kill(), waitForFinished(5000); }
+    bool start() { return QProcess::start(), waitForStarted(10000); }
     QString errorOutput() { return QString::fromLocal8Bit(readAllStandardError()); }
     void sendLine(const QByteArray& line) { write(line + '\n'); }
     /// The first JSON line not taken yet that `match` accepts; empty on timeout.

@@ -2,40 +2,22 @@
 // TLS on 127.0.0.1, as the scripts in tests/fixtures/tools/clipbxsim play them
 // (the README there lists the steps and the patterns).
 #include "fakectiserver.h"
+#include "fixturetable.h"
 #include "prosodyserver.h"
 #include "toolprocess.h"
 #include "wavefileparser.h"
 
-#include <QCryptographicHash>
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QScopeGuard>
-#include <QSet>
 #include <QSslSocket>
 #include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QtEndian>
 
 #include <cmath>
-#include <functional>
 #include <map>
-#include <memory>
 
 namespace {
 
 QStringList strings(const QJsonValue& list)
 {
     return list.toVariant().toStringList();
-}
-
-QString compact(const QJsonValue& v)
-{
-    return QString::fromUtf8(QJsonDocument(QJsonArray {v}).toJson(QJsonDocument::Compact));
 }
 
 // An object holds at least the keys of the pattern, an array starts with its
@@ -83,15 +65,13 @@ class tst_CliPbxSim : public QObject
 private Q_SLOTS:
     void script_data();
     void script();
+    // The clients end before the servers they talk to.
+    void cleanup() { m_clis.clear(), m_sim.reset(), m_server.reset(), m_chat.reset(); }
 
 private:
     void step(const QJsonObject& s);
     QJsonValue resolve(const QJsonValue& v) const;
     ToolProcess& cli(const QJsonObject& s) { return *m_clis.at(s.value("cli").toString("cli")); }
-    QJsonObject answer(ToolProcess& cli, const QJsonValue& id)
-    {
-        return cli.take([&](const QJsonObject& o) { return o.contains("id") && o.value("id") == id; }, 10000);
-    }
     int var(const QString& name) const { return m_vars.value(name).toVariant().toInt(); }
     void checkPcmWave(const QString& path);
     void checkZip(const QString& path);
@@ -108,20 +88,7 @@ private:
 
 void tst_CliPbxSim::script_data()
 {
-    QTest::addColumn<QJsonArray>("steps");
-    const QDir dir(QStringLiteral(TELVIX_TEST_FIXTURES "/tools/clipbxsim/scripts"));
-    const QStringList files = dir.entryList({"*.json"}, QDir::Files);
-    QVERIFY(!files.isEmpty());
-    for (const QString& name : files) {
-        QFile file(dir.filePath(name));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-        QVERIFY2(doc.isArray(), qPrintable(name));
-        for (const QJsonValue& script : doc.array()) {
-            QTest::addRow("%s: %s", qPrintable(name), qPrintable(script.toObject().value("name").toString()))
-                << script.toObject().value("steps").toArray();
-        }
-    }
+    addScenarioRows("tools/clipbxsim/scripts");
 }
 
 void tst_CliPbxSim::script()
@@ -132,13 +99,6 @@ void tst_CliPbxSim::script()
     const QString dir = m_dir.filePath(QString::number(++m_runs));
     QVERIFY(QDir().mkpath(dir));
     m_vars = {{"DIR", dir}, {"FIXTURES", TELVIX_TEST_FIXTURES}};
-    // The clients end before the servers they talk to.
-    const auto cleanup = qScopeGuard([this] {
-        m_clis.clear();
-        m_sim.reset();
-        m_server.reset();
-        m_chat.reset();
-    });
     for (const QJsonValue& s : qAsConst(steps)) {
         step(resolve(s).toObject());
         if (QTest::currentTestFailed())
@@ -365,7 +325,8 @@ void tst_CliPbxSim::checkLocalServer(ToolProcess& cli)
     for (int attempt = 0; attempt < 20 && !received.contains("</ServiceStatusList>"); ++attempt) {
         cli.sendLine(
             QStringLiteral("{\"call\":\"getServiceStatus\",\"args\":[],\"id\":%1}").arg(attempt).toUtf8());
-        QCOMPARE(answer(cli, attempt).value("result"), QJsonValue(true));
+        const auto mine = [&](const QJsonObject& o) { return o.contains("id") && o.value("id") == attempt; };
+        QCOMPARE(cli.take(mine, 10000).value("result"), QJsonValue(true));
         (void)QTest::qWaitFor([&] { return arrived("</ServiceStatusList>"); }, 1000);
     }
     // Chat events may come first: the simulated chat server is not there.
