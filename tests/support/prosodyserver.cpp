@@ -121,13 +121,17 @@ bool ProsodyServer::resume()
     return m_process && m_suspended && !(m_suspended = ::kill(pid_t(m_process->processId()), SIGCONT) != 0);
 }
 
-bool ProsodyServer::killAndRestart()
+bool ProsodyServer::kill()
 {
     if (!m_process)
         return false;
     m_process->kill();
-    m_process->waitForFinished(5000);
     m_suspended = false;
+    return m_process->waitForFinished(5000);
+}
+
+bool ProsodyServer::restart()
+{
     return launch();
 }
 

@@ -32,9 +32,10 @@ public:
     /// and waits until its port accepts connections.
     bool start();
     void stop();
-    /// Kills the process at once (SIGKILL), as a crash would, and starts it
-    /// again on the same port with the same data.
-    bool killAndRestart();
+    /// Kills the process at once (SIGKILL), as a crash would; restart()
+    /// starts it again on the same port with the same data.
+    bool kill();
+    bool restart();
     /// Freezes and thaws the process (SIGSTOP/SIGCONT): a server that stops
     /// answering without closing its connections.
     bool suspend();
