@@ -33,8 +33,10 @@ bool Telvix::connectToServer(const QString& user, const QString& password, const
 
 bool Telvix::reconnectToServer()
 {
-    Q_D(Telvix);
-    return connectToServer(d->user, d->password, d->domain, d->appMode, d->serverAddress, d->serverPort);
+    // The stored values are read on the library's thread, after any change
+    // queued before this call (setServerAddress) has been made.
+    TELVIX_QUEUED_UNCHECKED(
+        d->connectToServer(d->user, d->password, d->domain, d->appMode, d->serverAddress, d->serverPort));
 }
 
 bool Telvix::setServerAddress(const QString& address)
