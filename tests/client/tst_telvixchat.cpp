@@ -77,6 +77,8 @@ private Q_SLOTS:
         QVERIFY(session);
         Telvix* client = session->client();
         QVERIFY(client->isChatConnected());
+        QVERIFY(client->setChatKeepAliveSendIntervalSec(90));
+        QCOMPARE(client->getChatKeepAliveSendIntervalSec(), 90);
         QCOMPARE(client->chatIdFromExten("201"), QStringLiteral("bob@default"));
         QCOMPARE(client->extenFromchatId("bob@default"), QStringLiteral("201"));
 
@@ -142,6 +144,11 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(vcards.count(), 1, 10000);
         QCOMPARE(vcards.at(0), (QVariantList {in, card}));
         QCOMPARE(started.at(0).at(0).toString(), in);
+        // Declined: the sender's offer ends in an error there.
+        const QString refused = bob->client->sendVCard("alice@default", card, "bob");
+        QTRY_COMPARE_WITH_TIMEOUT(offers.count(), 2, 10000);
+        QVERIFY(client->chatFtDecline(refused));
+        QTRY_VERIFY_WITH_TIMEOUT(bob->errors.contains(refused), 10000);
 
         // Out: a file path and an extension; a stranger gets nothing.
         const QString path = inbox.filePath("notes.txt");
