@@ -27,10 +27,12 @@ private:
         auto session = std::make_unique<LoggedInClient>(TELVIX::AppModeSrntPro, QStringLiteral("5.2"));
         session->loginAnswer.chatId = QStringLiteral("alice@default");
         session->loginAnswer.chatPort = QString::number(m_prosody->port());
-        if (statuses)
-            session->setBeforeLogin([statuses](Telvix* client) {
+        session->setBeforeLogin([statuses](Telvix* client) {
+            // Kept until the chat client exists, then handed to it.
+            client->setChatKeepAliveSendIntervalSec(90);
+            if (statuses)
                 statuses->reset(new QSignalSpy(client, &Telvix::sigExtenStatusChanged));
-            });
+        });
         if (!session->start())
             return nullptr;
         QSignalSpy connected(session->client(), &Telvix::sigChatConnected);
@@ -73,12 +75,13 @@ private Q_SLOTS:
     void chatTravelsByExtension()
     {
         std::unique_ptr<QSignalSpy> statuses;
+        LogbusCapture chatLog;
         auto session = chatting(&statuses);
         QVERIFY(session);
         Telvix* client = session->client();
         QVERIFY(client->isChatConnected());
-        QVERIFY(client->setChatKeepAliveSendIntervalSec(90));
         QCOMPARE(client->getChatKeepAliveSendIntervalSec(), 90);
+        QVERIFY(chatLog.contains(QStringLiteral("Keep-alive send timer set to 90 seconds")));
         QCOMPARE(client->chatIdFromExten("201"), QStringLiteral("bob@default"));
         QCOMPARE(client->extenFromchatId("bob@default"), QStringLiteral("201"));
 
