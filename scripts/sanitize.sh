@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the tests again under the sanitizers, each in a build tree of its own:
 #   asan  AddressSanitizer + UBSan + LeakSanitizer (build-asan): every unit
-#         test and the short soak (label leak), stopping at the first report;
+#         test, the fault matrix (label faults) and the short soak (label
+#         leak), stopping at the first report;
 #   tsan  ThreadSanitizer (build-tsan): the suites that cross threads (the
 #         client's thread hops, chat, local server, downloads); only their
 #         targets are built.
@@ -41,7 +42,7 @@ run_asan() {
   ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=0 \
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   LSAN_OPTIONS=suppressions=$SUPP/lsan.supp:print_suppressions=0 \
-    ctest --test-dir build-asan -L 'unit|leak' -E '^packaging_|^tst_switchboard$' --output-on-failure -j"$JOBS" --timeout 900
+    ctest --test-dir build-asan -L 'unit|leak|faults' -E '^packaging_|^tst_switchboard$' --output-on-failure -j"$JOBS" --timeout 900
 }
 
 run_tsan() {

@@ -13,7 +13,7 @@ BUILD_DIR=${TELVIX_BUILD_DIR:-build}
 # on demand: ctest -L soak; its short form belongs to the sanitizer pass.
 ctest --test-dir "$BUILD_DIR" --output-on-failure -j"$(( $(nproc) * 2 ))" --timeout 600 -LE 'soak|leak'
 
-# The unit tests once more, and a 200-session soak, under AddressSanitizer,
+# The unit tests, the fault matrix and a 200-session soak once more, under AddressSanitizer,
 # UBSan and LeakSanitizer (build-asan), stopping at the first report. The
 # ThreadSanitizer pass (scripts/sanitize.sh tsan) is run by hand: Qt 5 is not
 # instrumented, so TSan cannot see its locks and reports every queued hand-over.
