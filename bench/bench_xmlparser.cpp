@@ -105,13 +105,13 @@ Totals readPhoneBook(const QString& message, Values getTagsValues, Decoded getDe
 {
     static const Names names;
     Totals totals;
-    const QStringList users = getTagsValues(message, names.user);
-    for (const QString& user : users) {
+    const auto users = getTagsValues(message, names.user);
+    for (const auto& user : users) {
         ++totals.users;
         for (const QString& field : names.userFields)
             totals.characters += getDecodedTagValue(user, field).size();
-        const QStringList contacts = getTagsValues(user, names.contact);
-        for (const QString& contact : contacts) {
+        const auto contacts = getTagsValues(user, names.contact);
+        for (const auto& contact : contacts) {
             ++totals.contacts;
             for (const QString& field : names.contactFields)
                 totals.characters += getDecodedTagValue(contact, field).size();
@@ -120,12 +120,13 @@ Totals readPhoneBook(const QString& message, Values getTagsValues, Decoded getDe
     return totals;
 }
 
+// As the message classes read a list: each entry a view into the message.
 Totals readOurs(const QString& message)
 {
     return readPhoneBook(
         message,
-        [](const QString& xml, const QString& tag) { return SimpleXmlParser::getTagsValues(xml, tag); },
-        [](const QString& xml, const QString& tag) { return SimpleXmlParser::getDecodedTagValue(xml, tag); });
+        [](QStringView xml, const QString& tag) { return SimpleXmlParser::getTagsValueViews(xml, tag); },
+        [](QStringView xml, const QString& tag) { return SimpleXmlParser::getDecodedTagValue(xml, tag); });
 }
 
 Totals readReference(const QString& message)
@@ -271,14 +272,14 @@ void printSummary(const Medians& ms)
         std::printf("%-8d %10.2f %10.2f %10.2f %12.1f %12.2f\n", n, a, b, p, r, p > 0 ? (a + b) / p : 0.0);
     }
     std::printf("\n%-44s %8s %8s\n", "ratio", "10k", "20k");
-    std::printf("%-44s %8.2f %8.2f   (target <= 2.0, aim 1.5)\n", "(framing + lookups) / pugixml",
+    std::printf("%-44s %8.2f %8.2f   (target <= 1.5)\n", "(framing + lookups) / pugixml",
                 (get("BM_Framing", 10000) + get("BM_Lookups", 10000)) / get("BM_Pugixml", 10000),
                 (get("BM_Framing", 20000) + get("BM_Lookups", 20000)) / get("BM_Pugixml", 20000));
     std::printf("%-44s %8.1f %8.1f   (target >= 10)\n", "reference lookups / lookups",
                 get("BM_ReferenceLookups", 10000) / get("BM_Lookups", 10000),
                 get("BM_ReferenceLookups", 20000) / get("BM_Lookups", 20000));
     std::printf("%-44s %8.2f\n", "20k / 10k, framing", get("BM_Framing", 20000) / get("BM_Framing", 10000));
-    std::printf("%-44s %8.2f   (target <= 2.2)\n", "20k / 10k, framing + lookups",
+    std::printf("%-44s %8.2f   (target <= 2.1)\n", "20k / 10k, framing + lookups",
                 (get("BM_Framing", 20000) + get("BM_Lookups", 20000))
                     / (get("BM_Framing", 10000) + get("BM_Lookups", 10000)));
     std::printf("%-44s %8.2f\n", "20k / 10k, pugixml", get("BM_Pugixml", 20000) / get("BM_Pugixml", 10000));

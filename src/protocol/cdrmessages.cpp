@@ -16,7 +16,7 @@ const QString StatusVoicemail = QStringLiteral("voicemail");
 const QString SideIn = QStringLiteral("in");
 const QString SideOut = QStringLiteral("out");
 
-bool readCdrEntry(const QString& entryText, CdrEntry& entry)
+bool readCdrEntry(QStringView entryText, CdrEntry& entry)
 {
     using MessageReader::raw;
     using MessageReader::text;
@@ -130,7 +130,7 @@ CdrRespMsg CdrRespMsg::parseMessage(const QString& xml)
                                                  QStringLiteral("parsed an empty CdrList msg"),
                                                  QStringLiteral("CDR msg parsed ok"),
                                                  true};
-    return MessageReader::readList<CdrRespMsg>(xml, words, [](CdrRespMsg& msg, const QString& entryText) {
+    return MessageReader::readList<CdrRespMsg>(xml, words, [](CdrRespMsg& msg, QStringView entryText) {
         return MessageReader::appendEntry(msg.cdr, entryText, readCdrEntry);
     });
 }

@@ -46,7 +46,7 @@ QString peerRequestBody(const QString& api, const QString& command)
 
 // Each reader fills its record from one entry's text and tells whether the
 // entry is valid.
-bool readIdentity(const QString& xml, IdentityEntry& entry)
+bool readIdentity(QStringView xml, IdentityEntry& entry)
 {
     entry.name = text(xml, S_XMLTAG_IDENT_NAME);
     entry.type = text(xml, S_XMLTAG_IDENT_TYPE);
@@ -98,7 +98,7 @@ void writeIdentity(XmlBodyWriter& body, const IdentityEntry& entry)
         .end();
 }
 
-bool readBuddyIdentity(const QString& xml, BuddyIdentityEntry& entry)
+bool readBuddyIdentity(QStringView xml, BuddyIdentityEntry& entry)
 {
     entry.name = text(xml, S_XMLTAG_BUDDY_IDENT_NAME);
     entry.type = text(xml, S_XMLTAG_BUDDY_IDENT_TYPE);
@@ -107,17 +107,17 @@ bool readBuddyIdentity(const QString& xml, BuddyIdentityEntry& entry)
 }
 
 // The extension is the value of the person's first contact of type "exten".
-QString extenOfBuddy(const QString& xml)
+QString extenOfBuddy(QStringView xml)
 {
-    const QStringList contacts = entries(xml, S_XMLTAG_BUD_CONTACT);
-    for (const QString& contact : contacts) {
+    const QVector<QStringView> contacts = entries(xml, S_XMLTAG_BUD_CONTACT);
+    for (const QStringView contact : contacts) {
         if (text(contact, S_XMLTAG_BUD_CONTACTTYPE) == PHONEBOOK::CTYPE_LABEL_EXTEN)
             return text(contact, S_XMLTAG_BUD_CONTACTVALUE);
     }
     return QString();
 }
 
-bool readBuddy(const QString& xml, BuddyEntry& entry)
+bool readBuddy(QStringView xml, BuddyEntry& entry)
 {
     entry.firstName = text(xml, S_XMLTAG_BUD_FIRST);
     entry.lastName = text(xml, S_XMLTAG_BUD_LAST);
@@ -130,7 +130,7 @@ bool readBuddy(const QString& xml, BuddyEntry& entry)
     return !entry.exten.isEmpty();
 }
 
-bool readBuddyStatus(const QString& xml, BuddyStatus& status)
+bool readBuddyStatus(QStringView xml, BuddyStatus& status)
 {
     status.exten = text(xml, S_XMLTAG_BUD_EXTEN);
     status.ctiLogged = isOne(xml, S_XMLTAG_BUD_LOGGED);
@@ -226,7 +226,7 @@ IdentitiesRespMsg IdentitiesRespMsg::parseMessage(const QString& xml)
                            QStringLiteral("parsed an invalid IdentityEntry msg"),
                            QStringLiteral("parsed an empty IdentityList msg, i.e. exten has no identities"),
                            QStringLiteral("IdentityList msg parsed ok")};
-    return readList<IdentitiesRespMsg>(xml, words, [](IdentitiesRespMsg& msg, const QString& entryXml) {
+    return readList<IdentitiesRespMsg>(xml, words, [](IdentitiesRespMsg& msg, QStringView entryXml) {
         return appendEntry(msg.identities, entryXml, readIdentity);
     });
 }
@@ -247,7 +247,7 @@ BuddyIdentitiesRespMsg BuddyIdentitiesRespMsg::parseMessage(const QString& xml)
                            QStringLiteral("parsed an empty BuddyIdentityList msg"),
                            QStringLiteral("BuddyIdentityList msg parsed ok")};
     return readList<BuddyIdentitiesRespMsg>(
-        xml, words, [](BuddyIdentitiesRespMsg& msg, const QString& entryXml) {
+        xml, words, [](BuddyIdentitiesRespMsg& msg, QStringView entryXml) {
             return appendEntry(msg.buddyIdentities, entryXml, readBuddyIdentity);
         });
 }
@@ -271,7 +271,7 @@ BuddiesRespMsg BuddiesRespMsg::parseMessage(const QString& xml)
     const ListWords words {QStringLiteral("Buddies request failed: "), S_XMLTAG_BUD_ENTRY,
                            QStringLiteral("parsed an invalid BuddyEntry msg"), QString(),
                            QStringLiteral("BuddyList msg parsed ok")};
-    return readList<BuddiesRespMsg>(xml, words, [](BuddiesRespMsg& msg, const QString& entryXml) {
+    return readList<BuddiesRespMsg>(xml, words, [](BuddiesRespMsg& msg, QStringView entryXml) {
         return appendEntry<BuddyEntry>(msg.buddies, entryXml, readBuddy);
     });
 }
@@ -303,7 +303,7 @@ ExtenStatusRespMsg ExtenStatusRespMsg::parseMessage(const QString& xml)
                            QStringLiteral("parsed an invalid BuddyStatus msg"),
                            QStringLiteral("parsed an empty BuddyStatusMap msg"),
                            QStringLiteral("BuddyStatusMap msg parsed ok")};
-    return readList<ExtenStatusRespMsg>(xml, words, [](ExtenStatusRespMsg& msg, const QString& entryXml) {
+    return readList<ExtenStatusRespMsg>(xml, words, [](ExtenStatusRespMsg& msg, QStringView entryXml) {
         BuddyStatus status;
         if (!readBuddyStatus(entryXml, status))
             return false;

@@ -13,25 +13,25 @@
 namespace MessageReader {
 
 /// Decoded value of the first `tag` element, empty when missing.
-inline QString text(const QString& xml, const QString& tag)
+inline QString text(QStringView xml, const QString& tag)
 {
     return SimpleXmlParser::getDecodedTagValue(xml, tag);
 }
 
 /// Undecoded value of the first `tag` element, empty when missing.
-inline QString raw(const QString& xml, const QString& tag)
+inline QString raw(QStringView xml, const QString& tag)
 {
     return SimpleXmlParser::getTagValue(xml, tag);
 }
 
 /// Decoded value read as a base-10 int; missing or bad text gives 0.
-inline int toInt(const QString& xml, const QString& tag)
+inline int toInt(QStringView xml, const QString& tag)
 {
     return text(xml, tag).toInt(nullptr, 10);
 }
 
 /// Decoded value read as a base-10 uint16; missing or bad text gives 0.
-inline quint16 toUShort(const QString& xml, const QString& tag)
+inline quint16 toUShort(QStringView xml, const QString& tag)
 {
     return text(xml, tag).toUShort(nullptr, 10);
 }
@@ -39,15 +39,16 @@ inline quint16 toUShort(const QString& xml, const QString& tag)
 /// True exactly when the decoded value reads as the number 1: the wire's
 /// boolean ("LocalAnswer", "IsC2c", ...). Any other text, "true" included,
 /// is false.
-inline bool isOne(const QString& xml, const QString& tag)
+inline bool isOne(QStringView xml, const QString& tag)
 {
     return toInt(xml, tag) == 1;
 }
 
-/// Raw texts of every `tag` element, to be read field by field afterwards.
-inline QStringList entries(const QString& xml, const QString& tag)
+/// Raw texts of every `tag` element, to be read field by field afterwards:
+/// views into `xml`, so that a large list is not copied entry by entry.
+inline QVector<QStringView> entries(QStringView xml, const QString& tag)
 {
-    return SimpleXmlParser::getTagsValues(xml, tag);
+    return SimpleXmlParser::getTagsValueViews(xml, tag);
 }
 
 /// Writes `line` to the Qt debug log as it stands (no quoting).
@@ -128,7 +129,7 @@ struct ListWords {
 
 /// The skeleton of every list answer: the RequestFailed test, then each
 /// `entryTag` element cut once from the document and handed as its own short
-/// text to `take(Msg& msg, const QString& entryText)`, which stores the entry
+/// text to `take(Msg& msg, QStringView entryText)`, which stores the entry
 /// and returns true, or returns false for an invalid entry, which is logged and
 /// skipped. A list without kept entries is still a valid answer.
 template <typename Msg, typename Take>
@@ -138,12 +139,12 @@ Msg readList(const QString& xml, const ListWords& words, Take take)
     if (!words.failureText.isEmpty() && requestFailed(xml, words.failureText, msg))
         return msg;
     int kept = 0;
-    const QStringList texts = entries(xml, words.entryTag);
-    for (const QString& entryText : texts) {
+    const QVector<QStringView> texts = entries(xml, words.entryTag);
+    for (const QStringView entryText : texts) {
         if (take(msg, entryText))
             ++kept;
         else
-            logDebug(words.invalidEntryWithText ? words.invalidEntry + QLatin1Char(' ') + entryText
+            logDebug(words.invalidEntryWithText ? words.invalidEntry + QLatin1Char(' ') + entryText.toString()
                                                 : words.invalidEntry);
     }
     const bool emptyWord = kept == 0 && !words.emptyList.isEmpty();
@@ -154,7 +155,7 @@ Msg readList(const QString& xml, const ListWords& words, Take take)
 /// which returns false for an invalid entry, and appends it to `list` when
 /// valid.
 template <typename T, typename Read>
-bool appendEntry(QList<T>& list, const QString& entryText, Read read)
+bool appendEntry(QList<T>& list, QStringView entryText, Read read)
 {
     T entry;
     if (!read(entryText, entry))

@@ -32,7 +32,7 @@ PBookRespMsg PBookRespMsg::parseMessage(const QString& xml)
                                           QStringLiteral("parsed an invalid PBookEntry msg, skipping it"),
                                           QString(), QStringLiteral("PBook msg parsed ok")};
     PBookRespMsg msg
-        = MessageReader::readList<PBookRespMsg>(xml, words, [&](PBookRespMsg&, const QString& user) {
+        = MessageReader::readList<PBookRespMsg>(xml, words, [&](PBookRespMsg&, QStringView user) {
               const PhoneBookEntry entry = PhonebookToXmlUtil::contactFromXml(user);
               if (entry.contactUuid.isEmpty())
                   return false;

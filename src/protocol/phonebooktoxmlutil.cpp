@@ -50,7 +50,7 @@ void PhonebookToXmlUtil::contactToXml(const PhoneBookEntry& entry, QXmlStreamWri
     writer.writeEndElement();
 }
 
-PhoneBookEntry PhonebookToXmlUtil::contactFromXml(const QString& xml)
+PhoneBookEntry PhonebookToXmlUtil::contactFromXml(QStringView xml)
 {
     PhoneBookEntry entry;
     entry.contactUuid = MessageReader::text(xml, S_XMLTAG_PB_CONTACTUUID);
@@ -60,8 +60,8 @@ PhoneBookEntry PhonebookToXmlUtil::contactFromXml(const QString& xml)
     entry.company = MessageReader::text(xml, S_XMLTAG_PB_COMPANY);
     entry.unit = MessageReader::text(xml, S_XMLTAG_PB_UNIT);
 
-    const QStringList contacts = MessageReader::entries(xml, S_XMLTAG_PB_CONTACT);
-    for (const QString& contactXml : contacts) {
+    const QVector<QStringView> contacts = MessageReader::entries(xml, S_XMLTAG_PB_CONTACT);
+    for (const QStringView contactXml : contacts) {
         const auto kindAndLabel
             = contactTypeMap().constFind(MessageReader::text(contactXml, S_XMLTAG_PB_CONTACTTYPE).toLower());
         if (kindAndLabel == contactTypeMap().constEnd())

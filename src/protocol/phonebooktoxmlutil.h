@@ -30,5 +30,5 @@ public:
     static void contactToXml(const PhoneBookEntry& entry, QXmlStreamWriter& writer);
     /// Reads one "User" element's text. Contact types that name no known
     /// number class are dropped.
-    static PhoneBookEntry contactFromXml(const QString& xml);
+    static PhoneBookEntry contactFromXml(QStringView xml);
 };

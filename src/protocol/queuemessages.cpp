@@ -41,12 +41,12 @@ QString eventTypeToText(qint32 type)
     }
 }
 
-QDateTime readDate(const QString& xml, const QString& tag, const QString& format)
+QDateTime readDate(QStringView xml, const QString& tag, const QString& format)
 {
     return QDateTime::fromString(text(xml, tag), format);
 }
 
-double toDouble(const QString& xml, const QString& tag)
+double toDouble(QStringView xml, const QString& tag)
 {
     return text(xml, tag).toDouble();
 }
@@ -62,7 +62,7 @@ QString isoText(const QDateTime& value)
     return value.isNull() ? QString() : value.toString(Qt::ISODateWithMs);
 }
 
-bool readOperatorStats(const QString& entryText, QueueOperatorStats& op)
+bool readOperatorStats(QStringView entryText, QueueOperatorStats& op)
 {
     op.member = text(entryText, S_XMLTAG_QUEUESTATS_OPER_MEMBER);
     op.dynamicMember = isOne(entryText, S_XMLTAG_QUEUESTATS_OPER_ISDYNAMIC);
@@ -75,7 +75,7 @@ bool readOperatorStats(const QString& entryText, QueueOperatorStats& op)
     return !op.member.isEmpty();
 }
 
-bool readQueueStats(const QString& entryText, QueueStats& stats)
+bool readQueueStats(QStringView entryText, QueueStats& stats)
 {
     stats.queueId = text(entryText, S_XMLTAG_QUEUESTATS_QUEUEID);
     if (stats.queueId.isEmpty())
@@ -83,8 +83,8 @@ bool readQueueStats(const QString& entryText, QueueStats& stats)
     stats.name = text(entryText, S_XMLTAG_QUEUESTATS_NAME);
     stats.currentCalls = toInt(entryText, S_XMLTAG_QUEUESTATS_CURRENTCALLS);
     stats.longestHoldTime = readDate(entryText, S_XMLTAG_QUEUESTATS_LONGESTHOLDTIME, TELVIX::IsoDateNoTz);
-    const QStringList operators = MessageReader::entries(entryText, S_XMLTAG_QUEUESTATS_OPER_ENTRY);
-    for (const QString& operatorText : operators) {
+    const QVector<QStringView> operators = MessageReader::entries(entryText, S_XMLTAG_QUEUESTATS_OPER_ENTRY);
+    for (const QStringView operatorText : operators) {
         if (!MessageReader::appendEntry(stats.operators, operatorText, readOperatorStats))
             MessageReader::logDebug(QStringLiteral("parsed an invalid QueueOperatorStats msg"));
     }
@@ -92,7 +92,7 @@ bool readQueueStats(const QString& entryText, QueueStats& stats)
 }
 
 /// Period, start and end, shared by both periodic records.
-void readPeriod(const QString& xml, TELVIX::PeriodType& period, QDateTime& start, QDateTime& end)
+void readPeriod(QStringView xml, TELVIX::PeriodType& period, QDateTime& start, QDateTime& end)
 {
     period = TELVIX::periodTypeFromString(text(xml, S_XMLTAG_QUEUEPERIODICSTATS_PERIOD));
     start = readDate(xml, S_XMLTAG_QUEUEPERIODICSTATS_STARTDATE, TELVIX::IsoDateNoTz);
@@ -106,7 +106,7 @@ void writePeriod(XmlBodyWriter& body, TELVIX::PeriodType period, const QDateTime
         .text(S_XMLTAG_QUEUEPERIODICSTATS_ENDDATE, end.toString(TELVIX::IsoDateNoTz));
 }
 
-bool readPeriodicStats(const QString& xml, QueuePeriodicStats& stats)
+bool readPeriodicStats(QStringView xml, QueuePeriodicStats& stats)
 {
     stats.queueId = text(xml, S_XMLTAG_QUEUEPERIODICSTATS_QUEUEID);
     readPeriod(xml, stats.period, stats.startDate, stats.endDate);
@@ -130,7 +130,7 @@ void writePeriodicStats(XmlBodyWriter& body, const QueuePeriodicStats& stats)
         .end();
 }
 
-bool readOperatorPeriodicStats(const QString& xml, QueueOperatorPeriodicStats& stats, OperatorForm form)
+bool readOperatorPeriodicStats(QStringView xml, QueueOperatorPeriodicStats& stats, OperatorForm form)
 {
     stats.operatorAccount = text(xml, S_XMLTAG_QUEUEOPERATORPERIODICSTATS_OPERATOR);
     stats.queueId = text(xml, S_XMLTAG_QUEUEPERIODICSTATS_QUEUEID);
@@ -165,12 +165,12 @@ void writeOperatorPeriodicStats(XmlBodyWriter& body, const QueueOperatorPeriodic
     body.end();
 }
 
-bool readOperatorPeriodicListEntry(const QString& entryText, QueueOperatorPeriodicStats& stats)
+bool readOperatorPeriodicListEntry(QStringView entryText, QueueOperatorPeriodicStats& stats)
 {
     return readOperatorPeriodicStats(entryText, stats, OperatorForm::List);
 }
 
-bool readOperatorPeriodicSingle(const QString& xml, QueueOperatorPeriodicStats& stats)
+bool readOperatorPeriodicSingle(QStringView xml, QueueOperatorPeriodicStats& stats)
 {
     return readOperatorPeriodicStats(xml, stats, OperatorForm::Single);
 }
@@ -385,7 +385,7 @@ QueueStatsListRespMsg QueueStatsListRespMsg::parseMessage(const QString& xml)
         QStringLiteral("parsed an invalid QueueStats msg"),
         QStringLiteral("parsed an empty QueueStatsList msg"), QStringLiteral("QueueStatsList msg parsed ok")};
     return MessageReader::readList<QueueStatsListRespMsg>(
-        xml, words, [](QueueStatsListRespMsg& msg, const QString& entryText) {
+        xml, words, [](QueueStatsListRespMsg& msg, QStringView entryText) {
             return MessageReader::appendEntry(msg.stats, entryText, readQueueStats);
         });
 }
@@ -427,7 +427,7 @@ QueuePeriodicStatsListRespMsg QueuePeriodicStatsListRespMsg::parseMessage(const 
                                                  QStringLiteral("parsed an empty QueuePeriodicStatsList msg"),
                                                  QStringLiteral("QueuePeriodicStatsList msg parsed ok")};
     QueuePeriodicStatsListRespMsg msg = MessageReader::readList<QueuePeriodicStatsListRespMsg>(
-        xml, words, [](QueuePeriodicStatsListRespMsg& out, const QString& entryText) {
+        xml, words, [](QueuePeriodicStatsListRespMsg& out, QStringView entryText) {
             return MessageReader::appendEntry(out.stats.stats, entryText, readPeriodicStats);
         });
     // The answer's own period comes first in the list, ahead of the entries'.
@@ -469,7 +469,7 @@ QueueOperatorPeriodicStatsListRespMsg QueueOperatorPeriodicStatsListRespMsg::par
         QStringLiteral("parsed an empty QueueOperatorPeriodicStatsList msg"),
         QStringLiteral("QueueOperatorPeriodicStatsList msg parsed ok")};
     return MessageReader::readList<QueueOperatorPeriodicStatsListRespMsg>(
-        xml, words, [](QueueOperatorPeriodicStatsListRespMsg& msg, const QString& entryText) {
+        xml, words, [](QueueOperatorPeriodicStatsListRespMsg& msg, QStringView entryText) {
             return MessageReader::appendEntry(msg.stats, entryText, readOperatorPeriodicListEntry);
         });
 }

@@ -61,7 +61,7 @@ template <Wire Kind, typename T> Converted<Kind, T> as(T& value, const QString& 
 class FieldReader
 {
 public:
-    explicit FieldReader(const QString& xml)
+    explicit FieldReader(QStringView xml)
         : m_xml(xml)
     {
     }
@@ -93,7 +93,7 @@ public:
     }
 
 private:
-    const QString& m_xml;
+    QStringView m_xml;
 };
 
 class FieldWriter
@@ -194,7 +194,7 @@ const auto authTokenFields = [](auto& msg, const auto& visit) {
 };
 
 /// A record (or message) filled from `xml` by its field list.
-template <typename Record, typename Fields> Record readFields(const QString& xml, const Fields& fields)
+template <typename Record, typename Fields> Record readFields(QStringView xml, const Fields& fields)
 {
     Record record;
     fields(record, FieldReader(xml));
@@ -380,7 +380,7 @@ ServiceStatusRespMsg ServiceStatusRespMsg::parseMessage(const QString& xml)
                                           QStringLiteral("parsed an empty ServiceStatusList msg"),
                                           QStringLiteral("Service Status resp msg parsed ok")};
     return MessageReader::readList<ServiceStatusRespMsg>(
-        xml, words, [](ServiceStatusRespMsg& msg, const QString& entry) {
+        xml, words, [](ServiceStatusRespMsg& msg, QStringView entry) {
             const auto status = readFields<ServiceStatus>(entry, serviceStatusFields);
             if (status.id.isEmpty() || status.type.isEmpty())
                 return false;
@@ -535,7 +535,7 @@ TenantsRespMsg TenantsRespMsg::parseMessage(const QString& xml)
                                           QStringLiteral("parsed an invalid Tenant msg"),
                                           QStringLiteral("parsed an empty TenantList msg"),
                                           QStringLiteral("TenantList msg parsed ok")};
-    return MessageReader::readList<TenantsRespMsg>(xml, words, [](TenantsRespMsg& msg, const QString& entry) {
+    return MessageReader::readList<TenantsRespMsg>(xml, words, [](TenantsRespMsg& msg, QStringView entry) {
         const QString uuid = text(entry, S_XMLTAG_TENANT_ID);
         if (uuid.isEmpty())
             return false;

@@ -300,8 +300,6 @@ QStringView midLikeString(QStringView s, qsizetype position, qsizetype n)
 // reference count.
 inline void appendTaken(QStringList& list, QString&& value)
 {
-    if (list.isEmpty())
-        list.reserve(8);
     list.append(QString());
     list.last().swap(value);
 }
@@ -671,6 +669,12 @@ bool SimpleXmlParser::findStartTagDelimiters(const QString& xml, const QString& 
 QString SimpleXmlParser::getTagValue(const QString& xml, const QString& tag, int startPos,
                                      const QString& defaultValue)
 {
+    return getTagValue(QStringView(xml), tag, startPos, defaultValue);
+}
+
+QString SimpleXmlParser::getTagValue(QStringView xml, const QString& tag, int startPos,
+                                     const QString& defaultValue)
+{
     const TagName name(tag);
     QStringView value;
     switch (locateValue(xml, name.view(), startPos, value)) {
@@ -685,6 +689,12 @@ QString SimpleXmlParser::getTagValue(const QString& xml, const QString& tag, int
 }
 
 QString SimpleXmlParser::getDecodedTagValue(const QString& xml, const QString& tag, int startPos,
+                                            const QString& defaultValue)
+{
+    return getDecodedTagValue(QStringView(xml), tag, startPos, defaultValue);
+}
+
+QString SimpleXmlParser::getDecodedTagValue(QStringView xml, const QString& tag, int startPos,
                                             const QString& defaultValue)
 {
     const TagName name(tag);
@@ -702,17 +712,25 @@ QString SimpleXmlParser::getDecodedTagValue(const QString& xml, const QString& t
 
 QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& tag)
 {
-    const TagName name(tag);
     QStringList values;
+    const QVector<QStringView> views = getTagsValueViews(xml, tag);
+    values.reserve(views.size());
+    for (const QStringView value : views)
+        appendTaken(values, value.isNull() ? QStringLiteral("") : value.toString());
+    return values;
+}
+
+QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const QString& tag)
+{
+    const TagName name(tag);
+    QVector<QStringView> values;
     qsizetype from = 0;
     for (;;) {
         const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
         if (at < 0)
             break;
         QStringView value;
-        appendTaken(values,
-                    locateValue(xml, name.view(), at, value) == ValueKind::Found ? value.toString()
-                                                                                 : QStringLiteral(""));
+        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? value : QStringView());
         from = at + 1;
     }
     return values;
@@ -720,20 +738,11 @@ QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& ta
 
 QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QString& tag)
 {
-    const TagName name(tag);
     QStringList values;
-    qsizetype from = 0;
-    for (;;) {
-        const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
-        if (at < 0)
-            break;
-        QStringView value;
-        appendTaken(values,
-                    locateValue(xml, name.view(), at, value) == ValueKind::Found
-                        ? EntityDecoder::decode(value)
-                        : QStringLiteral(""));
-        from = at + 1;
-    }
+    const QVector<QStringView> views = getTagsValueViews(xml, tag);
+    values.reserve(views.size());
+    for (const QStringView value : views)
+        appendTaken(values, value.isNull() ? QStringLiteral("") : EntityDecoder::decode(value));
     return values;
 }
 

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <QStringView>
+#include <QVector>
 
 /// Cuts a text stream into complete root-framed messages, and pulls element
 /// values and attributes out of one message by flat scanning.
@@ -46,7 +47,15 @@ public:
                                const QString& defaultValue = QStringLiteral(""));
     static QString getDecodedTagValue(const QString& xml, const QString& tag, int startPos = 0,
                                       const QString& defaultValue = QStringLiteral(""));
+    /// The same lookups on a part of a larger text, such as one entry of a list.
+    static QString getTagValue(QStringView xml, const QString& tag, int startPos = 0,
+                               const QString& defaultValue = QStringLiteral(""));
+    static QString getDecodedTagValue(QStringView xml, const QString& tag, int startPos = 0,
+                                      const QString& defaultValue = QStringLiteral(""));
     static QStringList getTagsValues(const QString& xml, const QString& tag);
+    /// getTagsValues() without the copies: each value as a view into `xml`
+    /// (empty where getTagsValues gives ""), valid while `xml` is.
+    static QVector<QStringView> getTagsValueViews(QStringView xml, const QString& tag);
     static QStringList getDecodedTagsValues(const QString& xml, const QString& tag);
     static QMap<QString, QString> getTagProperties(const QString& xml, const QString& tag, int startPos = 0);
     static QList<QMap<QString, QString>> getTagsProperties(const QString& xml, const QString& tag);

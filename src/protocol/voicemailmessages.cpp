@@ -8,7 +8,7 @@ using namespace SARNET_XML;
 
 namespace {
 
-bool readVoicemailMessage(const QString& entryText, VoicemailMessage& message)
+bool readVoicemailMessage(QStringView entryText, VoicemailMessage& message)
 {
     using namespace MessageReader;
     message.id = text(entryText, S_XMLTAG_VM_MESSAGE_ID);
@@ -82,7 +82,7 @@ VoiceMailListResMsg VoiceMailListResMsg::parseMessage(const QString& xml)
                                                  QString(),
                                                  false};
     return MessageReader::readList<VoiceMailListResMsg>(
-        xml, words, [](VoiceMailListResMsg& msg, const QString& entryText) {
+        xml, words, [](VoiceMailListResMsg& msg, QStringView entryText) {
             return MessageReader::appendEntry(msg.messages, entryText, readVoicemailMessage);
         });
 }
