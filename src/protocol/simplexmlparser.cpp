@@ -50,14 +50,29 @@ inline qsizetype searchOrigin(qsizetype offset, qsizetype length)
     return (offset < 0 || offset > length) ? -1 : offset;
 }
 
-// Tag names are short: an inline loop beats a call to memcmp.
+inline quint64 fourUnits(const QChar* p)
+{
+    quint64 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// Tag names are short: compared four units at a time, the last four
+// overlapping the ones before, instead of a branch per unit or a call to memcmp.
 inline bool sameUnits(const QChar* a, const QChar* b, qsizetype count)
 {
-    for (qsizetype k = 0; k < count; ++k) {
-        if (a[k] != b[k])
+    if (count < 4) {
+        for (qsizetype k = 0; k < count; ++k) {
+            if (a[k] != b[k])
+                return false;
+        }
+        return true;
+    }
+    for (qsizetype k = 0; k + 4 < count; k += 4) {
+        if (fourUnits(a + k) != fourUnits(b + k))
             return false;
     }
-    return true;
+    return fourUnits(a + count - 4) == fourUnits(b + count - 4);
 }
 
 // First i in [from, last) with d[i] == a and d[i + 1] == b; d[last] must be
