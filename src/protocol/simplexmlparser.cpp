@@ -253,12 +253,11 @@ qsizetype findClosing(QStringView xml, QStringView name, qsizetype from)
     return -1;
 }
 
-// `plainName`: the name holds no ">" (stripped names never do).
-bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsizetype& start, qsizetype& end,
-                    bool plainName = true)
+// Where the start tag that begins at `start` (-1 when there is none) ends;
+// true when it closes itself. `plainName`: the name holds no ">" (stripped
+// names never do).
+bool startTagEnd(QStringView xml, QStringView name, qsizetype start, qsizetype& end, bool plainName)
 {
-    const qsizetype origin = searchOrigin(startPos, xml.size());
-    start = origin < 0 ? -1 : findOpening(xml, name, origin, endsElementName);
     // "<name>": the ">" behind the name is the end, unless the name itself
     // ends in "/" and so makes "/>" with it.
     const qsizetype nameEnd = start + 1 + name.size();
@@ -272,14 +271,27 @@ bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsize
     return selfClosed;
 }
 
+// The first start tag at or after `startPos`.
+qsizetype findStartTag(QStringView xml, QStringView name, qsizetype startPos)
+{
+    const qsizetype origin = searchOrigin(startPos, xml.size());
+    return origin < 0 ? -1 : findOpening(xml, name, origin, endsElementName);
+}
+
+bool locateStartTag(QStringView xml, QStringView name, qsizetype startPos, qsizetype& start, qsizetype& end,
+                    bool plainName = true)
+{
+    start = findStartTag(xml, name, startPos);
+    return startTagEnd(xml, name, start, end, plainName);
+}
+
 enum class ValueKind { SelfClosed, Missing, Found };
 
-// Where the text of the element starting at or after `startPos` lies.
-ValueKind locateValue(QStringView xml, QStringView name, qsizetype startPos, QStringView& value)
+// Where the text of the element whose start tag begins at `start` lies.
+ValueKind valueAt(QStringView xml, QStringView name, qsizetype start, QStringView& value)
 {
-    qsizetype start = -1;
     qsizetype end = -1;
-    if (locateStartTag(xml, name, startPos, start, end))
+    if (startTagEnd(xml, name, start, end, true))
         return ValueKind::SelfClosed;
     if (start < 0 || end < 0)
         return ValueKind::Missing;
@@ -290,6 +302,12 @@ ValueKind locateValue(QStringView xml, QStringView name, qsizetype startPos, QSt
     // the whole rest of the text as the value.
     value = close > end ? xml.mid(end + 1, close - end - 1) : xml.mid(end + 1);
     return ValueKind::Found;
+}
+
+// Where the text of the element starting at or after `startPos` lies.
+ValueKind locateValue(QStringView xml, QStringView name, qsizetype startPos, QStringView& value)
+{
+    return valueAt(xml, name, findStartTag(xml, name, startPos), value);
 }
 
 // QString::mid() on a view: out-of-range arguments give the same text.
@@ -744,8 +762,13 @@ QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const Q
         const qsizetype at = findOpening(xml, name.view(), from, endsListedName);
         if (at < 0)
             break;
+        // A listed name followed by a unit that also ends an element name is
+        // the element a search from there finds; "*" is not, so search on.
+        const qsizetype start = endsElementName(xml.at(at + 1 + name.view().size()).unicode())
+            ? at
+            : findStartTag(xml, name.view(), at);
         QStringView value;
-        values.append(locateValue(xml, name.view(), at, value) == ValueKind::Found ? value : QStringView());
+        values.append(valueAt(xml, name.view(), start, value) == ValueKind::Found ? value : QStringView());
         from = at + 1;
     }
     return values;
