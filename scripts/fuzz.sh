@@ -29,8 +29,7 @@ if [ ${#targets[@]} -eq 0 ]; then
   targets=(decoding xmlframing dispatch localapp audio store phonebookjson)
 fi
 
-# Per-target options: input sizes that fit what the target reads, and the
-# slow unwinder where a leak report must see through Qt's frames.
+# Input sizes that fit what each target reads.
 max_len_for() {
   case $1 in
     store) echo 16384 ;; # the seeds are whole databases
@@ -49,6 +48,8 @@ for t in "${targets[@]}"; do
         -fork=1 -ignore_crashes=1 -ignore_timeouts=1 -ignore_ooms=1 -artifact_prefix="$dir/")
   [ -f "$ROOT/fuzz/$t.dict" ] && args+=(-dict="$ROOT/fuzz/$t.dict")
   asan=detect_leaks=1
+  # The slow unwinder, where a leak report must see through Qt's frames to
+  # be matched by fuzz/lsan.supp.
   [ "$t" = phonebookjson ] && asan=$asan:fast_unwind_on_malloc=0
   ( cd "$dir" && ASAN_OPTIONS=$asan LSAN_OPTIONS=suppressions=$ROOT/fuzz/lsan.supp \
       nice -n 19 "$bin" "${args[@]}" >fuzz.log 2>&1 ) &

@@ -329,12 +329,19 @@ QStringView midLikeString(QStringView s, qsizetype position, qsizetype n)
     return s.mid(position, n);
 }
 
-// QList (Qt 5) only copies in: hand the string over without touching its
-// reference count.
-inline void appendTaken(QStringList& list, QString&& value)
+// The strings of a list lookup: `convert` applied to each value found, ""
+// for an element without one. QList (Qt 5) only copies in, so each string is
+// handed over without touching its reference count.
+template <typename Convert> QStringList eachValue(const QVector<QStringView>& views, Convert convert)
 {
-    list.append(QString());
-    list.last().swap(value);
+    QStringList values;
+    values.reserve(views.size());
+    for (const QStringView value : views) {
+        QString text = value.isNull() ? QStringLiteral("") : convert(value);
+        values.append(QString());
+        values.last().swap(text);
+    }
+    return values;
 }
 
 struct QuotedAttribute
@@ -745,12 +752,7 @@ QString SimpleXmlParser::getDecodedTagValue(QStringView xml, const QString& tag,
 
 QStringList SimpleXmlParser::getTagsValues(const QString& xml, const QString& tag)
 {
-    QStringList values;
-    const QVector<QStringView> views = getTagsValueViews(xml, tag);
-    values.reserve(views.size());
-    for (const QStringView value : views)
-        appendTaken(values, value.isNull() ? QStringLiteral("") : value.toString());
-    return values;
+    return eachValue(getTagsValueViews(xml, tag), [](QStringView value) { return value.toString(); });
 }
 
 QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const QString& tag)
@@ -776,12 +778,7 @@ QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const Q
 
 QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QString& tag)
 {
-    QStringList values;
-    const QVector<QStringView> views = getTagsValueViews(xml, tag);
-    values.reserve(views.size());
-    for (const QStringView value : views)
-        appendTaken(values, value.isNull() ? QStringLiteral("") : EntityDecoder::decode(value));
-    return values;
+    return eachValue(getTagsValueViews(xml, tag), [](QStringView value) { return EntityDecoder::decode(value); });
 }
 
 QMap<QString, QString> SimpleXmlParser::getTagProperties(const QString& xml, const QString& tag, int startPos)
