@@ -479,9 +479,7 @@ void SimpleXmlParser::addData(const QString& data)
         const int start = m_openAt;
 
         if (start >= 0 && start < end) {
-            const int stop = end + m_closeTag.size();
-            const QString message = bufferSlice(start, stop - start);
-            consumeBuffer(stop);
+            const QString message = takeMessage(start, end + m_closeTag.size());
             deliver(message);
             if (bufferLength() == 0)
                 return;
@@ -498,29 +496,52 @@ void SimpleXmlParser::addData(const QString& data)
 
 void SimpleXmlParser::appendToBuffer(const QString& data)
 {
-    // Small chunks join the last piece, so that pieces stay few and searches
-    // across them cheap; larger ones are kept as they came.
-    constexpr int smallPiece = 8192;
     if (data.isEmpty())
         return;
-    if (!m_buffer.isEmpty() && m_buffer.last().size() < smallPiece)
-        m_buffer.last().append(data);
-    else
-        m_buffer.append(data);
-    m_length += data.size();
+    if (m_text.isEmpty()) {
+        // Shared with the caller until more text joins it.
+        m_text = data;
+        return;
+    }
+    // What was consumed goes before the string grows. This happens at most
+    // once per message cut out, and moves only the text still pending.
+    if (m_head > 0) {
+        m_text = unconsumed().toString();
+        m_head = 0;
+    }
+    m_text.append(data);
 }
 
 void SimpleXmlParser::consumeBuffer(int count)
 {
-    m_length -= count;
-    count += m_head;
-    m_head = 0;
-    while (!m_buffer.isEmpty() && count >= m_buffer.first().size()) {
-        count -= m_buffer.first().size();
-        m_buffer.removeFirst();
+    m_head += count;
+    if (m_head >= m_text.size()) {
+        m_text.clear();
+        m_head = 0;
+    } else if (m_head > (1 << 16) && m_head > m_text.size() - m_head) {
+        // Most of a large string is spent: let it go now rather than at the
+        // next chunk, copying less than was freed.
+        m_text = unconsumed().toString();
+        m_head = 0;
     }
-    m_head = m_buffer.isEmpty() ? 0 : count;
     resetScan();
+}
+
+QString SimpleXmlParser::takeMessage(int start, int stop)
+{
+    // The message opens a string of our own and is most of it: hand on the
+    // string itself and keep a copy of the rest, which is the smaller part.
+    if (m_head == 0 && start == 0 && stop > m_text.size() - stop && m_text.isDetached()) {
+        QString message;
+        message.swap(m_text);
+        m_text = QStringView(message).mid(stop).toString();
+        message.truncate(stop);
+        resetScan();
+        return message;
+    }
+    QString message = unconsumed().mid(start, stop - start).toString();
+    consumeBuffer(stop);
+    return message;
 }
 
 void SimpleXmlParser::resetScan()
@@ -541,92 +562,14 @@ void SimpleXmlParser::syncRootTag()
     resetScan();
 }
 
-QStringView SimpleXmlParser::pieceText(int index) const
-{
-    const QStringView piece(m_buffer.at(index));
-    return index == 0 ? piece.mid(m_head) : piece;
-}
-
-SimpleXmlParser::Piece SimpleXmlParser::pieceAt(int pos) const
-{
-    // Searches resume near the end of the text, cuts start at its beginning:
-    // walk from whichever end is nearer.
-    if (pos >= m_length / 2) {
-        int base = m_length;
-        for (int index = m_buffer.size() - 1; index >= 0; --index) {
-            base -= int(pieceText(index).size());
-            if (base <= pos)
-                return {index, base};
-        }
-        return {0, 0};
-    }
-    int base = 0;
-    for (int index = 0; index < m_buffer.size(); ++index) {
-        const int size = int(pieceText(index).size());
-        if (pos < base + size)
-            return {index, base};
-        base += size;
-    }
-    return {int(m_buffer.size()), base};
-}
-
-QString SimpleXmlParser::bufferSlice(int pos, int count) const
-{
-    Piece piece = pieceAt(pos);
-    if (piece.index < m_buffer.size() && piece.base == pos && (piece.index > 0 || m_head == 0)
-        && m_buffer.at(piece.index).size() == count)
-        return m_buffer.at(piece.index);
-    QString out(count, Qt::Uninitialized);
-    QChar* o = out.data();
-    int offset = pos - piece.base;
-    for (int index = piece.index; count > 0 && index < m_buffer.size(); ++index) {
-        const QStringView text = pieceText(index);
-        const int take = qMin(count, int(text.size()) - offset);
-        std::memcpy(o, text.data() + offset, size_t(take) * sizeof(QChar));
-        o += take;
-        count -= take;
-        offset = 0;
-    }
-    return out;
-}
-
 int SimpleXmlParser::findInBuffer(const QString& needle, int& scanFrom) const
 {
-    const int length = bufferLength();
-    const int needleLen = needle.size();
-    if (scanFrom + needleLen <= length) {
-        Piece piece = pieceAt(scanFrom);
-        int base = piece.base;
-        for (int index = piece.index; index < m_buffer.size(); ++index) {
-            const QStringView text = pieceText(index);
-            const int size = int(text.size());
-            const qsizetype inside = findText(text, qMax(0, scanFrom - base), needle);
-            if (inside >= 0)
-                return base + int(inside);
-            // A tag that starts in this piece and ends in the next one (only
-            // the last piece may be shorter than a tag).
-            const int end = base + size;
-            const int from = qMax(scanFrom, end - needleLen + 1);
-            if (index + 1 < m_buffer.size() && from < end) {
-                const int mine = end - from;
-                const int wanted = qMin(length - from, mine + needleLen - 1);
-                const QStringView next = pieceText(index + 1);
-                QString window;
-                if (wanted - mine <= next.size()) {
-                    window.reserve(wanted);
-                    window.append(text.data() + (from - base), mine);
-                    window.append(next.data(), wanted - mine);
-                } else {
-                    window = bufferSlice(from, wanted);
-                }
-                const qsizetype across = findText(window, 0, needle);
-                if (across >= 0 && from + across < end)
-                    return from + int(across);
-            }
-            base = end;
-        }
-    }
-    scanFrom = qMax(scanFrom, qMax(0, length - needleLen + 1));
+    const QStringView text = unconsumed();
+    const qsizetype at = findText(text, scanFrom, needle);
+    if (at >= 0)
+        return int(at);
+    // A later search resumes where a tag split across chunks could begin.
+    scanFrom = qMax(scanFrom, qMax(0, int(text.size()) - needle.size() + 1));
     return -1;
 }
 
@@ -683,14 +626,13 @@ void SimpleXmlParser::setMaxBufferSize(int size)
 
 QString SimpleXmlParser::getCurrentBuffer() const
 {
-    return bufferSlice(0, bufferLength());
+    return unconsumed().toString();
 }
 
 void SimpleXmlParser::emptyBuffer()
 {
-    m_buffer.clear();
+    m_text.clear();
     m_head = 0;
-    m_length = 0;
     resetScan();
 }
 
@@ -770,6 +712,10 @@ QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const Q
             ? at
             : findStartTag(xml, name.view(), at);
         QStringView value;
+        // Lists are mostly short: one allocation for the first few entries
+        // instead of one per growth, and none for a list with no entry.
+        if (values.isEmpty())
+            values.reserve(8);
         values.append(valueAt(xml, name.view(), start, value) == ValueKind::Found ? value : QStringView());
         from = at + 1;
     }

@@ -72,34 +72,27 @@ Q_SIGNALS:
     void parseErrorFound(SimpleXmlParser::ParseErrorEnumType error);
 
 private:
-    struct Piece
-    {
-        int index;
-        int base; // logical position of the piece's first unconsumed unit
-    };
-
-    int bufferLength() const { return m_length; }
+    int bufferLength() const { return m_text.size() - m_head; }
+    QStringView unconsumed() const { return QStringView(m_text).mid(m_head); }
     void appendToBuffer(const QString& data);
     void consumeBuffer(int count);
+    QString takeMessage(int start, int stop);
     void resetScan();
     void syncRootTag();
     int findInBuffer(const QString& needle, int& scanFrom) const;
-    Piece pieceAt(int pos) const;
-    QStringView pieceText(int index) const;
-    QString bufferSlice(int pos, int count) const;
     void deliver(const QString& message);
     void enqueue(const QString& message);
 
     QStringList m_pendingMessages;
-    /// Unconsumed text: the pieces as they arrived, less the first m_head
-    /// units of the first. Chunks are shared, not copied, until a message is
-    /// cut out of them, so a large message costs one copy and one allocation.
-    QList<QString> m_buffer;
+    /// The text received and not yet cut into messages: m_text less its
+    /// first m_head units. One growing string, written once as the text
+    /// arrives, so that a large message is handed on as the string itself,
+    /// not copied again from the chunks it came in.
+    QString m_text;
     QMutex m_mutex;
     int m_maxBufferSize = 0;
     int m_notifyMode = 0;
     int m_head = 0;
-    int m_length = 0;
 
     // Search state, in positions of the unconsumed text. A search that failed
     // resumes where a root tag split across chunks could still begin.

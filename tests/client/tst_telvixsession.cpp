@@ -111,8 +111,8 @@ private Q_SLOTS:
         const int mode = QMetaEnum::fromType<TELVIX::AppMode>().keyToValue(
             qPrintable(row["mode"].toString("AppModeSrntPro")));
         if (row.contains("refused")) {
-            const QString answer = FakeCtiServer::document(row["answer"].toString());
-            s.server.setResponder("Login", [answer](int, const QString&) { return answer; });
+            const QString refusal = FakeCtiServer::document(row["answer"].toString());
+            s.server.setResponder("Login", [refusal](int, const QString&) { return refusal; });
             QSignalSpy logged(s.client.data(), &Telvix::loggedToServer);
             s.connect();
             QCOMPARE(s.disconnection(), row["refused"].toString());

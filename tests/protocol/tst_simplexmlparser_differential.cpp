@@ -479,7 +479,8 @@ void TestSimpleXmlParserDifferential::framingOnGeneratedStreams()
 void TestSimpleXmlParserDifferential::framingOfLargeChunks()
 {
     // Chunks of several kilobytes, cut inside root tags, then small ones
-    // again: the text is held as the chunks came and searched across them.
+    // again: messages handed on as the whole buffer, a prefix of it, or a
+    // copy, with the consumed text dropped before or after new text joins.
     const QString open = QStringLiteral("<SRNT>");
     const QString close = QStringLiteral("</SRNT>");
     {
