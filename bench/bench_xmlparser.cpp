@@ -2,8 +2,8 @@
 // chunks, then cutting the users and reading every field, against the
 // regular-expression reference and against pugixml reading the same bytes.
 
-#include "medianreporter.h"
 #include "referencexmlparser.h"
+#include "medianreporter.h"
 #include "simplexmlparser.h"
 
 #include <QString>
@@ -15,12 +15,12 @@
 #include <pugixml.hpp>
 
 #include <cstdio>
-#include <cstring>
+#include <unistd.h>
 #include <malloc.h>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -235,30 +235,12 @@ void pugixml(benchmark::State& state, bool cold)
     state.SetBytesProcessed(state.iterations() * doc.utf8.size());
 }
 
-void BM_Framing(benchmark::State& state)
-{
-    framing(state, false);
-}
-void BM_Lookups(benchmark::State& state)
-{
-    lookups(state, false);
-}
-void BM_Pugixml(benchmark::State& state)
-{
-    pugixml(state, false);
-}
-void BM_FramingCold(benchmark::State& state)
-{
-    framing(state, true);
-}
-void BM_LookupsCold(benchmark::State& state)
-{
-    lookups(state, true);
-}
-void BM_PugixmlCold(benchmark::State& state)
-{
-    pugixml(state, true);
-}
+void BM_Framing(benchmark::State& state) { framing(state, false); }
+void BM_Lookups(benchmark::State& state) { lookups(state, false); }
+void BM_Pugixml(benchmark::State& state) { pugixml(state, false); }
+void BM_FramingCold(benchmark::State& state) { framing(state, true); }
+void BM_LookupsCold(benchmark::State& state) { lookups(state, true); }
+void BM_PugixmlCold(benchmark::State& state) { pugixml(state, true); }
 
 void BM_ReferenceLookups(benchmark::State& state)
 {
@@ -274,12 +256,7 @@ void BM_ReferenceLookups(benchmark::State& state)
 // in 20k / 10k but not in 40k / 20k.
 void bookSizes(benchmark::internal::Benchmark* b)
 {
-    b->Arg(10000)
-        ->Arg(20000)
-        ->Arg(40000)
-        ->Unit(benchmark::kMillisecond)
-        ->Repetitions(7)
-        ->ReportAggregatesOnly(true);
+    b->Arg(10000)->Arg(20000)->Arg(40000)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
 }
 
 BENCHMARK(BM_Framing)->Apply(bookSizes);

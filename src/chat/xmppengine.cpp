@@ -4,7 +4,6 @@
 #include "xmppchatsession.h"
 #include "xmpphistory.h"
 
-#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDebug>
 #include <QThread>
@@ -81,35 +80,6 @@ XmppClient* XmppClient::getNewInstance(QString logDir)
         qCritical() << "signal-slot connection failed!";
     thread->start(QThread::InheritPriority);
     return client;
-}
-
-bool XmppClient::destroyAndJoin(XmppClient* client, int waitMs)
-{
-    QThread* const thread = client->thread();
-    if (thread == QThread::currentThread()) {
-        client->disconnectFromServer();
-        delete client;
-        return true;
-    }
-    // Queued, not blocking: a connection attempt in progress there cannot be
-    // cut short, and the caller's wait is bounded.
-    const bool posted = QMetaObject::invokeMethod(
-        client,
-        [client, thread] {
-            client->disconnectFromServer();
-            delete client;
-            // Its sessions, transfers and logs were left to deleteLater; the
-            // loop that would run them ends now.
-            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-            thread->quit();
-        },
-        Qt::QueuedConnection);
-    if (!posted || !thread->wait(waitMs))
-        return false;
-    // Its own deleteLater and the quit the client's end asked for are queued
-    // to the caller's thread, which may not run its queue again.
-    delete thread;
-    return true;
 }
 
 XmppClient::XmppClient(const QString& logDir, QObject* parent)

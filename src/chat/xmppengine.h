@@ -89,11 +89,6 @@ public:
     /// A client on a new thread "XmppClientThread", which ends when the
     /// client is destroyed. Delete the client with deleteLater.
     static XmppClient* getNewInstance(QString logDir);
-    /// Disconnects and deletes a client made by getNewInstance on its own
-    /// thread, with what it leaves to deleteLater there, then ends that thread
-    /// and waits up to `waitMs` for it. For shutdown, when nothing may still
-    /// run on that thread once the caller goes on. False if it did not end.
-    static bool destroyAndJoin(XmppClient* client, int waitMs);
 
     explicit XmppClient(const QString& logDir, QObject* parent = nullptr);
     ~XmppClient() override;

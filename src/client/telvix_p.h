@@ -269,12 +269,10 @@ public:
     void onChatContactPresenceMapUpdate(const PresenceMap& presences);
     void updateExtenStatusPresence(const QString& exten, TELVIX::ChatPresence presence,
                                    const QString& status);
-    /// Disconnects and deletes the chat client and ends its thread (shutdown).
+    /// Disconnects and releases the chat client (shutdown).
     void closeChat();
     /// Disconnects and releases the chat client; the connection state is cleared.
     void dropChat();
-    /// Cuts the chat client loose from the session and hands it over.
-    XmppClient* detachChat();
     /// The chat client, on its own thread; null while chat is off.
     XmppClient* chat = nullptr;
     /// The chat client's link as its signals told it; the client itself is

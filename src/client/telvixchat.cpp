@@ -241,31 +241,19 @@ void TelvixPrivate::closeChat()
     if (!chat)
         return;
     qDebug() << Q_FUNC_INFO << "Close XmppClient";
-    // The process may end as soon as shutdown returns, and a chat thread still
-    // reading then runs into the statics being destroyed: the client goes
-    // with its thread, waited for a bounded time.
-    constexpr int joinMs = 1000;
-    if (!XmppClient::destroyAndJoin(detachChat(), joinMs))
-        TLOG(100) << "The chat thread is still busy" << joinMs << "ms after it was asked to end";
+    dropChat();
 }
 
 void TelvixPrivate::dropChat()
 {
-    XmppClient* const client = detachChat();
-    client->disconnectFromServer();
-    client->deleteLater();
-}
-
-XmppClient* TelvixPrivate::detachChat()
-{
     Q_Q(Telvix);
-    XmppClient* const client = chat;
-    QObject::disconnect(client, nullptr, q, nullptr);
-    QObject::disconnect(q, nullptr, client, nullptr);
+    QObject::disconnect(chat, nullptr, q, nullptr);
+    QObject::disconnect(q, nullptr, chat, nullptr);
+    chat->disconnectFromServer();
+    chat->deleteLater();
     chat = nullptr;
     chatConnected = false;
     chatConnecting = false;
-    return client;
 }
 
 bool TelvixPrivate::isChatConnected() const

@@ -724,8 +724,7 @@ QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const Q
 
 QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QString& tag)
 {
-    return eachValue(getTagsValueViews(xml, tag),
-                     [](QStringView value) { return EntityDecoder::decode(value); });
+    return eachValue(getTagsValueViews(xml, tag), [](QStringView value) { return EntityDecoder::decode(value); });
 }
 
 QMap<QString, QString> SimpleXmlParser::getTagProperties(const QString& xml, const QString& tag, int startPos)
