@@ -505,10 +505,8 @@ void SimpleXmlParser::appendToBuffer(const QString& data)
     }
     // What was consumed goes before the string grows. This happens at most
     // once per message cut out, and moves only the text still pending.
-    if (m_head > 0) {
-        m_text = unconsumed().toString();
-        m_head = 0;
-    }
+    if (m_head > 0)
+        dropConsumed();
     m_text.append(data);
 }
 
@@ -521,10 +519,15 @@ void SimpleXmlParser::consumeBuffer(int count)
     } else if (m_head > (1 << 16) && m_head > m_text.size() - m_head) {
         // Most of a large string is spent: let it go now rather than at the
         // next chunk, copying less than was freed.
-        m_text = unconsumed().toString();
-        m_head = 0;
+        dropConsumed();
     }
     resetScan();
+}
+
+void SimpleXmlParser::dropConsumed()
+{
+    m_text = unconsumed().toString();
+    m_head = 0;
 }
 
 QString SimpleXmlParser::takeMessage(int start, int stop)
@@ -724,7 +727,8 @@ QVector<QStringView> SimpleXmlParser::getTagsValueViews(QStringView xml, const Q
 
 QStringList SimpleXmlParser::getDecodedTagsValues(const QString& xml, const QString& tag)
 {
-    return eachValue(getTagsValueViews(xml, tag), [](QStringView value) { return EntityDecoder::decode(value); });
+    return eachValue(getTagsValueViews(xml, tag),
+                     [](QStringView value) { return EntityDecoder::decode(value); });
 }
 
 QMap<QString, QString> SimpleXmlParser::getTagProperties(const QString& xml, const QString& tag, int startPos)

@@ -76,6 +76,8 @@ private:
     QStringView unconsumed() const { return QStringView(m_text).mid(m_head); }
     void appendToBuffer(const QString& data);
     void consumeBuffer(int count);
+    /// The pending text into a string of its own, the consumed head freed.
+    void dropConsumed();
     QString takeMessage(int start, int stop);
     void resetScan();
     void syncRootTag();
